@@ -1,0 +1,40 @@
+# Every dependency comes from the system's packages; a missing one stops the configure step with the
+# package to install, since tools/install-deps.sh is the one place that knows how to install them.
+include_guard(GLOBAL)
+find_package(PkgConfig QUIET)
+
+function(nuvrel_missing what debian brew)
+  message(FATAL_ERROR "${what} was not found. Install it with 'tools/install-deps.sh', "
+                      "or by hand: apt-get install ${debian} (Debian) / brew install ${brew} (macOS).")
+endfunction()
+
+find_package(Qt6 6.4 QUIET COMPONENTS Core)
+if(NOT Qt6_FOUND)
+  nuvrel_missing("Qt 6 (Core)" qt6-base-dev qt@6)
+endif()
+qt_standard_project_setup()
+
+# libplist ships no CMake package, only a pkg-config file.
+if(PkgConfig_FOUND)
+  pkg_check_modules(LIBPLIST QUIET IMPORTED_TARGET libplist-2.0)
+endif()
+if(NOT LIBPLIST_FOUND)
+  nuvrel_missing("libplist" libplist-dev libplist)
+endif()
+string(REPLACE "." ";" _plist_version "${LIBPLIST_VERSION}")
+list(GET _plist_version 0 NUVREL_LIBPLIST_MAJOR)
+list(GET _plist_version 1 NUVREL_LIBPLIST_MINOR)
+
+if(NUVREL_BUILD_TESTS)
+  find_package(GTest CONFIG QUIET)
+  if(NOT GTest_FOUND)
+    nuvrel_missing("GoogleTest" "libgtest-dev libgmock-dev" googletest)
+  endif()
+endif()
+
+if(NUVREL_BUILD_BENCH)
+  find_package(benchmark CONFIG QUIET)
+  if(NOT benchmark_FOUND)
+    nuvrel_missing("Google Benchmark" libbenchmark-dev google-benchmark)
+  endif()
+endif()

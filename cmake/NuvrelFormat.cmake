@@ -1,0 +1,12 @@
+# 'format' rewrites the sources with clang-format; 'format-check' fails on any difference.
+include_guard(GLOBAL)
+find_program(NUVREL_CLANG_FORMAT NAMES clang-format clang-format-14)
+if(NOT NUVREL_CLANG_FORMAT)
+  return()
+endif()
+file(GLOB_RECURSE _nuvrel_format_sources CONFIGURE_DEPENDS
+  ${PROJECT_SOURCE_DIR}/src/*.cpp ${PROJECT_SOURCE_DIR}/src/*.h
+  ${PROJECT_SOURCE_DIR}/tests/*.cpp ${PROJECT_SOURCE_DIR}/tests/*.h
+  ${PROJECT_SOURCE_DIR}/bench/*.cpp ${PROJECT_SOURCE_DIR}/tools/*.cpp ${PROJECT_SOURCE_DIR}/tools/*.h)
+add_custom_target(format COMMAND ${NUVREL_CLANG_FORMAT} -i ${_nuvrel_format_sources} VERBATIM)
+add_custom_target(format-check COMMAND ${NUVREL_CLANG_FORMAT} --dry-run -Werror ${_nuvrel_format_sources} VERBATIM)

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "core/PhoneBackup.h"
+
+#include <QString>
+#include <QTextStream>
+
+namespace nuvrel::cli {
+
+/// `nuvrel-cli backups`: scans a backups folder and prints what it found; returns the exit code.
+int runBackups(const QString& root, bool json, QTextStream& out, QTextStream& err);
+
+/// The scan as a JSON document: {"root", "status", "backups": [...]}.
+QByteArray backupsJson(const QString& root, const BackupScan& scan);
+
+} // namespace nuvrel::cli

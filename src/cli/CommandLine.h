@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <QTextStream>
+
+#include <optional>
+
+namespace nuvrel::cli {
+
+/// The process exit codes, documented in --help.
+enum ExitCode : int { Found = 0, NothingFound = 1, AccessRefused = 2, BadUsage = 3 };
+
+/// The parsed command line: one command word and its options.
+struct CommandLine
+{
+    QString command;
+    std::optional<QString> root;
+    std::optional<QString> language;
+    bool json = false;
+    bool help = false;
+    bool version = false;
+
+    /// Parses the arguments after the program name; on a mistake, `error` holds a localised message.
+    static CommandLine parse(const QStringList& arguments, QString& error);
+};
+
+/// Prints the localised help.
+void printHelp(QTextStream& out, const QString& program);
+
+} // namespace nuvrel::cli

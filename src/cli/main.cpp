@@ -1,0 +1,52 @@
+#include "cli/BackupsCommand.h"
+#include "cli/CommandLine.h"
+#include "core/BackupLocator.h"
+#include "l10n/L.h"
+#include "l10n/LanguageStore.h"
+
+#include <QCoreApplication>
+#include <QFileInfo>
+
+using namespace nuvrel;
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setOrganizationName(QStringLiteral("Nuvrel"));
+    QCoreApplication::setOrganizationDomain(QStringLiteral("nuvrel.app"));
+    QCoreApplication::setApplicationName(QStringLiteral("Nuvrel"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(NUVREL_VERSION));
+
+    QTextStream out(stdout);
+    QTextStream err(stderr);
+    QStringList arguments = QCoreApplication::arguments();
+    const QString program = QFileInfo(arguments.takeFirst()).fileName();
+
+    QString error;
+    cli::CommandLine line = cli::CommandLine::parse(arguments, error);
+    if (const std::optional<AppLanguage> language = appLanguageFromIdentifier(line.language.value_or(QString()))) {
+        LanguageStore::shared().setLanguageForThisRun(*language);
+        // Parsed again so that a mistake is told in the language the same line asked for.
+        line = cli::CommandLine::parse(arguments, error);
+    }
+    if (!error.isEmpty()) {
+        err << error << '\n';
+        return cli::BadUsage;
+    }
+    if (line.help) {
+        cli::printHelp(out, program);
+        return 0;
+    }
+    if (line.version) {
+        out << program << ' ' << QCoreApplication::applicationVersion() << '\n';
+        return 0;
+    }
+    if (line.command == QLatin1StringView("backups"))
+        return cli::runBackups(line.root.value_or(BackupLocator::root()), line.json, out, err);
+
+    if (line.command.isEmpty())
+        cli::printHelp(err, program);
+    else
+        err << L("Commande inconnue : %@", line.command) << '\n';
+    return cli::BadUsage;
+}

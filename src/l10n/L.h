@@ -1,0 +1,46 @@
+#pragma once
+
+// The one way to write a user-visible text: French in the code, translated at the call.
+//   L("Actualiser")
+//   L("%@ sur %@", done, total)
+// The literal must be a plain string literal so that the translation check finds it.
+
+#include "l10n/Localizer.h"
+
+#include <QString>
+#include <QStringList>
+
+#include <concepts>
+
+namespace nuvrel {
+
+namespace detail {
+inline QString textArgument(const QString& value)
+{
+    return value;
+}
+inline QString textArgument(QStringView value)
+{
+    return value.toString();
+}
+template <std::integral Integer>
+requires(!std::same_as<Integer, bool> && !std::same_as<Integer, char>) QString textArgument(Integer value)
+{
+    return QString::number(value);
+}
+} // namespace detail
+
+/// The French text translated into the language in force.
+inline QString L(const char* french)
+{
+    return Localizer::translate(QString::fromUtf8(french));
+}
+
+/// The French template translated, then filled with the arguments in order.
+template <typename... Args>
+requires(sizeof...(Args) > 0) QString L(const char* french, const Args&... args)
+{
+    return Localizer::fill(Localizer::translate(QString::fromUtf8(french)), {detail::textArgument(args)...});
+}
+
+} // namespace nuvrel

@@ -1,0 +1,150 @@
+#include "l10n/Localizer.h"
+
+#include "l10n/Cyrillic.h"
+#include "l10n/LanguageStore.h"
+#include "l10n/Translations.h"
+
+#include <QDateTime>
+#include <QRegularExpression>
+
+namespace nuvrel {
+
+AppLanguage Localizer::resolved()
+{
+    return resolve(LanguageStore::shared().language(), QLocale::system().uiLanguages());
+}
+
+AppLanguage Localizer::resolve(AppLanguage chosen, const QStringList& preferredLanguages)
+{
+    if (chosen != AppLanguage::Auto)
+        return chosen;
+    struct Prefix
+    {
+        QLatin1StringView prefix;
+        AppLanguage language;
+    };
+    static constexpr Prefix prefixes[] = {
+        {QLatin1StringView("fr"), AppLanguage::Fr}, {QLatin1StringView("en"), AppLanguage::En},
+        {QLatin1StringView("de"), AppLanguage::De}, {QLatin1StringView("es"), AppLanguage::Es},
+        {QLatin1StringView("it"), AppLanguage::It}, {QLatin1StringView("pt"), AppLanguage::Pt},
+        {QLatin1StringView("ru"), AppLanguage::Ru},
+    };
+    for (const QString& preferred : preferredLanguages) {
+        const QString tag = preferred.toLower();
+        if (tag.startsWith(QLatin1StringView("sr")))
+            return tag.contains(QLatin1StringView("latn")) ? AppLanguage::SrLatn : AppLanguage::SrCyrl;
+        for (const Prefix& candidate : prefixes) {
+            if (tag.startsWith(candidate.prefix))
+                return candidate.language;
+        }
+    }
+    return AppLanguage::En;
+}
+
+std::optional<QString> Localizer::lookup(const QString& french)
+{
+    return lookup(french, resolved());
+}
+
+std::optional<QString> Localizer::lookup(const QString& french, AppLanguage language)
+{
+    const Translations::Table* table = Translations::table(language);
+    if (!table)
+        return std::nullopt;
+    const auto found = table->constFind(french);
+    if (found == table->cend())
+        return std::nullopt;
+    if (language == AppLanguage::SrCyrl)
+        return Cyrillic::convert(found.value());
+    return found.value();
+}
+
+QString Localizer::translate(const QString& french)
+{
+    return translate(french, resolved());
+}
+
+QString Localizer::translate(const QString& french, AppLanguage language)
+{
+    return lookup(french, language).value_or(french);
+}
+
+QString Localizer::fill(QStringView templateText, const QStringList& arguments)
+{
+    // Without arguments a template is shown as written, so a literal "%" survives.
+    if (arguments.isEmpty())
+        return templateText.toString();
+
+    QString result;
+    result.reserve(templateText.size() + 16 * arguments.size());
+    qsizetype next = 0;
+    const qsizetype length = templateText.size();
+    for (qsizetype i = 0; i < length; ++i) {
+        const QChar c = templateText[i];
+        if (c != u'%') {
+            result.append(c);
+            continue;
+        }
+        if (i + 1 < length && templateText[i + 1] == u'@') {
+            if (next < arguments.size())
+                result.append(arguments[next]);
+            ++next;
+            ++i;
+            continue;
+        }
+        // "%<digits>$@" names its argument; anything else after "%" is copied as ordinary text.
+        qsizetype j = i + 1;
+        while (j < length && templateText[j].isDigit() && templateText[j].unicode() < 128)
+            ++j;
+        if (j > i + 1 && j + 1 < length && templateText[j] == u'$' && templateText[j + 1] == u'@') {
+            bool ok = false;
+            const qlonglong number = templateText.sliced(i + 1, j - i - 1).toLongLong(&ok);
+            if (ok && number >= 1 && number <= arguments.size()) {
+                result.append(arguments[static_cast<qsizetype>(number - 1)]);
+                i = j + 1;
+                continue;
+            }
+        }
+        result.append(c);
+    }
+    return result;
+}
+
+QLocale Localizer::locale()
+{
+    return locale(resolved());
+}
+
+QLocale Localizer::locale(AppLanguage language)
+{
+    switch (language) {
+    case AppLanguage::Auto: return QLocale::system();
+    case AppLanguage::Fr: return QLocale(QLocale::French, QLocale::France);
+    case AppLanguage::En: return QLocale(QLocale::English, QLocale::UnitedStates);
+    case AppLanguage::SrLatn: return QLocale(QLocale::Serbian, QLocale::LatinScript, QLocale::Serbia);
+    case AppLanguage::SrCyrl: return QLocale(QLocale::Serbian, QLocale::CyrillicScript, QLocale::Serbia);
+    case AppLanguage::De: return QLocale(QLocale::German, QLocale::Germany);
+    case AppLanguage::Es: return QLocale(QLocale::Spanish, QLocale::Spain);
+    case AppLanguage::It: return QLocale(QLocale::Italian, QLocale::Italy);
+    case AppLanguage::Pt: return QLocale(QLocale::Portuguese, QLocale::Brazil);
+    case AppLanguage::Ru: return QLocale(QLocale::Russian, QLocale::Russia);
+    }
+    return QLocale::system();
+}
+
+QString Localizer::formatDateTime(const QDateTime& dateTime)
+{
+    return formatDateTime(dateTime, locale());
+}
+
+QString Localizer::formatDateTime(const QDateTime& dateTime, const QLocale& locale)
+{
+    // Qt's long date names the weekday; a list of dates reads better without it ("22 novembre 2026").
+    static const QRegularExpression weekday(QStringLiteral("^dddd[,.]?\\s*|\\s*[,.]?\\s*dddd$"));
+    QString dateFormat = locale.dateFormat(QLocale::LongFormat);
+    dateFormat.remove(weekday);
+    const QDateTime local = dateTime.toLocalTime();
+    return locale.toString(local.date(), dateFormat) + u' ' + locale.toString(local.time(), QLocale::ShortFormat);
+}
+
+} // namespace nuvrel

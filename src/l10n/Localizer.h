@@ -1,0 +1,46 @@
+#pragma once
+
+#include "l10n/AppLanguage.h"
+
+#include <QLocale>
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+class QDateTime;
+
+namespace nuvrel {
+
+/// Language resolution, translation lookup and placeholder filling. Safe to call from any thread.
+class Localizer final
+{
+public:
+    Localizer() = delete;
+
+    /// The language in force: the saved choice, else the system's preference (never Auto).
+    static AppLanguage resolved();
+    /// The resolution rule on its own: `chosen` unless Auto, else the first preferred language we speak, else English.
+    static AppLanguage resolve(AppLanguage chosen, const QStringList& preferredLanguages);
+
+    /// The translation of a French key, or nothing when the language is French or the key is missing.
+    static std::optional<QString> lookup(const QString& french);
+    static std::optional<QString> lookup(const QString& french, AppLanguage language);
+
+    /// The translation when there is one, otherwise the French text itself.
+    static QString translate(const QString& french);
+    static QString translate(const QString& french, AppLanguage language);
+
+    /// Replaces "%@" (in order) and "%n$@" (by number) with the arguments; see the unit tests for the edge rules.
+    static QString fill(QStringView templateText, const QStringList& arguments);
+
+    /// The locale for numbers and dates in the language in force.
+    static QLocale locale();
+    static QLocale locale(AppLanguage language);
+
+    /// A date and time as a person reads it: long date without the weekday, short time, local time zone.
+    static QString formatDateTime(const QDateTime& dateTime);
+    static QString formatDateTime(const QDateTime& dateTime, const QLocale& locale);
+};
+
+} // namespace nuvrel
