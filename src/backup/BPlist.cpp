@@ -33,6 +33,8 @@ std::optional<BPlist> BPlist::fromData(QByteArray data)
 
     BPlist plist;
     plist.m_bytes = std::move(data);
+    plist.m_data = reinterpret_cast<const quint8*>(plist.m_bytes.constData());
+    plist.m_size = size;
     const qint64 trailer = size - trailerSize;
     const auto entrySize = static_cast<qint64>(plist.be(trailer + 6, 1));
     const auto refSize = static_cast<int>(plist.be(trailer + 7, 1));
@@ -55,32 +57,15 @@ std::optional<BPlist> BPlist::fromData(QByteArray data)
     return plist;
 }
 
-quint64 BPlist::be(qint64 at, qint64 count) const
-{
-    if (at < 0 || count <= 0 || !fits(at, static_cast<quint64>(count)))
-        return 0;
-    const auto* bytes = reinterpret_cast<const quint8*>(m_bytes.constData()) + at;
-    quint64 value = 0;
-    for (qint64 i = 0; i < count; ++i)
-        value = (value << 8) | bytes[i];
-    return value;
-}
-
-bool BPlist::fits(qint64 at, quint64 count) const
-{
-    const qint64 size = m_bytes.size();
-    return at >= 0 && at <= size && count <= static_cast<quint64>(size - at);
-}
-
 std::optional<BPlist::Object> BPlist::locate(qint64 index, int depth) const
 {
     if (index < 0 || index >= m_offsets.size() || depth > maxDepth)
         return std::nullopt;
     const quint64 offset = m_offsets[index];
-    if (offset >= static_cast<quint64>(m_bytes.size()))
+    if (offset >= static_cast<quint64>(m_size))
         return std::nullopt;
 
-    const auto marker = static_cast<quint8>(m_bytes[static_cast<qsizetype>(offset)]);
+    const quint8 marker = m_data[offset];
     Object object;
     object.kind = marker >> 4;
     object.low = marker & 0x0F;
@@ -94,8 +79,8 @@ std::optional<BPlist::Object> BPlist::locate(qint64 index, int depth) const
         object.count = object.low;
         if (object.low == 0x0F) {
             // The count follows as an integer object whose marker's low nibble gives its width.
-            if (object.payload < m_bytes.size()) {
-                const qint64 width = qint64(1) << (static_cast<quint8>(m_bytes[object.payload]) & 0x0F);
+            if (object.payload < m_size) {
+                const qint64 width = qint64(1) << (m_data[object.payload] & 0x0F);
                 object.count = be(object.payload + 1, width);
                 object.payload += 1 + width;
             }
@@ -125,12 +110,13 @@ std::optional<QString> BPlist::stringValue(const Object& object) const
         if (!fits(object.payload, object.count))
             return std::nullopt;
         // Invalid UTF-8 is repaired with replacement characters rather than rejected.
-        return QString::fromUtf8(m_bytes.constData() + object.payload, static_cast<qsizetype>(object.count));
+        return QString::fromUtf8(reinterpret_cast<const char*>(m_data) + object.payload,
+                                 static_cast<qsizetype>(object.count));
     }
-    if (object.count > static_cast<quint64>(m_bytes.size()) / 2 || !fits(object.payload, object.count * 2))
+    if (object.count > static_cast<quint64>(m_size) / 2 || !fits(object.payload, object.count * 2))
         return std::nullopt;
     const auto units = static_cast<qsizetype>(object.count);
-    const auto* bytes = reinterpret_cast<const quint8*>(m_bytes.constData()) + object.payload;
+    const quint8* bytes = m_data + object.payload;
     QString text(units, Qt::Uninitialized);
     auto* out = reinterpret_cast<char16_t*>(text.data());
     for (qsizetype i = 0; i < units; ++i)
@@ -140,43 +126,59 @@ std::optional<QString> BPlist::stringValue(const Object& object) const
     return text;
 }
 
-bool BPlist::stringEquals(const Object& object, QStringView text) const
+bool BPlist::stringEquals(const Object& object, QLatin1StringView text) const
 {
+    if (object.count != static_cast<quint64>(text.size()))
+        return false;
     if (object.kind == Ascii) {
-        // Valid UTF-8 decodes one to one and a repaired byte never equals a key, so bytes can be compared.
-        if (!fits(object.payload, object.count) || object.count != static_cast<quint64>(text.size()))
+        // Valid UTF-8 decodes one to one and a repaired byte never equals an ASCII key, so bytes compare.
+        return fits(object.payload, object.count) &&
+               std::memcmp(m_data + object.payload, text.data(), static_cast<size_t>(text.size())) == 0;
+    }
+    if (object.kind == Utf16) {
+        if (!fits(object.payload, object.count * 2))
             return false;
-        const char* bytes = m_bytes.constData() + object.payload;
+        const quint8* units = m_data + object.payload;
         for (qsizetype i = 0; i < text.size(); ++i) {
-            if (text[i].unicode() >= 0x80 || static_cast<quint8>(bytes[i]) != text[i].unicode())
+            if (units[2 * i] != 0 || units[2 * i + 1] != static_cast<quint8>(text[i].unicode()))
                 return false;
         }
         return true;
     }
-    if (object.kind == Utf16) {
-        const std::optional<QString> decoded = stringValue(object);
-        return decoded && *decoded == text;
-    }
     return false;
 }
 
-std::optional<qint64> BPlist::dictValue(const Object& dict, int depth, QStringView key) const
+std::optional<qint64> BPlist::dictValue(const Object& dict, int depth, QLatin1StringView key) const
 {
-    if (!isDict(dict))
-        return std::nullopt;
-    const auto count = static_cast<qint64>(dict.count);
     std::optional<qint64> found;
+    dictValues(dict, depth, {&key, 1}, {&found, 1});
+    return found;
+}
+
+void BPlist::dictValues(const Object& dict, int depth, std::span<const QLatin1StringView> keys,
+                        std::span<std::optional<qint64>> found) const
+{
+    std::fill(found.begin(), found.end(), std::nullopt);
+    if (!isDict(dict))
+        return;
+    const auto count = static_cast<qint64>(dict.count);
     for (qint64 i = 0; i < count; ++i) {
         const std::optional<Object> keyObject = locate(reference(dict.payload + i * m_refSize), depth + 1);
-        if (keyObject && stringEquals(*keyObject, key))
-            found = reference(dict.payload + (count + i) * m_refSize);
+        if (!keyObject)
+            continue;
+        for (size_t k = 0; k < keys.size(); ++k) {
+            // Every key is looked at to the end: a repeated key takes the later value.
+            if (stringEquals(*keyObject, keys[k])) {
+                found[k] = reference(dict.payload + (count + i) * m_refSize);
+                break;
+            }
+        }
     }
-    return found;
 }
 
 PV BPlist::object(qint64 index, int depth, bool* complete) const
 {
-    qint64 budget = maxDecodedObjects;
+    qint64 budget = std::min(maxDecodedObjects, 4 * qint64(m_bytes.size()) + 1024);
     PV value = decode(index, depth, budget);
     if (complete)
         *complete = budget > 0;

@@ -6,6 +6,7 @@
 #include <QVarLengthArray>
 
 #include <optional>
+#include <span>
 
 namespace nuvrel {
 
@@ -21,8 +22,10 @@ public:
     static constexpr quint64 maxArrayCount = 999'999;
     static constexpr quint64 maxDictCount = 1'000'000; ///< exclusive
     static constexpr int maxDepth = 11;
-    /// Objects one object() call may decode; shared references could otherwise multiply a small input
-    /// into an astronomic tree (an array listing itself twelve levels deep). Past it, objects read as null.
+    /// Objects one object() call may decode: four per input byte, at most this many. A tree without
+    /// shared containers decodes at most one object per reference byte, so sound lists never reach it,
+    /// while shared references could otherwise blow a small input up into an astronomic tree (an array
+    /// listing itself twelve levels deep). Past the budget, objects read as null.
     static constexpr qint64 maxDecodedObjects = qint64(1) << 20;
 
     /// The object kinds this reader tells apart, from the high nibble of an object's marker byte.
@@ -61,7 +64,16 @@ public:
     PV object(qint64 index, int depth, bool* complete = nullptr) const;
 
     /// `count` bytes at `at` as a big-endian unsigned number (its low 64 bits); 0 when out of range.
-    quint64 be(qint64 at, qint64 count) const;
+    quint64 be(qint64 at, qint64 count) const
+    {
+        if (count <= 0 || !fits(at, static_cast<quint64>(count)))
+            return 0;
+        const quint8* bytes = m_data + at;
+        quint64 value = 0;
+        for (qint64 i = 0; i < count; ++i)
+            value = (value << 8) | bytes[i];
+        return value;
+    }
 
     // The primitives below let a caller walk the container without building the tree; they follow
     // the same rules as object(), so both ways give the same answers.
@@ -73,7 +85,11 @@ public:
     qint64 reference(qint64 at) const { return static_cast<qint64>(be(at, m_refSize)); }
     /// The index of the value stored under `key` in a dictionary object seen at `depth`, the later
     /// one when the key repeats; nothing when absent or when `dict` is no readable dictionary.
-    std::optional<qint64> dictValue(const Object& dict, int depth, QStringView key) const;
+    /// Keys are ASCII, as every key of a keyed archive is.
+    std::optional<qint64> dictValue(const Object& dict, int depth, QLatin1StringView key) const;
+    /// dictValue for several keys in one pass over the dictionary; `found[i]` answers `keys[i]`.
+    void dictValues(const Object& dict, int depth, std::span<const QLatin1StringView> keys,
+                    std::span<std::optional<qint64>> found) const;
     /// Whether the object is a readable array or dictionary (their counts are bounded).
     static bool isArray(const Object& object) { return object.kind == ArrayKind && object.count <= maxArrayCount; }
     static bool isDict(const Object& object) { return object.kind == DictKind && object.count < maxDictCount; }
@@ -87,10 +103,17 @@ public:
 private:
     BPlist() = default;
     PV decode(qint64 index, int depth, qint64& budget) const;
-    bool fits(qint64 at, quint64 count) const;
-    bool stringEquals(const Object& object, QStringView text) const;
+    bool fits(qint64 at, quint64 count) const
+    {
+        return at >= 0 && at <= m_size && count <= static_cast<quint64>(m_size - at);
+    }
+    bool stringEquals(const Object& object, QLatin1StringView text) const;
 
     QByteArray m_bytes;
+    // m_bytes is never modified, so its buffer stays put; reading through a plain pointer keeps the
+    // hot paths free of QByteArray's checks.
+    const quint8* m_data = nullptr;
+    qint64 m_size = 0;
     QVarLengthArray<quint64, 64> m_offsets;
     int m_refSize = 1;
     qint64 m_top = 0;

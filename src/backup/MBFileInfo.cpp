@@ -3,15 +3,21 @@
 #include "backup/BPlist.h"
 #include "core/Dates.h"
 
+#include <array>
+
 namespace nuvrel {
 
 namespace {
 
-constexpr QStringView sizeKey = u"Size";
-constexpr QStringView protectionClassKey = u"ProtectionClass";
-constexpr QStringView modeKey = u"Mode";
-constexpr QStringView lastModifiedKey = u"LastModified";
-constexpr QStringView encryptionKeyKey = u"EncryptionKey";
+constexpr QLatin1StringView sizeKey{"Size"};
+constexpr QLatin1StringView protectionClassKey{"ProtectionClass"};
+constexpr QLatin1StringView modeKey{"Mode"};
+constexpr QLatin1StringView lastModifiedKey{"LastModified"};
+constexpr QLatin1StringView encryptionKeyKey{"EncryptionKey"};
+// The record's keys in one array, so that its dictionary is walked once for all of them.
+enum RecordKey { Size, ProtectionClass, Mode, LastModified, EncryptionKey, RecordKeyCount };
+constexpr std::array<QLatin1StringView, RecordKeyCount> recordKeys{sizeKey, protectionClassKey, modeKey,
+                                                                   lastModifiedKey, encryptionKeyKey};
 
 void setMtime(MBFileInfo& info, qint64 seconds)
 {
@@ -34,9 +40,9 @@ const PV* dereferenced(const PV& value, const PV::Array& objects)
     return &value;
 }
 
-std::optional<qint64> treeInteger(const PV& record, QStringView key, const PV::Array& objects)
+std::optional<qint64> treeInteger(const PV& record, QLatin1StringView key, const PV::Array& objects)
 {
-    const PV* value = record.value(key.toString());
+    const PV* value = record.value(QString(key));
     if (!value)
         return std::nullopt;
     const PV* target = dereferenced(*value, objects);
@@ -54,11 +60,10 @@ struct Archive
     static constexpr int objectsDepth = 1;
     static constexpr int elementDepth = 2;
 
-    // The object under `key` in a dictionary seen at `depth`, with a uid replaced by its "$objects"
-    // element; nothing when absent, unreadable, or a negative uid.
-    std::optional<std::pair<BPlist::Object, int>> value(const BPlist::Object& dict, int depth, QStringView key) const
+    // The value object `index` held by a dictionary seen at `depth`, with a uid replaced by its
+    // "$objects" element; nothing when absent, unreadable, or a negative uid.
+    std::optional<std::pair<BPlist::Object, int>> value(std::optional<qint64> index, int depth) const
     {
-        const std::optional<qint64> index = plist.dictValue(dict, depth, key);
         if (!index)
             return std::nullopt;
         std::optional<BPlist::Object> object = plist.locate(*index, depth + 1);
@@ -86,9 +91,9 @@ struct Archive
         return std::pair(*object, elementDepth);
     }
 
-    std::optional<qint64> integer(const BPlist::Object& record, QStringView key) const
+    std::optional<qint64> integer(std::optional<qint64> index) const
     {
-        const auto found = value(record, elementDepth, key);
+        const auto found = value(index, elementDepth);
         if (!found || found->first.kind != BPlist::Integer)
             return std::nullopt;
         return plist.integerValue(found->first);
@@ -118,7 +123,7 @@ std::optional<MBFileInfo> MBFileInfo::fromArchive(const PV& archive)
     info.mode = static_cast<int>(treeInteger(record, modeKey, objects).value_or(0));
     if (const std::optional<qint64> seconds = treeInteger(record, lastModifiedKey, objects))
         setMtime(info, *seconds);
-    if (const PV* key = record.value(encryptionKeyKey.toString())) {
+    if (const PV* key = record.value(QString(encryptionKeyKey))) {
         if (const PV* target = dereferenced(*key, objects)) {
             if (const QByteArray* data = target->asData())
                 info.encKey = *data;
@@ -138,8 +143,8 @@ std::optional<MBFileInfo> MBFileInfo::parse(const QByteArray& data)
     if (!top || !BPlist::isDict(*top))
         return std::nullopt;
 
-    const std::optional<qint64> objectsIndex = plist->dictValue(*top, 0, u"$objects");
-    const std::optional<qint64> topIndex = plist->dictValue(*top, 0, u"$top");
+    const std::optional<qint64> objectsIndex = plist->dictValue(*top, 0, QLatin1StringView("$objects"));
+    const std::optional<qint64> topIndex = plist->dictValue(*top, 0, QLatin1StringView("$top"));
     if (!objectsIndex || !topIndex)
         return std::nullopt;
     const std::optional<BPlist::Object> objects = plist->locate(*objectsIndex, Archive::objectsDepth);
@@ -147,7 +152,8 @@ std::optional<MBFileInfo> MBFileInfo::parse(const QByteArray& data)
     if (!objects || !BPlist::isArray(*objects) || !topDict || !BPlist::isDict(*topDict))
         return std::nullopt;
 
-    const std::optional<qint64> rootIndex = plist->dictValue(*topDict, Archive::objectsDepth, u"root");
+    const std::optional<qint64> rootIndex =
+        plist->dictValue(*topDict, Archive::objectsDepth, QLatin1StringView("root"));
     if (!rootIndex)
         return std::nullopt;
     const std::optional<BPlist::Object> root = plist->locate(*rootIndex, Archive::elementDepth);
@@ -158,17 +164,20 @@ std::optional<MBFileInfo> MBFileInfo::parse(const QByteArray& data)
     if (!record || !BPlist::isDict(record->first))
         return std::nullopt;
 
+    std::array<std::optional<qint64>, RecordKeyCount> fields;
+    plist->dictValues(record->first, Archive::elementDepth, recordKeys, fields);
     MBFileInfo info;
-    info.size = archive.integer(record->first, sizeKey).value_or(0);
-    info.protectionClass = static_cast<int>(archive.integer(record->first, protectionClassKey).value_or(0));
-    info.mode = static_cast<int>(archive.integer(record->first, modeKey).value_or(0));
-    if (const std::optional<qint64> seconds = archive.integer(record->first, lastModifiedKey))
+    info.size = archive.integer(fields[Size]).value_or(0);
+    info.protectionClass = static_cast<int>(archive.integer(fields[ProtectionClass]).value_or(0));
+    info.mode = static_cast<int>(archive.integer(fields[Mode]).value_or(0));
+    if (const std::optional<qint64> seconds = archive.integer(fields[LastModified]))
         setMtime(info, *seconds);
-    if (const auto key = archive.value(record->first, Archive::elementDepth, encryptionKeyKey)) {
+    if (const auto key = archive.value(fields[EncryptionKey], Archive::elementDepth)) {
         if (key->first.kind == BPlist::Data) {
             info.encKey = plist->dataValue(key->first);
         } else if (BPlist::isDict(key->first)) {
-            if (const std::optional<qint64> wrapped = plist->dictValue(key->first, key->second, u"NS.data")) {
+            if (const std::optional<qint64> wrapped =
+                    plist->dictValue(key->first, key->second, QLatin1StringView("NS.data"))) {
                 const std::optional<BPlist::Object> object = plist->locate(*wrapped, key->second + 1);
                 if (object && object->kind == BPlist::Data)
                     info.encKey = plist->dataValue(*object);

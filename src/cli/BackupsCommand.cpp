@@ -5,6 +5,7 @@
 #include "core/BackupLocator.h"
 #include "l10n/L.h"
 
+#include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -71,8 +72,9 @@ QByteArray backupsJson(const QString& root, const BackupScan& scan)
     return QJsonDocument(document).toJson(QJsonDocument::Indented);
 }
 
-int runBackups(const QString& root, bool json, QTextStream& out, QTextStream& err)
+int runBackups(const QString& folder, bool json, QTextStream& out, QTextStream& err)
 {
+    const QString root = QDir::cleanPath(QDir(folder).absolutePath());
     const BackupScan scan = BackupLocator::scan(root);
     if (json) {
         out << QString::fromUtf8(backupsJson(root, scan));

@@ -21,7 +21,12 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
 {
     CommandLine line;
     error.clear();
-    for (qsizetype i = 0; i < arguments.size() && error.isEmpty(); ++i) {
+    // The first mistake is the one told, but parsing goes on so that a later --lang still applies to it.
+    const auto fail = [&error](const QString& message) {
+        if (error.isEmpty())
+            error = message;
+    };
+    for (qsizetype i = 0; i < arguments.size(); ++i) {
         QString argument = arguments[i];
         std::optional<QString> inlineValue;
         if (argument.startsWith(QLatin1StringView("--")) && argument.contains(u'=')) {
@@ -34,7 +39,7 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
                 return inlineValue;
             if (i + 1 < arguments.size())
                 return arguments[++i];
-            error = L("L'option %@ attend une valeur.", argument);
+            fail(L("L'option %@ attend une valeur.", argument));
             return std::nullopt;
         };
         if (argument == QLatin1StringView("--root")) {
@@ -48,15 +53,15 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
         } else if (argument == QLatin1StringView("--version") && !inlineValue) {
             line.version = true;
         } else if (argument.startsWith(u'-')) {
-            error = L("Option inconnue : %@", arguments[i]);
+            fail(L("Option inconnue : %@", arguments[i]));
         } else if (line.command.isEmpty()) {
             line.command = argument;
         } else {
-            error = L("Commande inconnue : %@", argument);
+            fail(L("Commande inconnue : %@", argument));
         }
     }
-    if (error.isEmpty() && line.language && !appLanguageFromIdentifier(*line.language))
-        error = L("Langue inconnue : %@. Choix possibles : %@.", *line.language, languageCodes());
+    if (line.language && !appLanguageFromIdentifier(*line.language))
+        fail(L("Langue inconnue : %@. Choix possibles : %@.", *line.language, languageCodes()));
     return line;
 }
 

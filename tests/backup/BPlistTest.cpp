@@ -42,12 +42,13 @@ TEST(BPlist, HeaderAndTrailerChecks)
     EXPECT_EQ(shortOne.size(), 40);
     EXPECT_FALSE(BPlist::fromData(shortOne));
 
-    // A 41-byte list: header, a one-byte object, a one-byte table, the trailer.
-    QByteArray minimal = QByteArray("bplist00") + char(0x09) + char(8) + QByteArray(6, '\0') + char(1) + char(1) +
-                         QByteArray(7, '\0') + char(1) + QByteArray(8, '\0') + QByteArray(7, '\0') + char(9);
+    // A 41-byte list: the offset table's single entry (8) is also the object it points at (0x08, false).
+    QByteArray minimal = QByteArray("bplist00") + char(0x08) + QByteArray(6, '\0') + char(1) + char(1) +
+                         QByteArray(7, '\0') + char(1) + QByteArray(8, '\0') + QByteArray(7, '\0') + char(8);
     ASSERT_EQ(minimal.size(), 41);
     ASSERT_TRUE(BPlist::fromData(minimal));
-    EXPECT_EQ(*BPlist::fromData(minimal)->object(0, 0).asBool(), true);
+    EXPECT_EQ(*BPlist::fromData(minimal)->object(0, 0).asBool(), false);
+    EXPECT_FALSE(BPlist::fromData(minimal.sliced(1).prepend('b').sliced(1))); // 40 bytes
 
     QByteArray version15 = sound;
     version15[6] = '1';
@@ -64,7 +65,8 @@ TEST(BPlist, HeaderAndTrailerChecks)
     EXPECT_FALSE(tweaked([](RawBPlist::Trailer& t) { t.refSize = 9; }));
     EXPECT_FALSE(tweaked([](RawBPlist::Trailer& t) { t.objectCount = 0; }));
     EXPECT_FALSE(tweaked([](RawBPlist::Trailer& t) { t.objectCount = 5'000'000; }));
-    EXPECT_FALSE(tweaked([](RawBPlist::Trailer& t) { t.objectCount = 2; })); // the table would overrun the data
+    EXPECT_FALSE(tweaked([](RawBPlist::Trailer& t) { t.objectCount = 40; })); // the table would overrun the data
+    EXPECT_TRUE(tweaked([](RawBPlist::Trailer& t) { t.objectCount = 2; }));   // overlapping the trailer is allowed
     EXPECT_FALSE(tweaked([](RawBPlist::Trailer& t) { t.tablePosition = 1'000; }));
     EXPECT_FALSE(tweaked([](RawBPlist::Trailer& t) { t.tablePosition = ~quint64(0); })); // no wrap-around
     EXPECT_TRUE(tweaked([](RawBPlist::Trailer& t) { t.top = ~quint64(0); }));            // accepted, top reads null
@@ -179,9 +181,9 @@ TEST(BPlist, DictionaryRules)
     const std::optional<BPlist> plist = BPlist::fromData(raw.build(dict));
     const std::optional<BPlist::Object> object = plist->locate(dict, 0);
     ASSERT_TRUE(object);
-    EXPECT_EQ(plist->dictValue(*object, 0, u"k"), two);
-    EXPECT_EQ(plist->dictValue(*object, 0, u"other"), date);
-    EXPECT_EQ(plist->dictValue(*object, 0, u"missing"), std::nullopt);
+    EXPECT_EQ(plist->dictValue(*object, 0, QLatin1StringView("k")), two);
+    EXPECT_EQ(plist->dictValue(*object, 0, QLatin1StringView("other")), date);
+    EXPECT_EQ(plist->dictValue(*object, 0, QLatin1StringView("missing")), std::nullopt);
 }
 
 TEST(BPlist, CountLimitsOfContainers)
@@ -262,7 +264,9 @@ namespace {
 // A random property-list tree, as Qt values for libplist and as the PV we expect back.
 std::pair<QVariant, PV> randomTree(QRandomGenerator& random, int depth)
 {
-    const int kind = static_cast<int>(random.bounded(depth >= 4 ? 6 : 8));
+    // The top is always a container; leaves come more often the deeper the tree goes.
+    const int kind =
+        depth == 0 ? 6 + static_cast<int>(random.bounded(2)) : static_cast<int>(random.bounded(depth >= 4 ? 6 : 8));
     switch (kind) {
     case 0: {
         const bool value = random.bounded(2) == 1;
@@ -297,7 +301,7 @@ std::pair<QVariant, PV> randomTree(QRandomGenerator& random, int depth)
     case 6: {
         QVariantList list;
         PV::Array array;
-        for (int i = 0, n = static_cast<int>(random.bounded(6)); i < n; ++i) {
+        for (int i = 0, n = static_cast<int>(random.bounded(depth == 0 ? 20 : 6)); i < n; ++i) {
             auto [variant, pv] = randomTree(random, depth + 1);
             list.append(variant);
             array.push_back(std::move(pv));
@@ -307,7 +311,7 @@ std::pair<QVariant, PV> randomTree(QRandomGenerator& random, int depth)
     default: {
         QVariantMap map;
         PV::Dict dict;
-        for (int i = 0, n = static_cast<int>(random.bounded(6)); i < n; ++i) {
+        for (int i = 0, n = static_cast<int>(random.bounded(depth == 0 ? 20 : 6)); i < n; ++i) {
             const QString key = QStringLiteral("key%1").arg(random.bounded(1000));
             auto [variant, pv] = randomTree(random, depth + 1);
             map.insert(key, variant);

@@ -139,7 +139,7 @@ TEST_F(BackupsCommandTest, NothingFoundAndMistakesHaveTheirExitCodes)
 
     const CliRun help = runCli({QStringLiteral("--help"), QStringLiteral("--lang"), QStringLiteral("de")});
     EXPECT_EQ(help.exitCode, 0);
-    for (const char* code : {"0 ", "1 ", "2 ", "3 "})
+    for (const char* code : {"\n  0", "\n  1", "\n  2", "\n  3"})
         EXPECT_TRUE(help.out.contains(QString::fromLatin1(code))) << qPrintable(help.out);
     EXPECT_TRUE(help.out.contains(QStringLiteral("--root"))) << qPrintable(help.out);
 }

@@ -11,7 +11,10 @@ QVariant uid(quint64 value)
 }
 QVariant classRecord(const QString& name, const QStringList& chain)
 {
-    return QVariantMap{{QStringLiteral("$classname"), name}, {QStringLiteral("$classes"), QVariant(chain)}};
+    QVariantList classes;
+    for (const QString& link : chain)
+        classes.append(link);
+    return QVariantMap{{QStringLiteral("$classname"), name}, {QStringLiteral("$classes"), classes}};
 }
 } // namespace
 

@@ -1,7 +1,9 @@
 // Writes sample backup folders, shaped like the ones the phone's sync service writes, for the demo
-// and for trying Nuvrel on a machine without an iPhone: nuvrel-make-samples <folder>
+// and for trying Nuvrel on a machine without an iPhone:   nuvrel-make-samples <folder>
+// With --blobs, writes manifest file-record blobs instead, as seeds for the fuzzer.
 
 #include "support/BackupFixture.h"
+#include "support/FileRecordBlob.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -14,15 +16,28 @@ int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
     QTextStream err(stderr);
-    const QStringList arguments = QCoreApplication::arguments();
-    if (arguments.size() != 2) {
-        err << "usage: nuvrel-make-samples <folder>\n";
+    QStringList arguments = QCoreApplication::arguments().mid(1);
+    const bool blobs = arguments.removeAll(QStringLiteral("--blobs")) > 0;
+    if (arguments.size() != 1) {
+        err << "usage: nuvrel-make-samples [--blobs] <folder>\n";
         return 2;
     }
-    const QString root = arguments[1];
+    const QString root = arguments[0];
     if (!QDir().mkpath(root)) {
         err << "cannot create " << root << '\n';
         return 1;
+    }
+    if (blobs) {
+        for (int i = 0; i < 6; ++i) {
+            FileRecord record;
+            record.size = qint64(1) << (i * 7);
+            record.keyAsNSData = i % 2 == 0;
+            record.sizeByReference = i == 3;
+            if (i != 5)
+                record.encryptionKey = QByteArray(40, static_cast<char>('A' + i));
+            writeFile(QDir(root).filePath(QStringLiteral("record-%1.bplist").arg(i)), makeFileRecordBlob(record));
+        }
+        return 0;
     }
     const auto utc = [](int y, int m, int d, int h, int min) {
         return QDateTime(QDate(y, m, d), QTime(h, min), QTimeZone::utc());

@@ -1,0 +1,40 @@
+#!/usr/bin/env bash
+# Installs what building and testing Nuvrel needs, and only what is missing.
+# Debian 12 (apt-get, as root or through sudo) and macOS (Homebrew).
+set -euo pipefail
+
+debian_packages=(
+  cmake ninja-build g++ pkg-config ccache git
+  qt6-base-dev libplist-dev
+  libgtest-dev libgmock-dev libbenchmark-dev
+  clang libclang-rt-14-dev clang-format clang-tidy
+  libplist-utils
+)
+brew_packages=(cmake ninja pkg-config ccache qt libplist googletest google-benchmark llvm)
+
+case "$(uname -s)" in
+Linux)
+  missing=()
+  for package in "${debian_packages[@]}"; do
+    dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" || missing+=("$package")
+  done
+  if [ ${#missing[@]} -eq 0 ]; then
+    exit 0
+  fi
+  echo "Installing: ${missing[*]}"
+  sudo=""
+  [ "$(id -u)" -eq 0 ] || sudo="sudo"
+  $sudo apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+  ;;
+Darwin)
+  command -v brew >/dev/null || { echo "Homebrew is needed: https://brew.sh" >&2; exit 1; }
+  for package in "${brew_packages[@]}"; do
+    brew list --formula "$package" >/dev/null 2>&1 || brew install "$package"
+  done
+  ;;
+*)
+  echo "Unsupported system: $(uname -s)" >&2
+  exit 1
+  ;;
+esac
