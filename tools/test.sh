@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# The whole test suite: installs what is missing, builds the optimised and the sanitizer
-# configurations with warnings as errors, runs CTest on both, checks the formatting, and gives
-# the binary property-list fuzzer a bounded run. Fast on a second run: ccache and the build folders stay.
+# The whole test suite: installs what is missing, checks formatting and clang-tidy, builds the
+# optimised and the sanitizer configurations with warnings as errors, gives the binary
+# property-list fuzzer a bounded run, and runs CTest on both builds. Fast on a second run: ccache and the build folders stay.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 tools/install-deps.sh
@@ -18,6 +18,9 @@ cmake --build --preset default --target format-check || status=1
 
 step "Optimised build"
 cmake --build --preset default -j "$jobs"
+
+step "clang-tidy"
+cmake --build --preset default --target tidy || status=1
 
 step "Sanitizer build (AddressSanitizer, UndefinedBehaviorSanitizer)"
 cmake --preset asan -DNUVREL_WERROR=ON >/dev/null

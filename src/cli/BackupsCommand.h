@@ -7,8 +7,8 @@
 
 namespace nuvrel::cli {
 
-/// `nuvrel-cli backups`: scans a backups folder and prints what it found; returns the exit code.
-int runBackups(const QString& root, bool json, QTextStream& out, QTextStream& err);
+/// `nuvrel-cli backups`: scans the backups folder `folder` and prints what it found; returns the exit code.
+int runBackups(const QString& folder, bool json, QTextStream& out, QTextStream& err);
 
 /// The scan as a JSON document: {"root", "status", "backups": [...]}.
 QByteArray backupsJson(const QString& root, const BackupScan& scan);

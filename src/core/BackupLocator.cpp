@@ -27,10 +27,10 @@ QString BackupLocator::defaultRoot()
 
 QString BackupLocator::root()
 {
-    const QString fromEnvironment = qEnvironmentVariable(environmentVariable.data());
+    QString fromEnvironment = qEnvironmentVariable(environmentVariable.data());
     if (!fromEnvironment.isEmpty())
         return fromEnvironment;
-    const QString fromSettings = QSettings().value(settingsKey).toString();
+    QString fromSettings = QSettings().value(settingsKey).toString();
     if (!fromSettings.isEmpty())
         return fromSettings;
     return defaultRoot();

@@ -51,7 +51,10 @@ TEST_P(PropertyListFormats, ReadsWhatLibplistWrote)
     EXPECT_EQ(list[2].typeId(), QMetaType::QVariantMap);
 }
 
-INSTANTIATE_TEST_SUITE_P(BinaryAndXml, PropertyListFormats, testing::Values(PlistFormat::Binary, PlistFormat::Xml));
+INSTANTIATE_TEST_SUITE_P(BinaryAndXml, PropertyListFormats, testing::Values(PlistFormat::Binary, PlistFormat::Xml),
+                         [](const testing::TestParamInfo<PlistFormat>& format) {
+                             return format.param == PlistFormat::Binary ? "Binary" : "Xml";
+                         });
 
 TEST(PropertyList, UnreadableInputGivesNoValue)
 {
