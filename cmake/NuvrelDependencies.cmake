@@ -14,6 +14,11 @@ if(NOT Qt6_FOUND)
 endif()
 qt_standard_project_setup()
 
+find_package(OpenSSL 3 QUIET COMPONENTS Crypto)
+if(NOT OpenSSL_FOUND)
+  nuvrel_missing("OpenSSL 3 (libcrypto)" libssl-dev openssl@3)
+endif()
+
 # libplist ships no CMake package, only a pkg-config file.
 if(PkgConfig_FOUND)
   pkg_check_modules(LIBPLIST QUIET IMPORTED_TARGET libplist-2.0)
