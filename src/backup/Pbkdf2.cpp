@@ -1,5 +1,7 @@
 #include "backup/Pbkdf2.h"
 
+#include "backup/Sha256Ni.h"
+
 // The bare compression functions (SHA*_Transform) are deprecated in OpenSSL 3 in favour of EVP, which
 // offers no way to resume a hash from a saved state; the PBKDF2 loop is nothing but such resumptions.
 #define OPENSSL_SUPPRESS_DEPRECATED
@@ -9,6 +11,7 @@
 
 #include <array>
 #include <cstring>
+#include <type_traits>
 
 namespace nuvrel {
 
@@ -89,7 +92,7 @@ public:
 
     // T_i = U_1 ^ … ^ U_c with U_1 = HMAC(salt || INT(i)) and U_j = HMAC(U_{j-1}).
     bool block(QByteArrayView salt, quint32 index, quint64 iterations, unsigned char* out,
-               const std::atomic<bool>* cancel)
+               const std::atomic<bool>* cancel, bool accelerated)
     {
         unsigned char u[H::digestSize];
         {
@@ -107,6 +110,16 @@ public:
         std::array<quint32, words> digest;
         for (int w = 0; w < words; ++w)
             t[w] = digest[w] = qFromBigEndian<quint32>(u + 4 * w);
+        if constexpr (std::is_same_v<H, Sha256>) {
+            if (accelerated) {
+                if (!detail::pbkdf2Sha256NiRounds(m_innerState.data(), m_outerState.data(), digest.data(), t.data(),
+                                                  iterations, cancel, cancelCheckInterval))
+                    return false;
+                for (int w = 0; w < words; ++w)
+                    qToBigEndian(t[w], out + 4 * w);
+                return true;
+            }
+        }
 
         // Both later messages are one digest long, so each fits one padded block whose tail never changes.
         unsigned char message[blockSize] = {};
@@ -143,13 +156,14 @@ private:
 
 template <typename H>
 std::optional<QByteArray> run(QByteArrayView password, QByteArrayView salt, quint64 iterations, int length,
-                              const std::atomic<bool>* cancel)
+                              const std::atomic<bool>* cancel, bool accelerated)
 {
     Derivation<H> derivation(password);
     QByteArray key(length, Qt::Uninitialized);
     unsigned char block[H::digestSize];
     for (int done = 0, index = 1; done < length; ++index) {
-        if (!derivation.block(salt, static_cast<quint32>(index), std::max<quint64>(iterations, 1), block, cancel))
+        if (!derivation.block(salt, static_cast<quint32>(index), std::max<quint64>(iterations, 1), block, cancel,
+                              accelerated))
             return std::nullopt;
         const int take = std::min(length - done, H::digestSize);
         std::memcpy(key.data() + done, block, static_cast<size_t>(take));
@@ -161,12 +175,14 @@ std::optional<QByteArray> run(QByteArrayView password, QByteArrayView salt, quin
 } // namespace
 
 std::optional<QByteArray> Pbkdf2::derive(Hash hash, QByteArrayView password, QByteArrayView salt, quint64 iterations,
-                                         int length, const std::atomic<bool>* cancel)
+                                         int length, const std::atomic<bool>* cancel, Engine engine)
 {
     if (length <= 0)
         return QByteArray();
-    return hash == Hash::Sha1 ? run<Sha1>(password, salt, iterations, length, cancel)
-                              : run<Sha256>(password, salt, iterations, length, cancel);
+    if (hash == Hash::Sha1)
+        return run<Sha1>(password, salt, iterations, length, cancel, false);
+    const bool accelerated = engine == Engine::Fastest && detail::sha256NiAvailable();
+    return run<Sha256>(password, salt, iterations, length, cancel, accelerated);
 }
 
 } // namespace nuvrel
