@@ -8,15 +8,20 @@ function(nuvrel_missing what debian brew)
                       "or by hand: apt-get install ${debian} (Debian) / brew install ${brew} (macOS).")
 endfunction()
 
-find_package(Qt6 6.4 QUIET COMPONENTS Core)
+find_package(Qt6 6.4 QUIET COMPONENTS Core Gui)
 if(NOT Qt6_FOUND)
-  nuvrel_missing("Qt 6 (Core)" qt6-base-dev qt@6)
+  nuvrel_missing("Qt 6 (Core, Gui)" qt6-base-dev qt@6)
 endif()
 qt_standard_project_setup()
 
 find_package(OpenSSL 3 QUIET COMPONENTS Crypto)
 if(NOT OpenSSL_FOUND)
   nuvrel_missing("OpenSSL 3 (libcrypto)" libssl-dev openssl@3)
+endif()
+
+find_package(SQLite3 QUIET)
+if(NOT SQLite3_FOUND)
+  nuvrel_missing("SQLite 3" libsqlite3-dev sqlite)
 endif()
 
 # libplist ships no CMake package, only a pkg-config file.

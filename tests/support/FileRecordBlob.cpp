@@ -21,17 +21,19 @@ QVariant classRecord(const QString& name, const QStringList& chain)
 QByteArray makeFileRecordBlob(const FileRecord& record)
 {
     QVariantList objects{QStringLiteral("$null")};
+    const qint64 time = record.lastModified.value_or(1'600'000'000);
     QVariantMap file{
-        {QStringLiteral("Birth"), record.lastModified - 86400},
+        {QStringLiteral("Birth"), time - 86400},
         {QStringLiteral("Flags"), 0},
         {QStringLiteral("GroupID"), 501},
         {QStringLiteral("InodeNumber"), 1234567},
-        {QStringLiteral("LastModified"), record.lastModified},
-        {QStringLiteral("LastStatusChange"), record.lastModified},
+        {QStringLiteral("LastStatusChange"), time},
         {QStringLiteral("Mode"), record.mode},
         {QStringLiteral("ProtectionClass"), record.protectionClass},
         {QStringLiteral("UserID"), 501},
     };
+    if (record.lastModified)
+        file.insert(QStringLiteral("LastModified"), *record.lastModified);
     objects.append(QVariant()); // the record itself, filled in below
     objects.append(record.relativePath);
     file.insert(QStringLiteral("RelativePath"), uid(2));

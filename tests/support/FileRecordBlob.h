@@ -14,7 +14,7 @@ struct FileRecord
     qint64 size = 0;
     qint64 protectionClass = 3;
     qint64 mode = 0100644;
-    qint64 lastModified = 1700000000;
+    std::optional<qint64> lastModified = 1700000000; ///< left out of the record when unset
     std::optional<QByteArray> encryptionKey;
     bool keyAsNSData = true;      ///< wrapped in {"NS.data": …} as NSKeyedArchiver does, else plain data
     bool sizeByReference = false; ///< "Size" stored as a uid into "$objects"
