@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# The demo: installs what is missing, builds Nuvrel, writes sample iPhone backup folders and lists
-# them with nuvrel-cli, in French, in English and as JSON.
+# The demo: installs what is missing, builds Nuvrel, writes sample iPhone backups (a plain one, an
+# encrypted one, one in the oldest layout), lists them, lists files and extracts the photos of the
+# plain and the encrypted backup.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 tools/install-deps.sh
@@ -8,7 +9,8 @@ cmake --preset default >/dev/null
 cmake --build --preset default -j "$(nproc 2>/dev/null || sysctl -n hw.ncpu)" --target nuvrel-cli nuvrel-make-samples
 
 samples=build/demo/Backup
-rm -rf "$samples"
+photos=build/demo/Photos
+rm -rf build/demo
 build/default/tools/samples/nuvrel-make-samples "$samples"
 cli=build/default/src/cli/nuvrel-cli
 
@@ -20,4 +22,15 @@ run backups --root "$samples" --lang fr
 run backups --root "$samples" --lang en
 run backups --root "$samples" --lang sr-Cyrl
 run backups --root "$samples" --json
-run backups --root build/demo/nowhere --lang fr
+run files 00008110-001A2B3C4D5E801E --root "$samples" --lang fr
+run extract "$samples/00008110-001A2B3C4D5E801E" --photos --to "$photos/Camille" --lang fr
+
+printf '\n$ echo demo-1234 | nuvrel-cli extract 00008030-000E1D2C3B4A5968 --photos --password-stdin --to %s --lang en\n' "$photos/Louis"
+echo demo-1234 | "$cli" extract 00008030-000E1D2C3B4A5968 --root "$samples" --photos --password-stdin \
+  --to "$photos/Louis" --lang en || printf '(exit status %s)\n' "$?"
+printf '\n$ echo wrong | nuvrel-cli extract … --password-stdin (a wrong password)\n'
+echo wrong | "$cli" extract 00008030-000E1D2C3B4A5968 --root "$samples" --photos --password-stdin \
+  --to "$photos/Wrong" --lang fr || printf '(exit status %s)\n' "$?"
+
+printf '\nExtracted photos:\n'
+ls -l "$photos"/*

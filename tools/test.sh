@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The whole test suite: installs what is missing, checks formatting and clang-tidy, builds the
-# optimised and the sanitizer configurations with warnings as errors, gives the binary
-# property-list fuzzer a bounded run, and runs CTest on both builds. Fast on a second run: ccache and the build folders stay.
+# optimised and the sanitizer configurations with warnings as errors, gives the parsers of
+# untrusted backup data a bounded fuzzing run, and runs CTest on both builds. Fast on a second run: ccache and the build folders stay.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 tools/install-deps.sh
@@ -26,21 +26,24 @@ step "Sanitizer build (AddressSanitizer, UndefinedBehaviorSanitizer)"
 cmake --preset asan -DNUVREL_WERROR=ON >/dev/null
 cmake --build --preset asan -j "$jobs"
 
-step "Fuzzing the binary property-list reader for ${fuzz_seconds}s"
+step "Fuzzing the property-list, key-bag and old-index parsers"
 cmake --preset fuzz -DNUVREL_WERROR=ON >/dev/null
-cmake --build --preset fuzz -j "$jobs" --target fuzz_bplist
+cmake --build --preset fuzz -j "$jobs" --target fuzz_bplist fuzz_keybag fuzz_mbdb nuvrel-make-samples
 corpus=build/fuzz/corpus
-mkdir -p "$corpus"
-cmake --build --preset fuzz --target nuvrel-make-samples >/dev/null
-build/fuzz/tools/samples/nuvrel-make-samples --blobs "$corpus" >/dev/null
-if ! build/fuzz/tests/fuzz/fuzz_bplist -max_total_time="$fuzz_seconds" -max_len=4096 -timeout=10 \
-     -print_final_stats=1 "$corpus" >build/fuzz/fuzz.log 2>&1; then
-  tail -n 60 build/fuzz/fuzz.log
-  echo "fuzz: FAILED (crash or sanitizer report above; the input is in build/fuzz)"
-  status=1
-else
-  grep -E 'stat::number_of_executed_units|Done' build/fuzz/fuzz.log | tail -n 2 || true
-fi
+build/fuzz/tools/samples/nuvrel-make-samples --fuzz-seeds "$corpus" >/dev/null
+for target in bplist:${fuzz_seconds} keybag:$((fuzz_seconds / 2)) mbdb:$((fuzz_seconds / 2)); do
+  name=${target%%:*}
+  seconds=${target#*:}
+  mkdir -p "$corpus/$name"
+  if ! (cd build/fuzz && tests/fuzz/fuzz_$name -max_total_time="$seconds" -max_len=8192 -timeout=10 \
+        -print_final_stats=1 "corpus/$name" >"fuzz-$name.log" 2>&1); then
+    tail -n 60 "build/fuzz/fuzz-$name.log"
+    echo "fuzz_$name: FAILED (crash or sanitizer report above; the input is in build/fuzz)"
+    status=1
+  else
+    echo "fuzz_$name: $(grep -E 'stat::number_of_executed_units' "build/fuzz/fuzz-$name.log" | awk '{print $2}') inputs in ${seconds}s, no finding"
+  fi
+done
 
 step "Sanitizer tests"
 ctest --preset asan || status=1

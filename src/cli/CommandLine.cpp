@@ -46,6 +46,16 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
             line.root = value();
         } else if (argument == QLatin1StringView("--lang")) {
             line.language = value();
+        } else if (argument == QLatin1StringView("--domain")) {
+            line.domain = value();
+        } else if (argument == QLatin1StringView("--path")) {
+            line.pathPrefix = value();
+        } else if (argument == QLatin1StringView("--to")) {
+            line.destination = value();
+        } else if (argument == QLatin1StringView("--photos") && !inlineValue) {
+            line.photos = true;
+        } else if (argument == QLatin1StringView("--password-stdin") && !inlineValue) {
+            line.passwordFromStdin = true;
         } else if (argument == QLatin1StringView("--json") && !inlineValue) {
             line.json = true;
         } else if ((argument == QLatin1StringView("--help") || argument == QLatin1StringView("-h")) && !inlineValue) {
@@ -57,7 +67,7 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
         } else if (line.command.isEmpty()) {
             line.command = argument;
         } else {
-            fail(L("Commande inconnue : %@", argument));
+            line.arguments.append(argument);
         }
     }
     if (line.language && !appLanguageFromIdentifier(*line.language))
@@ -74,19 +84,39 @@ void printHelp(QTextStream& out, const QString& program)
             table.addRow(QStringList{QString()} + row);
         table.print(out);
     };
+    const QString backup = u'<' + L("sauvegarde") + u'>';
+    const QString folder = u'<' + L("dossier") + u'>';
     out << L("Utilisation : %@ <commande> [options]", program) << '\n';
-    section(L("Commandes :"), {{QStringLiteral("backups"), L("Liste les sauvegardes iPhone de cet ordinateur.")}});
-    section(L("Options :"), {{QStringLiteral("--root <%1>").arg(L("dossier")),
-                              L("Lit les sauvegardes de ce dossier plutôt que celui des réglages.")},
-                             {QStringLiteral("--json"), L("Affiche le résultat au format %@.", QStringLiteral("JSON"))},
-                             {QStringLiteral("--lang <%1>").arg(L("code")),
-                              L("Langue des textes : %@ (sinon celle choisie dans Nuvrel).", languageCodes())},
-                             {QStringLiteral("-h, --help"), L("Affiche cette aide.")},
-                             {QStringLiteral("--version"), L("Affiche la version.")}});
-    section(L("Code de sortie :"), {{L("0 : au moins une sauvegarde trouvée")},
-                                    {L("1 : aucune sauvegarde")},
+    section(L("Commandes :"),
+            {{QStringLiteral("backups"), L("Liste les sauvegardes iPhone de cet ordinateur.")},
+             {QStringLiteral("files ") + backup,
+              L("Liste les fichiers d'une sauvegarde (son dossier, ou son nom dans le dossier des sauvegardes).")},
+             {QStringLiteral("extract ") + backup, L("Copie des fichiers d'une sauvegarde dans un dossier.")}});
+    section(
+        L("Options :"),
+        {{QStringLiteral("--root ") + folder, L("Lit les sauvegardes de ce dossier plutôt que celui des réglages.")},
+         {QStringLiteral("--domain <%1>").arg(L("domaine")),
+          L("Ne garde que les fichiers de ce domaine (par exemple %@).", QStringLiteral("HomeDomain"))},
+         {QStringLiteral("--path <%1>").arg(L("chemin")),
+          L("Ne garde que les fichiers dont le chemin commence ainsi.")},
+         {QStringLiteral("--photos"), L("Ne garde que les photos et vidéos de la pellicule.")},
+         {QStringLiteral("--to ") + folder,
+          L("Dossier où copier les fichiers (commande %@).", QStringLiteral("extract"))},
+         {QStringLiteral("--password-stdin"),
+          L("Lit le mot de passe d'une sauvegarde chiffrée sur l'entrée standard.")},
+         {QStringLiteral("--json"), L("Affiche le résultat au format %@.", QStringLiteral("JSON"))},
+         {QStringLiteral("--lang <%1>").arg(L("code")),
+          L("Langue des textes : %@ (sinon celle choisie dans Nuvrel).", languageCodes())},
+         {QStringLiteral("-h, --help"), L("Affiche cette aide.")},
+         {QStringLiteral("--version"), L("Affiche la version.")}});
+    section(L("Code de sortie :"), {{L("0 : terminé")},
+                                    {L("1 : rien trouvé (aucune sauvegarde, ou aucun fichier ne correspond)")},
                                     {L("2 : accès refusé au dossier des sauvegardes")},
-                                    {L("3 : commande mal formée")}});
+                                    {L("3 : commande mal formée")},
+                                    {L("4 : sauvegarde introuvable")},
+                                    {L("5 : mot de passe absent ou faux")},
+                                    {L("6 : sauvegarde illisible")},
+                                    {L("7 : des fichiers n'ont pas pu être extraits")}});
 }
 
 } // namespace nuvrel::cli

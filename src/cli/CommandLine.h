@@ -9,14 +9,29 @@
 namespace nuvrel::cli {
 
 /// The process exit codes, documented in --help.
-enum ExitCode : int { Found = 0, NothingFound = 1, AccessRefused = 2, BadUsage = 3 };
+enum ExitCode : int {
+    Found = 0,
+    NothingFound = 1,
+    AccessRefused = 2,
+    BadUsage = 3,
+    NoSuchBackup = 4,
+    PasswordProblem = 5,
+    BackupUnreadable = 6,
+    SomeFilesFailed = 7,
+};
 
 /// The parsed command line: one command word and its options.
 struct CommandLine
 {
     QString command;
+    QStringList arguments; ///< the words after the command
     std::optional<QString> root;
     std::optional<QString> language;
+    std::optional<QString> domain;
+    std::optional<QString> pathPrefix;
+    std::optional<QString> destination;
+    bool photos = false;
+    bool passwordFromStdin = false;
     bool json = false;
     bool help = false;
     bool version = false;

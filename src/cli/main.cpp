@@ -1,5 +1,6 @@
 #include "cli/BackupsCommand.h"
 #include "cli/CommandLine.h"
+#include "cli/FilesCommand.h"
 #include "core/BackupLocator.h"
 #include "l10n/L.h"
 #include "l10n/LanguageStore.h"
@@ -41,12 +42,16 @@ int main(int argc, char* argv[])
         out << program << ' ' << QCoreApplication::applicationVersion() << '\n';
         return 0;
     }
-    if (line.command == QLatin1StringView("backups"))
+    if (line.command == QLatin1StringView("backups") && line.arguments.isEmpty())
         return cli::runBackups(line.root.value_or(BackupLocator::root()), line.json, out, err);
+    if (line.command == QLatin1StringView("files"))
+        return cli::runFiles(line, out, err);
+    if (line.command == QLatin1StringView("extract"))
+        return cli::runExtract(line, out, err);
 
     if (line.command.isEmpty())
         cli::printHelp(err, program);
     else
-        err << L("Commande inconnue : %@", line.command) << '\n';
+        err << L("Commande inconnue : %@", (QStringList{line.command} + line.arguments).join(u' ')) << '\n';
     return cli::BadUsage;
 }

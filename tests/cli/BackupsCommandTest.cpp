@@ -1,11 +1,12 @@
 // Runs the real nuvrel-cli binary, as a script would.
 
+#include "CliRunner.h"
+
 #include "support/BackupFixture.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QTimeZone>
 
@@ -14,31 +15,6 @@
 using namespace nuvrel::test;
 
 namespace {
-
-struct CliRun
-{
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
-
-CliRun runCli(const QStringList& arguments, const QMap<QString, QString>& environment = {})
-{
-    QProcess process;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("TZ"), QStringLiteral("UTC"));
-    env.insert(QStringLiteral("LANGUAGE"), QStringLiteral("fr_FR"));
-    env.insert(QStringLiteral("LC_ALL"), QStringLiteral("fr_FR.UTF-8"));
-    env.remove(QStringLiteral("NUVREL_BACKUP_ROOT"));
-    for (auto it = environment.cbegin(); it != environment.cend(); ++it)
-        env.insert(it.key(), it.value());
-    process.setProcessEnvironment(env);
-    process.start(QStringLiteral(NUVREL_CLI), arguments);
-    if (!process.waitForFinished(60'000))
-        return {};
-    return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-            QString::fromUtf8(process.readAllStandardError())};
-}
 
 class BackupsCommandTest : public testing::Test
 {

@@ -143,11 +143,12 @@ QString SampleBackup::write(const QString& root) const
         {QStringLiteral("Version"), QStringLiteral("10.0")},
         {QStringLiteral("IsEncrypted"), encrypted},
         {QStringLiteral("WasPasscodeSet"), true},
-        {QStringLiteral("Date"), lastBackup},
         {QStringLiteral("Lockdown"), QVariantMap{{QStringLiteral("DeviceName"), deviceName},
                                                  {QStringLiteral("ProductVersion"), productVersion},
                                                  {QStringLiteral("ProductType"), productType}}},
     };
+    if (lastBackup.isValid())
+        manifest.insert(QStringLiteral("Date"), lastBackup);
     const QByteArray indexKey = pseudoRandomBytes(32, 999);
     if (encrypted) {
         manifest.insert(QStringLiteral("BackupKeyBag"), writeKeyBag(*password, classes, keyBag));
@@ -156,7 +157,9 @@ QString SampleBackup::write(const QString& root) const
                             wrappedKeyValue(manifestKeyClass, classKeys.value(manifestKeyClass), indexKey));
     }
     writeFile(folder + QStringLiteral("/Info.plist"),
-              writePlist(infoPlist(deviceName, productType, productVersion, lastBackup), PlistFormat::Binary));
+              writePlist(infoPlist(deviceName, productType, productVersion,
+                                   lastBackup.isValid() ? std::optional(lastBackup) : std::nullopt),
+                         PlistFormat::Binary));
     writeFile(folder + QStringLiteral("/Manifest.plist"), writePlist(manifest, PlistFormat::Binary));
     writeFile(folder + QStringLiteral("/Status.plist"),
               writePlist(QVariantMap{{QStringLiteral("IsFullBackup"), false},

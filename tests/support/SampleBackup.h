@@ -34,7 +34,7 @@ struct SampleBackup
     QString deviceName = QStringLiteral("iPhone de Camille");
     QString productType = QStringLiteral("iPhone15,2");
     QString productVersion = QStringLiteral("17.5.1");
-    QDateTime lastBackup = QDateTime::fromSecsSinceEpoch(1'763'650'000);
+    QDateTime lastBackup = QDateTime::fromSecsSinceEpoch(1'763'650'000); ///< invalid: no date recorded
     Layout layout = Layout::Current;
     std::optional<QString> password; ///< encrypted when set
     KeyBagOptions keyBag;            ///< the derivation cost; kept low in tests

@@ -1,25 +1,32 @@
 // Writes sample backup folders, shaped like the ones the phone's sync service writes, for the demo
 // and for trying Nuvrel on a machine without an iPhone:   nuvrel-make-samples <folder>
-// With --blobs, writes manifest file-record blobs instead, as seeds for the fuzzer.
+// With --fuzz-seeds, writes seed inputs for the fuzzers instead (bplist/, keybag/, mbdb/).
 
 #include "support/BackupFixture.h"
 #include "support/FileRecordBlob.h"
+#include "support/KeyBagWriter.h"
+#include "support/SampleBackup.h"
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QTemporaryDir>
 #include <QTextStream>
 #include <QTimeZone>
 
 using namespace nuvrel::test;
+
+namespace {
+const QString demoPassword = QStringLiteral("demo-1234");
+} // namespace
 
 int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
     QTextStream err(stderr);
     QStringList arguments = QCoreApplication::arguments().mid(1);
-    const bool blobs = arguments.removeAll(QStringLiteral("--blobs")) > 0;
+    const bool seeds = arguments.removeAll(QStringLiteral("--fuzz-seeds")) > 0;
     if (arguments.size() != 1) {
-        err << "usage: nuvrel-make-samples [--blobs] <folder>\n";
+        err << "usage: nuvrel-make-samples [--fuzz-seeds] <folder>\n";
         return 2;
     }
     const QString root = arguments[0];
@@ -27,7 +34,8 @@ int main(int argc, char* argv[])
         err << "cannot create " << root << '\n';
         return 1;
     }
-    if (blobs) {
+    if (seeds) {
+        const QDir dir(root);
         for (int i = 0; i < 6; ++i) {
             FileRecord record;
             record.size = qint64(1) << (i * 7);
@@ -35,30 +43,75 @@ int main(int argc, char* argv[])
             record.sizeByReference = i == 3;
             if (i != 5)
                 record.encryptionKey = QByteArray(40, static_cast<char>('A' + i));
-            writeFile(QDir(root).filePath(QStringLiteral("record-%1.bplist").arg(i)), makeFileRecordBlob(record));
+            writeFile(dir.filePath(QStringLiteral("bplist/record-%1").arg(i)), makeFileRecordBlob(record));
         }
+        // Cheap derivations, so that the fuzzer reaches the unwrap.
+        KeyBagOptions cheap;
+        cheap.firstIterations = 1;
+        cheap.iterations = 1;
+        writeFile(dir.filePath(QStringLiteral("keybag/modern")),
+                  writeKeyBag(QStringLiteral("password"), {{3, QByteArray(32, 'k')}, {2, QByteArray(64, 'a'), 3, true}},
+                              cheap));
+        cheap.modern = false;
+        writeFile(
+            dir.filePath(QStringLiteral("keybag/older")),
+            writeKeyBag(QStringLiteral("password"), {{1, QByteArray(32, 'j')}, {5, QByteArray(32, 'x'), 1}}, cheap));
+        QTemporaryDir scratch;
+        SampleBackup oldest;
+        oldest.layout = SampleBackup::Layout::Oldest;
+        oldest.files = {
+            {QStringLiteral("HomeDomain"), QStringLiteral("Library/SMS/sms.db"), QByteArray("x")},
+            {QStringLiteral("CameraRollDomain"), QStringLiteral("Media/DCIM/100APPLE/IMG_0001.JPG"), QByteArray("y")}};
+        const QString folder = oldest.write(scratch.path());
+        QFile mbdb(folder + QStringLiteral("/Manifest.mbdb"));
+        if (mbdb.open(QIODevice::ReadOnly))
+            writeFile(dir.filePath(QStringLiteral("mbdb/oldest")), mbdb.readAll());
         return 0;
     }
     const auto utc = [](int y, int m, int d, int h, int min) {
         return QDateTime(QDate(y, m, d), QTime(h, min), QTimeZone::utc());
     };
 
-    writeBackup(root, {QStringLiteral("00008110-001A2B3C4D5E801E"),
-                       infoPlist(QStringLiteral("iPhone de Camille"), QStringLiteral("iPhone15,2"),
-                                 QStringLiteral("17.5.1"), utc(2026, 11, 20, 19, 42)),
-                       manifestPlist(true)});
-    writeBackup(root, {QStringLiteral("00008030-000E1D2C3B4A5968"),
-                       infoPlist(QStringLiteral("iPhone SE de Louis"), QStringLiteral("iPhone12,8"),
-                                 QStringLiteral("16.7.8"), utc(2025, 6, 3, 8, 15)),
-                       manifestPlist(false), PlistFormat::Xml});
-    writeBackup(root, {QStringLiteral("3f2a9c1e7b6d4a5f8e0c1b2a3d4e5f6a7b8c9d0e"),
-                       infoPlist(QStringLiteral("Ancien iPhone"), QStringLiteral("iPhone9,3"), QStringLiteral("15.8"),
-                                 std::nullopt),
-                       std::nullopt});
+    QList<SampleFile> files = cameraRollPhotos(12);
+    files.append({QStringLiteral("HomeDomain"), QStringLiteral("Library/Notes/notes.txt"),
+                  QByteArray("Liste de courses : pain, fromage, café.\n")});
+    files.append({QStringLiteral("AppDomainGroup-group.net.whatsapp.WhatsApp.shared"),
+                  QStringLiteral("ChatStorage.sqlite"), pseudoRandomBytes(48 * 1024, 7)});
+
+    SampleBackup camille;
+    camille.id = QStringLiteral("00008110-001A2B3C4D5E801E");
+    camille.lastBackup = utc(2026, 11, 20, 19, 42);
+    camille.files = files;
+    camille.write(root);
+
+    // Encrypted with the phone's own derivation cost, so that unlocking takes as long as for real.
+    SampleBackup louis;
+    louis.id = QStringLiteral("00008030-000E1D2C3B4A5968");
+    louis.deviceName = QStringLiteral("iPhone SE de Louis");
+    louis.productType = QStringLiteral("iPhone12,8");
+    louis.productVersion = QStringLiteral("16.7.8");
+    louis.lastBackup = utc(2025, 6, 3, 8, 15);
+    louis.password = demoPassword;
+    louis.keyBag.firstIterations = 10'000'000;
+    louis.keyBag.iterations = 10'000;
+    louis.files = files.mid(4);
+    louis.write(root);
+
+    SampleBackup old;
+    old.id = QStringLiteral("3f2a9c1e7b6d4a5f8e0c1b2a3d4e5f6a7b8c9d0e");
+    old.deviceName = QStringLiteral("Ancien iPhone");
+    old.productType = QStringLiteral("iPhone3,1");
+    old.productVersion = QStringLiteral("7.1.2");
+    old.lastBackup = QDateTime();
+    old.layout = SampleBackup::Layout::Oldest;
+    old.files = files.mid(0, 3);
+    old.write(root);
+
     // What the scan must pass over: a hidden folder and a stray file.
     writeBackup(root, {QStringLiteral(".Trash-sample"), infoPlist(QStringLiteral("invisible")), std::nullopt});
     writeFile(QDir(root).filePath(QStringLiteral("README.txt")),
               "Sample iPhone backups written by nuvrel-make-samples.\n");
-    QTextStream(stdout) << "Sample backups written to " << root << '\n';
+    QTextStream(stdout) << "Sample backups written to " << root << " (the encrypted one's password: " << demoPassword
+                        << ")\n";
     return 0;
 }

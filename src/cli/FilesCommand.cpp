@@ -1,0 +1,241 @@
+#include "cli/FilesCommand.h"
+
+#include "backup/IPhoneBackupReader.h"
+#include "cli/TextTable.h"
+#include "core/BackupLocator.h"
+#include "l10n/L.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <cstdio>
+#include <memory>
+#include <unistd.h>
+
+namespace nuvrel::cli {
+
+namespace {
+
+const QString cameraRoll = QStringLiteral("CameraRollDomain");
+const QString cameraRollFolder = QStringLiteral("Media/DCIM/");
+
+// A backup named on the command line: its folder, or its name in the backups folder.
+std::optional<PhoneBackup> findBackup(const QString& name, const QString& root)
+{
+    if (QFileInfo(name).isDir() && QFileInfo::exists(QDir(name).filePath(QStringLiteral("Info.plist"))))
+        return BackupLocator::read(name);
+    if (!name.contains(u'/'))
+        return BackupLocator::read(QDir(root).filePath(name));
+    return std::nullopt;
+}
+
+int exitCodeFor(const BackupReadError& error)
+{
+    switch (error.kind()) {
+    case BackupReadError::Kind::NeedsPassword:
+    case BackupReadError::Kind::WrongPassword: return PasswordProblem;
+    case BackupReadError::Kind::WriteFailed: return SomeFilesFailed;
+    case BackupReadError::Kind::Unreadable:
+    case BackupReadError::Kind::Unsupported: return BackupUnreadable;
+    }
+    return BackupUnreadable;
+}
+
+bool stderrIsTerminal()
+{
+    return ::isatty(STDERR_FILENO) == 1;
+}
+
+struct Opened
+{
+    std::unique_ptr<IPhoneBackupReader> reader;
+    int exitCode = Found;
+};
+
+// Resolves, asks for the password when needed, and opens the backup; reports problems on `err`.
+Opened open(const CommandLine& line, QTextStream& err)
+{
+    if (line.arguments.size() != 1) {
+        err << L("Précise une sauvegarde : son dossier, ou son nom dans le dossier des sauvegardes.") << '\n';
+        return {nullptr, BadUsage};
+    }
+    const QString root = line.root.value_or(BackupLocator::root());
+    const std::optional<PhoneBackup> backup = findBackup(line.arguments.front(), root);
+    if (!backup) {
+        err << L("Sauvegarde introuvable : %@", line.arguments.front()) << '\n';
+        return {nullptr, NoSuchBackup};
+    }
+    QString password;
+    if (backup->isEncrypted) {
+        if (!line.passwordFromStdin) {
+            err << BackupReadError::needsPassword().message() << ' '
+                << L("Donne-le avec %@.", QStringLiteral("--password-stdin")) << '\n';
+            return {nullptr, PasswordProblem};
+        }
+        QTextStream in(stdin);
+        password = in.readLine();
+    }
+    if (backup->isEncrypted && stderrIsTerminal()) {
+        err << L("Lecture de la sauvegarde… une grosse sauvegarde peut prendre une minute.") << '\n';
+        err.flush();
+    }
+    try {
+        return {std::make_unique<IPhoneBackupReader>(*backup, password), Found};
+    } catch (const BackupReadError& error) {
+        err << error.message() << '\n';
+        return {nullptr, exitCodeFor(error)};
+    }
+}
+
+QList<BackupEntry> selected(const IPhoneBackupReader& reader, const CommandLine& line)
+{
+    QList<BackupEntry> entries = reader.loadEntries();
+    entries.removeIf([&line](const BackupEntry& entry) {
+        if (line.photos && (entry.domain != cameraRoll || !entry.path.startsWith(cameraRollFolder)))
+            return true;
+        if (line.domain && entry.domain != *line.domain)
+            return true;
+        return line.pathPrefix && !entry.path.startsWith(*line.pathPrefix);
+    });
+    return entries;
+}
+
+// One line redrawn in place on a terminal; nothing at all when the output goes to a file.
+class ProgressBar
+{
+public:
+    ProgressBar(QTextStream& err, qsizetype total)
+        : m_err(err)
+        , m_total(total)
+        , m_enabled(stderrIsTerminal())
+    {
+        m_clock.start();
+    }
+    void update(qsizetype done, bool force = false)
+    {
+        if (!m_enabled || (!force && m_clock.elapsed() < 100))
+            return;
+        m_clock.restart();
+        constexpr int width = 30;
+        const int filled = m_total > 0 ? static_cast<int>(width * done / m_total) : width;
+        m_err << '\r' << '[' << QString(filled, u'#') << QString(width - filled, u'.') << "] "
+              << L("Extraction %@ sur %@…", done, m_total) << "   ";
+        m_err.flush();
+    }
+    void finish()
+    {
+        update(m_total, true);
+        if (m_enabled)
+            m_err << '\n';
+    }
+
+private:
+    QTextStream& m_err;
+    qsizetype m_total;
+    bool m_enabled;
+    QElapsedTimer m_clock;
+};
+
+} // namespace
+
+int runFiles(const CommandLine& line, QTextStream& out, QTextStream& err)
+{
+    Opened opened = open(line, err);
+    if (!opened.reader)
+        return opened.exitCode;
+    QList<BackupEntry> entries;
+    try {
+        entries = selected(*opened.reader, line);
+    } catch (const BackupReadError& error) {
+        err << error.message() << '\n';
+        return exitCodeFor(error);
+    }
+    opened.reader->cleanup();
+
+    if (line.json) {
+        QJsonArray files;
+        for (const BackupEntry& entry : entries) {
+            const MBFileInfo meta = entry.meta();
+            files.append(QJsonObject{
+                {QStringLiteral("fileID"), entry.fileID},
+                {QStringLiteral("domain"), entry.domain},
+                {QStringLiteral("path"), entry.path},
+                {QStringLiteral("size"), meta.size},
+                {QStringLiteral("modified"), meta.mtime ? QJsonValue(meta.mtime->toString(Qt::ISODate)) : QJsonValue()},
+                {QStringLiteral("protectionClass"), meta.protectionClass},
+            });
+        }
+        out << QString::fromUtf8(QJsonDocument(files).toJson(QJsonDocument::Indented));
+        return entries.isEmpty() ? NothingFound : Found;
+    }
+    if (entries.isEmpty()) {
+        err << L("Aucun fichier ne correspond.") << '\n';
+        return NothingFound;
+    }
+    TextTable table;
+    table.addRow({L("Domaine"), L("Chemin"), L("Taille")});
+    const QLocale locale = Localizer::locale();
+    for (const BackupEntry& entry : entries)
+        table.addRow({entry.domain, entry.path, locale.formattedDataSize(entry.meta().size)});
+    table.print(out);
+    return Found;
+}
+
+int runExtract(const CommandLine& line, QTextStream& out, QTextStream& err)
+{
+    if (!line.destination) {
+        err << L("L'option %@ attend une valeur.", QStringLiteral("--to")) << '\n';
+        return BadUsage;
+    }
+    Opened opened = open(line, err);
+    if (!opened.reader)
+        return opened.exitCode;
+    IPhoneBackupReader& reader = *opened.reader;
+    QList<BackupEntry> entries;
+    try {
+        entries = selected(reader, line);
+    } catch (const BackupReadError& error) {
+        err << error.message() << '\n';
+        return exitCodeFor(error);
+    }
+    if (entries.isEmpty()) {
+        err << L("Aucun fichier ne correspond.") << '\n';
+        return NothingFound;
+    }
+
+    const QDir destination(*line.destination);
+    qsizetype done = 0;
+    qsizetype failed = 0;
+    QString firstFailure;
+    ProgressBar progress(err, entries.size());
+    for (const BackupEntry& entry : std::as_const(entries)) {
+        // Photos land side by side; anything else keeps its place under its domain.
+        const QString target = line.photos ? destination.filePath(entry.fileName())
+                                           : destination.filePath(entry.domain + u'/' + entry.safeRelativePath());
+        try {
+            reader.extract(entry, target);
+            ++done;
+        } catch (const BackupReadError& error) {
+            if (firstFailure.isEmpty())
+                firstFailure = error.message();
+            ++failed;
+            if (error.kind() == BackupReadError::Kind::WriteFailed)
+                break; // a full disk fails every file after it
+        }
+        progress.update(done + failed);
+    }
+    progress.finish();
+    reader.cleanup();
+
+    out << L("%@ fichier(s) extraits", done) << " → " << QDir::cleanPath(destination.absolutePath()) << '\n';
+    if (failed > 0) {
+        err << L("%@ fichier(s) n'ont pas pu être extraits : %@", failed, firstFailure) << '\n';
+        return SomeFilesFailed;
+    }
+    return Found;
+}
+
+} // namespace nuvrel::cli

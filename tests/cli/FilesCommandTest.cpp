@@ -1,0 +1,116 @@
+// nuvrel-cli files and extract, run as a script would run them.
+
+#include "CliRunner.h"
+
+#include "support/SampleBackup.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace nuvrel::test;
+
+namespace {
+
+class FilesCommandTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        SampleBackup plain;
+        plain.id = QStringLiteral("plain");
+        plain.files = cameraRollPhotos(3);
+        plain.files.append({QStringLiteral("HomeDomain"), QStringLiteral("Library/SMS/sms.db"), QByteArray("sms")});
+        plain.files.append({QStringLiteral("HomeDomain"), QStringLiteral("../../escape.txt"), QByteArray("hostile")});
+        plain.write(m_root.path());
+
+        SampleBackup locked = plain;
+        locked.id = QStringLiteral("locked");
+        locked.password = QStringLiteral("s3cret");
+        locked.write(m_root.path());
+    }
+    QStringList with(QStringList arguments) const
+    {
+        return arguments << QStringLiteral("--root") << m_root.path() << QStringLiteral("--lang")
+                         << QStringLiteral("en");
+    }
+    QString out(const QString& name) const { return m_out.filePath(name); }
+
+    QTemporaryDir m_root;
+    QTemporaryDir m_out;
+};
+
+} // namespace
+
+TEST_F(FilesCommandTest, ListsFilesFilteredAndAsJson)
+{
+    const CliRun all = runCli(with({QStringLiteral("files"), QStringLiteral("plain")}));
+    EXPECT_EQ(all.exitCode, 0) << qPrintable(all.err);
+    EXPECT_TRUE(all.out.contains(QStringLiteral("Media/DCIM/100APPLE/IMG_0003.JPG"))) << qPrintable(all.out);
+    EXPECT_TRUE(all.out.contains(QStringLiteral("Library/SMS/sms.db"))) << qPrintable(all.out);
+
+    const CliRun home =
+        runCli(with({QStringLiteral("files"), m_root.filePath(QStringLiteral("plain")), QStringLiteral("--domain"),
+                     QStringLiteral("HomeDomain"), QStringLiteral("--json")}));
+    EXPECT_EQ(home.exitCode, 0) << qPrintable(home.err);
+    const QJsonArray files = QJsonDocument::fromJson(home.out.toUtf8()).array();
+    ASSERT_EQ(files.size(), 2) << qPrintable(home.out);
+    const QJsonObject sms = files[0].toObject();
+    EXPECT_EQ(sms.value(QStringLiteral("path")).toString(), QStringLiteral("Library/SMS/sms.db"));
+    EXPECT_EQ(sms.value(QStringLiteral("size")).toInt(), 3);
+    EXPECT_EQ(sms.value(QStringLiteral("fileID")).toString(),
+              SampleBackup::fileID(QStringLiteral("HomeDomain"), QStringLiteral("Library/SMS/sms.db")));
+
+    const CliRun none = runCli(
+        with({QStringLiteral("files"), QStringLiteral("plain"), QStringLiteral("--path"), QStringLiteral("Nothing/")}));
+    EXPECT_EQ(none.exitCode, 1);
+    EXPECT_TRUE(none.err.contains(QStringLiteral("No file matches"))) << qPrintable(none.err);
+}
+
+TEST_F(FilesCommandTest, ExtractsPlainAndEncryptedBackupsAndStaysInsideTheDestination)
+{
+    const CliRun photos = runCli(with({QStringLiteral("extract"), QStringLiteral("plain"), QStringLiteral("--photos"),
+                                       QStringLiteral("--to"), out(QStringLiteral("photos"))}));
+    EXPECT_EQ(photos.exitCode, 0) << qPrintable(photos.err);
+    EXPECT_EQ(QDir(out(QStringLiteral("photos"))).entryList(QDir::Files).size(), 3);
+
+    const CliRun everything =
+        runCli(with({QStringLiteral("extract"), QStringLiteral("locked"), QStringLiteral("--password-stdin"),
+                     QStringLiteral("--to"), out(QStringLiteral("all"))}),
+               {}, "s3cret\n");
+    EXPECT_EQ(everything.exitCode, 0) << qPrintable(everything.err);
+    QFile sms(out(QStringLiteral("all/HomeDomain/Library/SMS/sms.db")));
+    ASSERT_TRUE(sms.open(QIODevice::ReadOnly));
+    EXPECT_EQ(sms.readAll(), QByteArray("sms"));
+    // A hostile "../../escape.txt" lands inside the destination.
+    EXPECT_TRUE(QFile::exists(out(QStringLiteral("all/HomeDomain/escape.txt"))));
+    EXPECT_FALSE(QFile::exists(m_out.filePath(QStringLiteral("../escape.txt"))));
+}
+
+TEST_F(FilesCommandTest, PasswordAndBackupProblemsHaveTheirExitCodes)
+{
+    const CliRun noPassword = runCli(with({QStringLiteral("files"), QStringLiteral("locked")}));
+    EXPECT_EQ(noPassword.exitCode, 5);
+    EXPECT_TRUE(noPassword.err.contains(QStringLiteral("--password-stdin"))) << qPrintable(noPassword.err);
+
+    const CliRun wrong =
+        runCli(with({QStringLiteral("extract"), QStringLiteral("locked"), QStringLiteral("--photos"),
+                     QStringLiteral("--password-stdin"), QStringLiteral("--to"), out(QStringLiteral("w"))}),
+               {}, "S3CRET\n");
+    EXPECT_EQ(wrong.exitCode, 5);
+    EXPECT_FALSE(QFileInfo::exists(out(QStringLiteral("w")))) << "a wrong password must leave nothing behind";
+
+    EXPECT_EQ(runCli(with({QStringLiteral("files"), QStringLiteral("nowhere")})).exitCode, 4);
+    EXPECT_EQ(runCli(with({QStringLiteral("files")})).exitCode, 3);
+    EXPECT_EQ(runCli(with({QStringLiteral("extract"), QStringLiteral("plain")})).exitCode, 3); // no --to
+
+    QFile::remove(m_root.filePath(QStringLiteral("plain/Manifest.db")));
+    const CliRun broken = runCli(with({QStringLiteral("files"), QStringLiteral("plain")}));
+    EXPECT_EQ(broken.exitCode, 6);
+    EXPECT_TRUE(broken.err.contains(QStringLiteral("Manifest.mbdb"))) << qPrintable(broken.err);
+}
