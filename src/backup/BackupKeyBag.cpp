@@ -141,12 +141,12 @@ bool BackupKeyBag::unlock(const QString& password, const std::atomic<bool>* canc
         const auto wrapped = record.constFind("WPKY");
         if (!(wrap & wrapFlagPasscode) || wrapped == record.cend())
             continue;
-        std::optional<QByteArray> classKey = aesUnwrap(*key, *wrapped);
+        const std::optional<QByteArray> classKey = aesUnwrap(*key, *wrapped);
         if (!classKey) {
             m_classKeys.clear();
             return false;
         }
-        m_classKeys.insert(intValue(record.value("CLAS")), std::move(*classKey));
+        m_classKeys.insert(intValue(record.value("CLAS")), *classKey);
     }
     return true;
 }

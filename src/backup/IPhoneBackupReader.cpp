@@ -224,7 +224,7 @@ QString IPhoneBackupReader::uniqueURL(const QString& location)
     for (int n = 2;; ++n) {
         const QString name = suffix.isEmpty() ? QStringLiteral("%1 (%2)").arg(base).arg(n)
                                               : QStringLiteral("%1 (%2).%3").arg(base).arg(n).arg(suffix);
-        const QString candidate = dir.filePath(name);
+        QString candidate = dir.filePath(name);
         if (!QFileInfo::exists(candidate))
             return candidate;
     }
@@ -281,7 +281,7 @@ QString IPhoneBackupReader::openableURL(const BackupEntry& entry, const QString&
         fileName = entry.fileName().isEmpty() ? QStringLiteral("fichier") : entry.fileName();
     const QString folder = QDir(tempDir()).filePath(
         QStringLiteral("ouvrir/") + (BackupEntry::isValidFileID(entry.fileID) ? entry.fileID : QStringLiteral("x")));
-    const QString target = QDir(folder).filePath(fileName);
+    QString target = QDir(folder).filePath(fileName);
     if (QFileInfo(target).isFile())
         return target; // made before: a backup never changes
     if (m_keybag)

@@ -108,14 +108,14 @@ public:
         }
         std::array<quint32, words> t;
         std::array<quint32, words> digest;
-        for (int w = 0; w < words; ++w)
+        for (std::ptrdiff_t w = 0; w < words; ++w)
             t[w] = digest[w] = qFromBigEndian<quint32>(u + 4 * w);
         if constexpr (std::is_same_v<H, Sha256>) {
             if (accelerated) {
                 if (!detail::pbkdf2Sha256NiRounds(m_innerState.data(), m_outerState.data(), digest.data(), t.data(),
                                                   iterations, cancel, cancelCheckInterval))
                     return false;
-                for (int w = 0; w < words; ++w)
+                for (std::ptrdiff_t w = 0; w < words; ++w)
                     qToBigEndian(t[w], out + 4 * w);
                 return true;
             }
@@ -129,20 +129,20 @@ public:
         for (quint64 j = 1; j < iterations; ++j) {
             if (cancel && j % cancelCheckInterval == 0 && cancel->load(std::memory_order_relaxed))
                 return false;
-            for (int w = 0; w < words; ++w)
+            for (std::ptrdiff_t w = 0; w < words; ++w)
                 qToBigEndian(digest[w], message + 4 * w);
             H::setState(c, m_innerState.data());
             H::transform(&c, message);
             H::state(c, digest.data());
-            for (int w = 0; w < words; ++w)
+            for (std::ptrdiff_t w = 0; w < words; ++w)
                 qToBigEndian(digest[w], message + 4 * w);
             H::setState(c, m_outerState.data());
             H::transform(&c, message);
             H::state(c, digest.data());
-            for (int w = 0; w < words; ++w)
+            for (std::ptrdiff_t w = 0; w < words; ++w)
                 t[w] ^= digest[w];
         }
-        for (int w = 0; w < words; ++w)
+        for (std::ptrdiff_t w = 0; w < words; ++w)
             qToBigEndian(t[w], out + 4 * w);
         return true;
     }

@@ -54,7 +54,7 @@ NUVREL_SHA_TARGET State compress(State s, __m128i w0, __m128i w1, __m128i w2, __
     __m128i w[4] = {w0, w1, w2, w3};
 #pragma GCC unroll 16
     for (int g = 0; g < 16; ++g) {
-        const __m128i k = _mm_load_si128(reinterpret_cast<const __m128i*>(roundConstants + 4 * g));
+        const __m128i k = _mm_load_si128(reinterpret_cast<const __m128i*>(roundConstants + std::ptrdiff_t(4) * g));
         __m128i msg = _mm_add_epi32(w[g & 3], k);
         s.cdgh = _mm_sha256rnds2_epu32(s.cdgh, s.abef, msg);
         if (g >= 3 && g <= 14) {

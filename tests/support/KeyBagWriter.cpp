@@ -29,9 +29,9 @@ QByteArray number(quint32 value)
 QByteArray pseudoRandomBytes(qsizetype size, quint32 seed)
 {
     QRandomGenerator random(seed);
-    QByteArray out(size, Qt::Uninitialized);
-    for (char& byte : out)
-        byte = static_cast<char>(random.bounded(256));
+    QByteArray out((size + 3) / 4 * 4, Qt::Uninitialized);
+    random.fillRange(reinterpret_cast<quint32*>(out.data()), out.size() / 4);
+    out.truncate(size);
     return out;
 }
 

@@ -178,14 +178,15 @@ QString SampleBackup::write(const QString& root) const
     quint32 seed = 5000;
     for (const SampleFile& file : files) {
         Stored item{&file, fileID(file.domain, file.path), std::nullopt};
-        QByteArray contents = file.contents;
+        QByteArray contents = writeStoredCopies ? file.contents : QByteArray();
         if (encrypted) {
             const QByteArray key = pseudoRandomBytes(32, ++seed);
             item.encKey = wrappedKeyValue(file.protectionClass, classKeys.value(file.protectionClass), key);
             contents = encryptPadded(key, contents);
         }
         const QString relative = layout == Layout::Current ? item.fileID.left(2) + u'/' + item.fileID : item.fileID;
-        writeFile(QDir(folder).filePath(relative), contents);
+        if (writeStoredCopies)
+            writeFile(QDir(folder).filePath(relative), contents);
         stored.append(item);
     }
 

@@ -40,6 +40,7 @@ struct SampleBackup
     KeyBagOptions keyBag;            ///< the derivation cost; kept low in tests
     QList<SampleFile> files;
     bool withFoldersAndLinks = true; ///< index rows for folders and links, which are not files
+    bool writeStoredCopies = true;   ///< false: the index alone, for benchmarks of listing
 
     /// Writes the backup under `root`; returns its folder.
     QString write(const QString& root) const;

@@ -1,7 +1,9 @@
-// Every test binary runs inside a QCoreApplication, with settings and standard paths pointed at a
-// scratch folder so that no test reads or writes the developer's own configuration.
+// Every test binary runs inside a QCoreApplication, with its home, settings and standard paths in a
+// scratch folder of its own: no test touches the developer's configuration, and test processes that
+// CTest runs side by side never share a temporary folder.
 
 #include <QCoreApplication>
+#include <QFile>
 #include <QSettings>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -11,16 +13,17 @@
 int main(int argc, char* argv[])
 {
     testing::InitGoogleTest(&argc, argv);
+    QTemporaryDir home;
+    if (!home.isValid())
+        return 2;
+    qputenv("HOME", QFile::encodeName(home.path()));
     QCoreApplication app(argc, argv);
     QCoreApplication::setOrganizationName(QStringLiteral("NuvrelTests"));
     QCoreApplication::setApplicationName(QStringLiteral("NuvrelTests"));
     QStandardPaths::setTestModeEnabled(true);
 
-    QTemporaryDir settingsHome;
-    if (!settingsHome.isValid())
-        return 2;
-    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, settingsHome.path());
-    QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, settingsHome.path());
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, home.path());
+    QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, home.path());
     qunsetenv("NUVREL_BACKUP_ROOT");
     return RUN_ALL_TESTS();
 }

@@ -1,6 +1,7 @@
 // Writes sample backup folders, shaped like the ones the phone's sync service writes, for the demo
 // and for trying Nuvrel on a machine without an iPhone:   nuvrel-make-samples <folder>
-// With --fuzz-seeds, writes seed inputs for the fuzzers instead (bplist/, keybag/, mbdb/).
+// With --fuzz-seeds, writes seed inputs for the fuzzers instead (bplist/, keybag/, mbdb/); with
+// --bench-data, the backups the reader benchmarks use: a 300,000-file index and a 1 GiB encrypted file.
 
 #include "support/BackupFixture.h"
 #include "support/FileRecordBlob.h"
@@ -25,14 +26,37 @@ int main(int argc, char* argv[])
     QTextStream err(stderr);
     QStringList arguments = QCoreApplication::arguments().mid(1);
     const bool seeds = arguments.removeAll(QStringLiteral("--fuzz-seeds")) > 0;
+    const bool benchData = arguments.removeAll(QStringLiteral("--bench-data")) > 0;
     if (arguments.size() != 1) {
-        err << "usage: nuvrel-make-samples [--fuzz-seeds] <folder>\n";
+        err << "usage: nuvrel-make-samples [--fuzz-seeds | --bench-data] <folder>\n";
         return 2;
     }
     const QString root = arguments[0];
     if (!QDir().mkpath(root)) {
         err << "cannot create " << root << '\n';
         return 1;
+    }
+    if (benchData) {
+        // 300,000 files across realistic domains; only the index is written.
+        SampleBackup large;
+        large.id = QStringLiteral("large-index");
+        large.writeStoredCopies = false;
+        const QStringList domains{QStringLiteral("CameraRollDomain"), QStringLiteral("HomeDomain"),
+                                  QStringLiteral("MediaDomain"), QStringLiteral("AppDomain-net.whatsapp.WhatsApp"),
+                                  QStringLiteral("AppDomainGroup-group.com.apple.notes")};
+        for (int i = 0; i < 300'000; ++i)
+            large.files.append({domains[i % domains.size()],
+                                QStringLiteral("Library/Caches/%1/item-%2.dat").arg(i % 97).arg(i), QByteArray(),
+                                1'600'000'000 + i});
+        large.write(root);
+
+        SampleBackup big;
+        big.id = QStringLiteral("big-file");
+        big.password = QStringLiteral("bench");
+        big.files = {{QStringLiteral("CameraRollDomain"), QStringLiteral("Media/DCIM/100APPLE/IMG_0001.MOV"),
+                      pseudoRandomBytes(qint64(1) << 30, 42)}};
+        big.write(root);
+        return 0;
     }
     if (seeds) {
         const QDir dir(root);
@@ -76,7 +100,7 @@ int main(int argc, char* argv[])
     files.append({QStringLiteral("HomeDomain"), QStringLiteral("Library/Notes/notes.txt"),
                   QByteArray("Liste de courses : pain, fromage, café.\n")});
     files.append({QStringLiteral("AppDomainGroup-group.net.whatsapp.WhatsApp.shared"),
-                  QStringLiteral("ChatStorage.sqlite"), pseudoRandomBytes(48 * 1024, 7)});
+                  QStringLiteral("ChatStorage.sqlite"), pseudoRandomBytes(qsizetype(48) * 1024, 7)});
 
     SampleBackup camille;
     camille.id = QStringLiteral("00008110-001A2B3C4D5E801E");
