@@ -14,6 +14,11 @@ if(NOT Qt6_FOUND)
 endif()
 qt_standard_project_setup()
 
+find_package(Qt6Keychain QUIET)
+if(NOT Qt6Keychain_FOUND)
+  nuvrel_missing("QtKeychain for Qt 6" qtkeychain-qt6-dev qtkeychain)
+endif()
+
 find_package(OpenSSL 3 QUIET COMPONENTS Crypto)
 if(NOT OpenSSL_FOUND)
   nuvrel_missing("OpenSSL 3 (libcrypto)" libssl-dev openssl@3)

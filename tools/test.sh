@@ -45,6 +45,18 @@ for target in bplist:${fuzz_seconds} keybag:$((fuzz_seconds / 2)) mbdb:$((fuzz_s
   fi
 done
 
+step "Keychain: gnome-keyring's Secret Service in a private D-Bus session"
+# A keyring folder of its own, so that the developer's real keyring is neither used nor locked out.
+keyrings=$(mktemp -d)
+if ! XDG_DATA_HOME="$keyrings" dbus-run-session -- bash -c \
+     'printf nuvrel | gnome-keyring-daemon --unlock --components=secrets >/dev/null &&
+      NUVREL_KEYCHAIN_TEST=1 build/default/tests/platform/platform_tests --gtest_brief=1 &&
+      NUVREL_KEYCHAIN_TEST=1 build/default/tests/cli/cli_tests --gtest_brief=1 --gtest_filter=*Remember*' 2>/dev/null; then
+  echo "keychain test: FAILED"
+  status=1
+fi
+rm -rf "$keyrings"
+
 step "Sanitizer tests"
 ctest --preset asan || status=1
 

@@ -56,6 +56,8 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
             line.photos = true;
         } else if (argument == QLatin1StringView("--password-stdin") && !inlineValue) {
             line.passwordFromStdin = true;
+        } else if (argument == QLatin1StringView("--remember") && !inlineValue) {
+            line.remember = true;
         } else if (argument == QLatin1StringView("--json") && !inlineValue) {
             line.json = true;
         } else if ((argument == QLatin1StringView("--help") || argument == QLatin1StringView("-h")) && !inlineValue) {

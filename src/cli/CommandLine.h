@@ -32,6 +32,7 @@ struct CommandLine
     std::optional<QString> destination;
     bool photos = false;
     bool passwordFromStdin = false;
+    bool remember = false;
     bool json = false;
     bool help = false;
     bool version = false;

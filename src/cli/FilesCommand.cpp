@@ -1,5 +1,6 @@
 #include "cli/FilesCommand.h"
 
+#include "backup/BackupPasswordStore.h"
 #include "backup/IPhoneBackupReader.h"
 #include "cli/TextTable.h"
 #include "core/BackupLocator.h"
@@ -70,20 +71,31 @@ Opened open(const CommandLine& line, QTextStream& err)
     }
     QString password;
     if (backup->isEncrypted) {
-        if (!line.passwordFromStdin) {
+        // A password given now wins over the kept one, which may be out of date.
+        if (line.passwordFromStdin) {
+            QTextStream in(stdin);
+            password = in.readLine();
+        } else if (std::optional<QString> kept = BackupPasswordStore().load(backup->id)) {
+            password = *kept;
+        } else {
             err << BackupReadError::needsPassword().message() << ' '
                 << L("Donne-le avec %@.", QStringLiteral("--password-stdin")) << '\n';
             return {nullptr, PasswordProblem};
         }
-        QTextStream in(stdin);
-        password = in.readLine();
     }
     if (backup->isEncrypted && stderrIsTerminal()) {
         err << L("Lecture de la sauvegarde… une grosse sauvegarde peut prendre une minute.") << '\n';
         err.flush();
     }
     try {
-        return {std::make_unique<IPhoneBackupReader>(*backup, password), Found};
+        auto reader = std::make_unique<IPhoneBackupReader>(*backup, password);
+        if (line.remember && line.passwordFromStdin) {
+            if (BackupPasswordStore().save(password, backup->id))
+                err << L("Mot de passe gardé dans le trousseau de cet ordinateur.") << '\n';
+            else
+                err << L("Le trousseau n'a pas pu garder le mot de passe.") << '\n';
+        }
+        return {std::move(reader), Found};
     } catch (const BackupReadError& error) {
         err << error.message() << '\n';
         return {nullptr, exitCodeFor(error)};

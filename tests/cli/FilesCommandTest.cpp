@@ -114,3 +114,18 @@ TEST_F(FilesCommandTest, PasswordAndBackupProblemsHaveTheirExitCodes)
     EXPECT_EQ(broken.exitCode, 6);
     EXPECT_TRUE(broken.err.contains(QStringLiteral("Manifest.mbdb"))) << qPrintable(broken.err);
 }
+
+TEST_F(FilesCommandTest, RememberedPasswordOpensTheBackupNextTime)
+{
+    if (qEnvironmentVariable("NUVREL_KEYCHAIN_TEST") != QLatin1StringView("1"))
+        GTEST_SKIP() << "needs a running Secret Service: tools/test.sh starts one";
+    const CliRun first = runCli(with({QStringLiteral("files"), QStringLiteral("locked"),
+                                      QStringLiteral("--password-stdin"), QStringLiteral("--remember")}),
+                                {}, "s3cret\n");
+    EXPECT_EQ(first.exitCode, 0) << qPrintable(first.err);
+    EXPECT_TRUE(first.err.contains(QStringLiteral("keychain"))) << qPrintable(first.err);
+
+    const CliRun later = runCli(with({QStringLiteral("files"), QStringLiteral("locked")}));
+    EXPECT_EQ(later.exitCode, 0) << qPrintable(later.err);
+    EXPECT_TRUE(later.out.contains(QStringLiteral("Library/SMS/sms.db"))) << qPrintable(later.out);
+}

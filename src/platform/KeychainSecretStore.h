@@ -1,0 +1,17 @@
+#pragma once
+
+#include "platform/SecretStore.h"
+
+namespace nuvrel {
+
+/// SecretStore over QtKeychain. Never falls back to an unencrypted file when the store is missing:
+/// a password that cannot be kept safely is not kept.
+class KeychainSecretStore final : public SecretStore
+{
+public:
+    std::optional<QString> load(const QString& service, const QString& account) override;
+    bool save(const QString& service, const QString& account, const QString& secret) override;
+    bool remove(const QString& service, const QString& account) override;
+};
+
+} // namespace nuvrel

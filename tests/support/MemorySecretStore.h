@@ -1,0 +1,39 @@
+#pragma once
+
+#include "platform/SecretStore.h"
+
+#include <QMap>
+#include <QPair>
+
+namespace nuvrel::test {
+
+/// A SecretStore in memory, for tests of what is kept; `refuse` plays a locked or missing keychain.
+class MemorySecretStore final : public SecretStore
+{
+public:
+    std::optional<QString> load(const QString& service, const QString& account) override
+    {
+        if (refuse || !items.contains({service, account}))
+            return std::nullopt;
+        return items.value({service, account});
+    }
+    bool save(const QString& service, const QString& account, const QString& secret) override
+    {
+        if (refuse)
+            return false;
+        items.insert({service, account}, secret);
+        return true;
+    }
+    bool remove(const QString& service, const QString& account) override
+    {
+        if (refuse)
+            return false;
+        items.remove({service, account});
+        return true;
+    }
+
+    QMap<QPair<QString, QString>, QString> items;
+    bool refuse = false;
+};
+
+} // namespace nuvrel::test
