@@ -137,14 +137,24 @@ QString Localizer::formatDateTime(const QDateTime& dateTime)
     return formatDateTime(dateTime, locale());
 }
 
-QString Localizer::formatDateTime(const QDateTime& dateTime, const QLocale& locale)
+QString Localizer::formatDate(QDate date)
+{
+    return formatDate(date, locale());
+}
+
+QString Localizer::formatDate(QDate date, const QLocale& locale)
 {
     // Qt's long date names the weekday; a list of dates reads better without it ("22 novembre 2026").
     static const QRegularExpression weekday(QStringLiteral("^dddd[,.]?\\s*|\\s*[,.]?\\s*dddd$"));
     QString dateFormat = locale.dateFormat(QLocale::LongFormat);
     dateFormat.remove(weekday);
+    return locale.toString(date, dateFormat);
+}
+
+QString Localizer::formatDateTime(const QDateTime& dateTime, const QLocale& locale)
+{
     const QDateTime local = dateTime.toLocalTime();
-    return locale.toString(local.date(), dateFormat) + u' ' + locale.toString(local.time(), QLocale::ShortFormat);
+    return formatDate(local.date(), locale) + u' ' + locale.toString(local.time(), QLocale::ShortFormat);
 }
 
 } // namespace nuvrel

@@ -8,6 +8,7 @@
 
 #include <optional>
 
+class QDate;
 class QDateTime;
 
 namespace nuvrel {
@@ -38,6 +39,9 @@ public:
     static QLocale locale();
     static QLocale locale(AppLanguage language);
 
+    /// A date as a person reads it: the long form without the weekday ("22 novembre 2026").
+    static QString formatDate(QDate date);
+    static QString formatDate(QDate date, const QLocale& locale);
     /// A date and time as a person reads it: long date without the weekday, short time, local time zone.
     static QString formatDateTime(const QDateTime& dateTime);
     static QString formatDateTime(const QDateTime& dateTime, const QLocale& locale);

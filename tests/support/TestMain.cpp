@@ -3,6 +3,9 @@
 // CTest runs side by side never share a temporary folder.
 
 #include <QCoreApplication>
+#ifdef NUVREL_GUI_TEST_MAIN
+#include <QGuiApplication>
+#endif
 #include <QFile>
 #include <QSettings>
 #include <QStandardPaths>
@@ -17,7 +20,13 @@ int main(int argc, char* argv[])
     if (!home.isValid())
         return 2;
     qputenv("HOME", QFile::encodeName(home.path()));
+#ifdef NUVREL_GUI_TEST_MAIN
+    // Tests that draw (fonts, PDF pages) need the GUI application, on the offscreen platform.
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QGuiApplication app(argc, argv);
+#else
     QCoreApplication app(argc, argv);
+#endif
     QCoreApplication::setOrganizationName(QStringLiteral("NuvrelTests"));
     QCoreApplication::setApplicationName(QStringLiteral("NuvrelTests"));
     QStandardPaths::setTestModeEnabled(true);
