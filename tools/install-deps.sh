@@ -7,11 +7,12 @@ debian_packages=(
   cmake ninja-build g++ pkg-config ccache git
   qt6-base-dev libplist-dev libssl-dev libsqlite3-dev sqlite3 qtkeychain-qt6-dev
   libsecret-1-0 gnome-keyring dbus libsecret-tools fonts-dejavu-core poppler-utils
+  ffmpeg libheif-examples
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev clang-format clang-tidy
   libplist-utils
 )
-brew_packages=(cmake ninja pkg-config ccache qt libplist openssl@3 sqlite qtkeychain poppler googletest google-benchmark llvm)
+brew_packages=(cmake ninja pkg-config ccache qt libplist openssl@3 sqlite qtkeychain poppler ffmpeg libheif googletest google-benchmark llvm)
 
 case "$(uname -s)" in
 Linux)

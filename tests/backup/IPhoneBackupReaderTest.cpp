@@ -52,7 +52,7 @@ std::optional<BackupReadError> errorOf(Call call)
 
 QList<SampleFile> sampleFiles()
 {
-    QList<SampleFile> files = cameraRollPhotos(3);
+    QList<SampleFile> files = cameraRollPhotos(1) + cameraRollHeicAndMov();
     files.append({QStringLiteral("HomeDomain"), QStringLiteral("Library/SMS/sms.db"), pseudoRandomBytes(70'000, 8)});
     files.append({QStringLiteral("HomeDomain"), QStringLiteral("Library/Notes/empty.txt"), QByteArray()});
     files.append({QStringLiteral("AppDomain-net.whatsapp.WhatsApp"), QStringLiteral("Documents/notes"),

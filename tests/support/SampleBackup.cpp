@@ -8,6 +8,7 @@
 #include <QDir>
 #include <QImage>
 #include <QPainter>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <QtEndian>
 
@@ -257,6 +258,60 @@ QList<SampleFile> cameraRollPhotos(int count)
         photos.append(file);
     }
     return photos;
+}
+
+} // namespace nuvrel::test
+
+namespace nuvrel::test {
+
+namespace {
+
+QByteArray runTool(const QString& program, const QStringList& arguments, const QString& output, const char* package)
+{
+    QProcess process;
+    process.start(program, arguments);
+    if (!process.waitForFinished(120'000) || process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0)
+        qFatal("%s failed; is the %s package installed? (tools/install-deps.sh)", qPrintable(program), package);
+    QFile file(output);
+    if (!file.open(QIODevice::ReadOnly))
+        qFatal("%s wrote nothing", qPrintable(program));
+    return file.readAll();
+}
+
+} // namespace
+
+QList<SampleFile> cameraRollHeicAndMov()
+{
+    // Made once per process: the tools take a moment.
+    static const QList<SampleFile> media = [] {
+        QTemporaryDir scratch;
+        QImage image(480, 360, QImage::Format_RGB32);
+        image.fill(QColor(70, 130, 180));
+        QPainter painter(&image);
+        painter.setBrush(QColor(255, 200, 0));
+        painter.drawEllipse(QPoint(240, 180), 100, 100);
+        painter.end();
+        const QString png = scratch.filePath(QStringLiteral("photo.png"));
+        image.save(png);
+        const QString heic = scratch.filePath(QStringLiteral("photo.heic"));
+        const QString mov = scratch.filePath(QStringLiteral("video.mov"));
+        SampleFile photo{QStringLiteral("CameraRollDomain"), QStringLiteral("Media/DCIM/100APPLE/IMG_0100.HEIC"),
+                         runTool(QStringLiteral("heif-enc"), {QStringLiteral("-q"), QStringLiteral("60"),
+                                                              QStringLiteral("-o"), heic, png},
+                                 heic, "libheif-examples"),
+                         1'700'100'000};
+        SampleFile video{QStringLiteral("CameraRollDomain"), QStringLiteral("Media/DCIM/100APPLE/IMG_0101.MOV"),
+                         runTool(QStringLiteral("ffmpeg"),
+                                 {QStringLiteral("-hide_banner"), QStringLiteral("-loglevel"), QStringLiteral("error"),
+                                  QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
+                                  QStringLiteral("testsrc=duration=2:size=320x240:rate=15"), QStringLiteral("-c:v"),
+                                  QStringLiteral("libx264"), QStringLiteral("-pix_fmt"), QStringLiteral("yuv420p"),
+                                  QStringLiteral("-movflags"), QStringLiteral("+faststart"), QStringLiteral("-y"), mov},
+                                 mov, "ffmpeg"),
+                         1'700'100'060};
+        return QList<SampleFile>{photo, video};
+    }();
+    return media;
 }
 
 } // namespace nuvrel::test

@@ -52,4 +52,7 @@ struct SampleBackup
 /// Camera-roll photos as real JPEG files, different from one another, named IMG_0001.JPG and on.
 QList<SampleFile> cameraRollPhotos(int count);
 
+/// A real HEIC photo and a real MOV video, as an iPhone records them (made by heif-enc and ffmpeg).
+QList<SampleFile> cameraRollHeicAndMov();
+
 } // namespace nuvrel::test

@@ -96,7 +96,7 @@ int main(int argc, char* argv[])
         return QDateTime(QDate(y, m, d), QTime(h, min), QTimeZone::utc());
     };
 
-    QList<SampleFile> files = cameraRollPhotos(12);
+    QList<SampleFile> files = cameraRollPhotos(12) + cameraRollHeicAndMov();
     files.append({QStringLiteral("HomeDomain"), QStringLiteral("Library/Notes/notes.txt"),
                   QByteArray("Liste de courses : pain, fromage, café.\n")});
     files.append({QStringLiteral("AppDomainGroup-group.net.whatsapp.WhatsApp.shared"),
