@@ -30,6 +30,31 @@ QString safeFolderName(const QString& id)
     return name;
 }
 
+// Decrypts `input` into `output` in 1 MiB pieces and returns the bytes written. With `limit` set, the
+// output stops at that many bytes: the recorded size, which drops the cipher's padding without reading it.
+qint64 decryptStream(QIODevice& input, AesCbcDecryptor& decryptor, QFileDevice& output, std::optional<qint64> limit,
+                     BackupReadError::Subject readFailure)
+{
+    QByteArray in(chunkSize, Qt::Uninitialized);
+    QByteArray out(chunkSize + 64, Qt::Uninitialized);
+    qint64 written = 0;
+    while (!limit || written < *limit) {
+        const qint64 read = input.read(in.data(), chunkSize);
+        if (read < 0)
+            throw BackupReadError::unreadable(readFailure);
+        if (read == 0)
+            break;
+        const qsizetype produced = decryptor.update(QByteArrayView(in.constData(), read), out.data());
+        if (produced < 0)
+            throw BackupReadError::unreadable(BackupReadError::Subject::Decryption);
+        const qint64 take = limit ? std::min<qint64>(produced, *limit - written) : produced;
+        if (output.write(out.constData(), take) != take)
+            throw BackupReadError::writeFailed(output.fileName());
+        written += take;
+    }
+    return written;
+}
+
 // Creates `path` and never replaces an existing file, so that a concurrent writer cannot be clobbered.
 bool createNew(QFile& file, const QString& path)
 {
@@ -118,22 +143,7 @@ void IPhoneBackupReader::decryptIndex(const QString& manifest, const QByteArray&
     QSaveFile output(plainPath);
     if (!output.open(QIODevice::WriteOnly))
         throw BackupReadError::writeFailed(plainPath);
-    QByteArray in(chunkSize, Qt::Uninitialized);
-    QByteArray out(chunkSize + 64, Qt::Uninitialized);
-    qint64 total = 0;
-    for (;;) {
-        const qint64 read = input.read(in.data(), chunkSize);
-        if (read < 0)
-            throw BackupReadError::unreadable(BackupReadError::Subject::ManifestDb);
-        if (read == 0)
-            break;
-        const qsizetype written = decryptor.update(QByteArrayView(in.constData(), read), out.data());
-        if (written < 0)
-            throw BackupReadError::unreadable(BackupReadError::Subject::Decryption);
-        if (output.write(out.constData(), written) != written)
-            throw BackupReadError::writeFailed(plainPath);
-        total += written;
-    }
+    const qint64 total = decryptStream(input, decryptor, output, std::nullopt, BackupReadError::Subject::ManifestDb);
     if (total < smallestPlainIndex)
         throw BackupReadError::unreadable(BackupReadError::Subject::Decryption);
     if (!output.commit())
@@ -319,24 +329,7 @@ void IPhoneBackupReader::decrypt(const BackupEntry& entry, QFile& output) const
     if (!input.open(QIODevice::ReadOnly))
         throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
 
-    // The output is cut to the recorded size, which drops the cipher's padding without reading it.
-    qint64 owed = std::max<qint64>(meta.size, 0);
-    QByteArray in(chunkSize, Qt::Uninitialized);
-    QByteArray out(chunkSize + 64, Qt::Uninitialized);
-    while (owed > 0) {
-        const qint64 read = input.read(in.data(), chunkSize);
-        if (read < 0)
-            throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
-        if (read == 0)
-            break;
-        const qsizetype produced = decryptor.update(QByteArrayView(in.constData(), read), out.data());
-        if (produced < 0)
-            throw BackupReadError::unreadable(BackupReadError::Subject::Decryption);
-        const qint64 take = std::min<qint64>(produced, owed);
-        if (output.write(out.constData(), take) != take)
-            throw BackupReadError::writeFailed(output.fileName());
-        owed -= take;
-    }
+    decryptStream(input, decryptor, output, std::max<qint64>(meta.size, 0), BackupReadError::Subject::MissingFile);
     if (!output.flush())
         throw BackupReadError::writeFailed(output.fileName());
 }

@@ -296,9 +296,9 @@ QList<SampleFile> cameraRollHeicAndMov()
         const QString heic = scratch.filePath(QStringLiteral("photo.heic"));
         const QString mov = scratch.filePath(QStringLiteral("video.mov"));
         SampleFile photo{QStringLiteral("CameraRollDomain"), QStringLiteral("Media/DCIM/100APPLE/IMG_0100.HEIC"),
-                         runTool(QStringLiteral("heif-enc"), {QStringLiteral("-q"), QStringLiteral("60"),
-                                                              QStringLiteral("-o"), heic, png},
-                                 heic, "libheif-examples"),
+                         runTool(QStringLiteral("heif-enc"),
+                                 {QStringLiteral("-q"), QStringLiteral("60"), QStringLiteral("-o"), heic, png}, heic,
+                                 "libheif-examples"),
                          1'700'100'000};
         SampleFile video{QStringLiteral("CameraRollDomain"), QStringLiteral("Media/DCIM/100APPLE/IMG_0101.MOV"),
                          runTool(QStringLiteral("ffmpeg"),
