@@ -4,7 +4,10 @@
 
 namespace nuvrel {
 
-QString ownerName() { return L("Moi"); }
+QString ownerName()
+{
+    return L("Moi");
+}
 
 QString rawValue(ConvSource source)
 {

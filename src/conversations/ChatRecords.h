@@ -12,7 +12,7 @@ namespace nuvrel {
 /// One line of a conversation list, before any message is read.
 struct MessagesChatInfo
 {
-    qint64 id = 0;  ///< the conversation's key in its database (old Messages schemas add an offset)
+    qint64 id = 0; ///< the conversation's key in its database (old Messages schemas add an offset)
     QString title;
     qint64 count = 0;
     QDateTime last; ///< the newest message
@@ -25,7 +25,7 @@ struct ChatMessage
 {
     QDateTime date;
     QString sender;
-    QString text; ///< cleaned; attachment notes included
+    QString text;          ///< cleaned; attachment notes included
     QList<QString> images; ///< pictures drawn with the message (export importers only)
 
     friend bool operator==(const ChatMessage&, const ChatMessage&) = default;

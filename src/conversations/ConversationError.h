@@ -23,14 +23,16 @@ public:
     QString errorDescription() const;
     const char* what() const noexcept override;
 
-    friend bool operator==(const ConversationError&, const ConversationError&) = default;
+    friend bool operator==(const ConversationError& a, const ConversationError& b)
+    {
+        return a.m_kind == b.m_kind && a.m_detail == b.m_detail;
+    }
 
 private:
     ConversationError(Kind kind, QString detail)
         : m_kind(kind)
         , m_detail(std::move(detail))
-    {
-    }
+    {}
 
     Kind m_kind;
     QString m_detail;

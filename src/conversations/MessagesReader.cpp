@@ -18,12 +18,21 @@ namespace {
 
 constexpr char16_t objectReplacement = u'\uFFFC';
 
-QString databaseOrDefault(const QString& file) { return file.isEmpty() ? MessagesReader::defaultDatabase() : file; }
+QString databaseOrDefault(const QString& file)
+{
+    return file.isEmpty() ? MessagesReader::defaultDatabase() : file;
+}
 
-QString transcriptTitle(const QString& name) { return L("Messages : ") + name; }
+QString transcriptTitle(const QString& name)
+{
+    return L("Messages : ") + name;
+}
 
 // Reactions ("liked", "laughed at" …) are rows of their own with types 2000 to 3999.
-bool isReaction(qint64 type) { return static_cast<quint64>(type - 2000) < 2000; }
+bool isReaction(qint64 type)
+{
+    return static_cast<quint64>(type - 2000) < 2000;
+}
 
 QString cleaned(QString text)
 {
@@ -71,9 +80,15 @@ QList<QString> attachmentNames(SqlStatement& statement, qint64 messageID)
 
 } // namespace
 
-QString MessagesReader::defaultDatabase() { return QDir::homePath() + QStringLiteral("/Library/Messages/chat.db"); }
+QString MessagesReader::defaultDatabase()
+{
+    return QDir::homePath() + QStringLiteral("/Library/Messages/chat.db");
+}
 
-QDateTime MessagesReader::appleDate(qint64 value) { return appleDate(value, QDateTime::currentDateTimeUtc()); }
+QDateTime MessagesReader::appleDate(qint64 value)
+{
+    return appleDate(value, QDateTime::currentDateTimeUtc());
+}
 
 QDateTime MessagesReader::appleDate(qint64 value, const QDateTime& now)
 {
@@ -217,7 +232,9 @@ ChatTranscript MessagesReader::messages(qint64 chatID, const QString& title, con
                 continue;
             const bool fromMe = statement.int64(2) == 1;
             transcript.messages.append({appleDate(statement.int64(1)),
-                                        fromMe ? owner : statement.text(6).value_or(title), std::move(text), {}});
+                                        fromMe ? owner : statement.text(6).value_or(title),
+                                        std::move(text),
+                                        {}});
         }
         return transcript;
     });

@@ -26,10 +26,12 @@ SqlStatement SqlStatement::prepare(sqlite3* db, const char* sql)
 
 SqlStatement::SqlStatement(SqlStatement&& other) noexcept
     : m_statement(std::exchange(other.m_statement, nullptr))
-{
-}
+{}
 
-SqlStatement::~SqlStatement() { sqlite3_finalize(m_statement); }
+SqlStatement::~SqlStatement()
+{
+    sqlite3_finalize(m_statement);
+}
 
 void SqlStatement::bind(int parameter, qint64 value)
 {
@@ -52,11 +54,20 @@ void SqlStatement::reset()
     sqlite3_clear_bindings(m_statement);
 }
 
-bool SqlStatement::isNull(int column) const { return sqlite3_column_type(m_statement, column) == SQLITE_NULL; }
+bool SqlStatement::isNull(int column) const
+{
+    return sqlite3_column_type(m_statement, column) == SQLITE_NULL;
+}
 
-qint64 SqlStatement::int64(int column) const { return sqlite3_column_int64(m_statement, column); }
+qint64 SqlStatement::int64(int column) const
+{
+    return sqlite3_column_int64(m_statement, column);
+}
 
-double SqlStatement::real(int column) const { return sqlite3_column_double(m_statement, column); }
+double SqlStatement::real(int column) const
+{
+    return sqlite3_column_double(m_statement, column);
+}
 
 std::optional<QString> SqlStatement::text(int column) const
 {

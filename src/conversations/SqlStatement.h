@@ -39,7 +39,9 @@ public:
     QByteArray blob(int column) const;
 
 private:
-    explicit SqlStatement(sqlite3_stmt* statement) : m_statement(statement) {}
+    explicit SqlStatement(sqlite3_stmt* statement)
+        : m_statement(statement)
+    {}
     sqlite3_stmt* m_statement = nullptr;
 };
 

@@ -213,7 +213,8 @@ std::optional<ChatTranscript> WhatsAppParser::parse(QStringView input, const QSt
     if (transcript.messages.isEmpty())
         return std::nullopt;
     senders.removeAll(system);
-    const QString name = !senders.isEmpty() && senders.size() <= 3 ? senders.join(QStringLiteral(" / ")) : fallbackTitle;
+    const QString name =
+        !senders.isEmpty() && senders.size() <= 3 ? senders.join(QStringLiteral(" / ")) : fallbackTitle;
     transcript.title = L("WhatsApp : ") + name;
     return transcript;
 }

@@ -11,7 +11,10 @@ namespace nuvrel {
 
 namespace {
 
-QString databaseOrDefault(const QString& file) { return file.isEmpty() ? WhatsAppReader::defaultDatabase() : file; }
+QString databaseOrDefault(const QString& file)
+{
+    return file.isEmpty() ? WhatsAppReader::defaultDatabase() : file;
+}
 
 // WhatsApp stores floating-point seconds since 2001.
 QDateTime whatsAppDate(double seconds)
@@ -36,7 +39,8 @@ QString WhatsAppReader::label(qint64 messageType, const QString& text, const QSt
     case 4: return L("[contact]");
     case 5: return L("[position]");
     // The document's own name is what matters; the label around it stays as the app writes it.
-    case 8: return mediaTitle.isEmpty() ? QStringLiteral("[document]") : QStringLiteral("[document : ") + mediaTitle + u']';
+    case 8:
+        return mediaTitle.isEmpty() ? QStringLiteral("[document]") : QStringLiteral("[document : ") + mediaTitle + u']';
     case 14: return text.isEmpty() ? L("[message supprimé]") : QString();
     case 15: return L("[sticker]");
     default: return {};
@@ -46,13 +50,13 @@ QString WhatsAppReader::label(qint64 messageType, const QString& text, const QSt
 QList<MessagesChatInfo> WhatsAppReader::listChats(const QString& file)
 {
     return withDatabase(databaseOrDefault(file), [](sqlite3* db) {
-        SqlStatement statement =
-            SqlStatement::prepare(db, "SELECT s.Z_PK, s.ZPARTNERNAME, s.ZCONTACTJID, COUNT(m.Z_PK), MAX(m.ZMESSAGEDATE)\n"
-                                      "FROM ZWACHATSESSION s\n"
-                                      "JOIN ZWAMESSAGE m ON m.ZCHATSESSION = s.Z_PK\n"
-                                      "WHERE IFNULL(s.ZREMOVED, 0) = 0 AND IFNULL(s.ZSESSIONTYPE, 0) != 3\n"
-                                      "GROUP BY s.Z_PK\n"
-                                      "ORDER BY MAX(m.ZMESSAGEDATE) DESC");
+        SqlStatement statement = SqlStatement::prepare(
+            db, "SELECT s.Z_PK, s.ZPARTNERNAME, s.ZCONTACTJID, COUNT(m.Z_PK), MAX(m.ZMESSAGEDATE)\n"
+                "FROM ZWACHATSESSION s\n"
+                "JOIN ZWAMESSAGE m ON m.ZCHATSESSION = s.Z_PK\n"
+                "WHERE IFNULL(s.ZREMOVED, 0) = 0 AND IFNULL(s.ZSESSIONTYPE, 0) != 3\n"
+                "GROUP BY s.Z_PK\n"
+                "ORDER BY MAX(m.ZMESSAGEDATE) DESC");
         QList<MessagesChatInfo> chats;
         while (statement.next()) {
             const std::optional<QString> name = statement.text(1);
@@ -83,9 +87,9 @@ ChatTranscript WhatsAppReader::messages(qint64 chatID, const QString& title, con
             if (body.isEmpty())
                 continue;
             const std::optional<QString> pushName = statement.text(4);
-            const QString sender = statement.int64(1) == 1 ? owner
+            const QString sender = statement.int64(1) == 1            ? owner
                                    : pushName && !pushName->isEmpty() ? *pushName
-                                                                       : title;
+                                                                      : title;
             transcript.messages.append({whatsAppDate(statement.real(0)), sender, std::move(body), {}});
         }
         return transcript;

@@ -1,0 +1,113 @@
+#include "ChatFixtures.h"
+
+#include <QtEndian>
+
+#include <sqlite3.h>
+
+namespace nuvrel::test {
+
+namespace {
+// A literal's bytes, embedded NULs included.
+template <size_t N>
+QByteArray bytes(const char (&literal)[N])
+{
+    return QByteArray(literal, N - 1);
+}
+} // namespace
+
+QByteArray attributedBody(const QString& text)
+{
+    const QByteArray utf8 = text.toUtf8();
+    QByteArray blob = bytes("\x04\x0bstreamtyped\x81\xe8\x03\x84\x01@\x84\x84\x84\x12NSAttributedString\x00\x84\x84"
+                            "\x08NSObject\x00\x85\x92\x84\x84\x84\x08NSString\x01\x94\x84\x01+");
+    // Lengths below 0x80 take one byte; longer ones a marker and a little-endian 16- or 32-bit count.
+    if (utf8.size() < 0x80) {
+        blob += static_cast<char>(utf8.size());
+    } else if (utf8.size() <= 0xFFFF) {
+        char length[2];
+        qToLittleEndian<quint16>(static_cast<quint16>(utf8.size()), length);
+        blob += '\x81' + QByteArray(length, 2);
+    } else {
+        char length[4];
+        qToLittleEndian<quint32>(static_cast<quint32>(utf8.size()), length);
+        blob += '\x82' + QByteArray(length, 4);
+    }
+    blob += utf8;
+    // The attribute run that follows the string in real blobs.
+    blob +=
+        bytes("\x86\x84\x02iI\x01") + static_cast<char>(text.size() & 0x7F) +
+        bytes("\x92\x84\x84\x84\x0cNSDictionary\x00\x94\x84\x01i\x01\x92\x84\x96\x96\x1d__kIMMessagePartAttributeName"
+              "\x86\x92\x84\x84\x84\x08NSNumber\x00\x84\x84\x07NSValue\x00\x94\x84\x01*\x84\x99\x99\x00\x86\x86\x86");
+    return blob;
+}
+
+FixtureDatabase::FixtureDatabase(const QString& path)
+{
+    if (sqlite3_open(path.toUtf8().constData(), &m_db) != SQLITE_OK)
+        qFatal("cannot create %s", qPrintable(path));
+}
+
+FixtureDatabase::~FixtureDatabase()
+{
+    sqlite3_close(m_db);
+}
+
+void FixtureDatabase::exec(const QString& sql)
+{
+    char* error = nullptr;
+    if (sqlite3_exec(m_db, sql.toUtf8().constData(), nullptr, nullptr, &error) != SQLITE_OK)
+        qFatal("fixture SQL failed: %s\n%s", error, qPrintable(sql));
+}
+
+void FixtureDatabase::execWithBlob(const QString& sql, const QByteArray& blob)
+{
+    sqlite3_stmt* statement = nullptr;
+    sqlite3_prepare_v2(m_db, sql.toUtf8().constData(), -1, &statement, nullptr);
+    sqlite3_bind_blob(statement, 1, blob.constData(), static_cast<int>(blob.size()), SQLITE_TRANSIENT);
+    if (sqlite3_step(statement) != SQLITE_DONE)
+        qFatal("fixture insert failed: %s", sqlite3_errmsg(m_db));
+    sqlite3_finalize(statement);
+}
+
+void createModernMessagesSchema(FixtureDatabase& db)
+{
+    db.exec(QStringLiteral(
+        "CREATE TABLE handle (ROWID INTEGER PRIMARY KEY AUTOINCREMENT UNIQUE, id TEXT NOT NULL, country TEXT, "
+        "service TEXT NOT NULL, uncanonicalized_id TEXT, person_centric_id TEXT);"
+        "CREATE TABLE chat (ROWID INTEGER PRIMARY KEY AUTOINCREMENT, guid TEXT UNIQUE NOT NULL, style INTEGER, "
+        "state INTEGER, account_id TEXT, properties BLOB, chat_identifier TEXT, service_name TEXT, room_name TEXT, "
+        "account_login TEXT, is_archived INTEGER DEFAULT 0, last_addressed_handle TEXT, display_name TEXT, "
+        "group_id TEXT, is_filtered INTEGER DEFAULT 0, successful_query INTEGER);"
+        "CREATE TABLE message (ROWID INTEGER PRIMARY KEY AUTOINCREMENT, guid TEXT UNIQUE NOT NULL, text TEXT, "
+        "replace INTEGER DEFAULT 0, service_center TEXT, handle_id INTEGER DEFAULT 0, subject TEXT, country TEXT, "
+        "attributedBody BLOB, version INTEGER DEFAULT 0, type INTEGER DEFAULT 0, service TEXT, account TEXT, "
+        "date INTEGER, date_read INTEGER, date_delivered INTEGER, is_delivered INTEGER DEFAULT 0, "
+        "is_finished INTEGER DEFAULT 0, is_from_me INTEGER DEFAULT 0, is_read INTEGER DEFAULT 0, "
+        "cache_has_attachments INTEGER DEFAULT 0, cache_roomnames TEXT, associated_message_guid TEXT DEFAULT NULL, "
+        "associated_message_type INTEGER DEFAULT 0, balloon_bundle_id TEXT, thread_originator_guid TEXT);"
+        "CREATE TABLE chat_message_join (chat_id INTEGER REFERENCES chat (ROWID) ON DELETE CASCADE, "
+        "message_id INTEGER REFERENCES message (ROWID) ON DELETE CASCADE, message_date INTEGER DEFAULT 0, "
+        "PRIMARY KEY (chat_id, message_id));"
+        "CREATE TABLE chat_handle_join (chat_id INTEGER, handle_id INTEGER, UNIQUE(chat_id, handle_id));"
+        "CREATE TABLE attachment (ROWID INTEGER PRIMARY KEY AUTOINCREMENT, guid TEXT UNIQUE NOT NULL, "
+        "created_date INTEGER DEFAULT 0, filename TEXT, uti TEXT, mime_type TEXT, transfer_name TEXT, "
+        "total_bytes INTEGER DEFAULT 0);"
+        "CREATE TABLE message_attachment_join (message_id INTEGER, attachment_id INTEGER, "
+        "UNIQUE(message_id, attachment_id));"));
+}
+
+void createWhatsAppSchema(FixtureDatabase& db)
+{
+    db.exec(QStringLiteral(
+        "CREATE TABLE ZWACHATSESSION (Z_PK INTEGER PRIMARY KEY, Z_ENT INTEGER, Z_OPT INTEGER, ZARCHIVED INTEGER, "
+        "ZREMOVED INTEGER, ZSESSIONTYPE INTEGER, ZUNREADCOUNT INTEGER, ZLASTMESSAGEDATE TIMESTAMP, "
+        "ZCONTACTJID VARCHAR, ZPARTNERNAME VARCHAR);"
+        "CREATE TABLE ZWAMEDIAITEM (Z_PK INTEGER PRIMARY KEY, Z_ENT INTEGER, Z_OPT INTEGER, ZMESSAGE INTEGER, "
+        "ZFILESIZE INTEGER, ZMEDIALOCALPATH VARCHAR, ZTITLE VARCHAR);"
+        "CREATE TABLE ZWAMESSAGE (Z_PK INTEGER PRIMARY KEY, Z_ENT INTEGER, Z_OPT INTEGER, ZCHATSESSION INTEGER, "
+        "ZISFROMME INTEGER, ZMESSAGESTATUS INTEGER, ZMESSAGETYPE INTEGER, ZMEDIAITEM INTEGER, "
+        "ZMESSAGEDATE TIMESTAMP, ZSENTDATE TIMESTAMP, ZFROMJID VARCHAR, ZPUSHNAME VARCHAR, ZTEXT VARCHAR, "
+        "ZTOJID VARCHAR, ZSTANZAID VARCHAR);"));
+}
+
+} // namespace nuvrel::test

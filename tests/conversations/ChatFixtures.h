@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+struct sqlite3;
+
+namespace nuvrel::test {
+
+/// An attributedBody blob as Messages writes it: a typedstream NSAttributedString around `text`.
+QByteArray attributedBody(const QString& text);
+
+/// A database built statement by statement; fails the test program on any SQL error.
+class FixtureDatabase
+{
+public:
+    explicit FixtureDatabase(const QString& path);
+    ~FixtureDatabase();
+    FixtureDatabase(const FixtureDatabase&) = delete;
+    FixtureDatabase& operator=(const FixtureDatabase&) = delete;
+
+    void exec(const QString& sql);
+    /// Runs one INSERT with a blob bound to its single "?".
+    void execWithBlob(const QString& sql, const QByteArray& blob);
+    sqlite3* handle() const { return m_db; }
+
+private:
+    sqlite3* m_db = nullptr;
+};
+
+/// The tables of a recent Messages database (iOS 17, macOS 14), as far as any reader looks.
+void createModernMessagesSchema(FixtureDatabase& db);
+/// The WhatsApp Core Data tables the reader uses.
+void createWhatsAppSchema(FixtureDatabase& db);
+
+} // namespace nuvrel::test
