@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The demo: installs what is missing, builds Nuvrel, writes sample iPhone backups (a plain one, an
-# encrypted one, one in the oldest layout), lists them, lists files and extracts the photos of the
-# plain and the encrypted backup.
+# encrypted one, one in the oldest layout), lists them, lists files, extracts the photos of the
+# plain and the encrypted backup, and reads conversations: the Messages database taken out of the
+# encrypted backup, and a WhatsApp export.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 tools/install-deps.sh
@@ -34,3 +35,12 @@ echo wrong | "$cli" extract 00008030-000E1D2C3B4A5968 --root "$samples" --photos
 
 printf '\nExtracted photos:\n'
 ls -l "$photos"/*
+
+# Conversations: the Messages database of the encrypted backup, then a WhatsApp export.
+sms=build/demo/Messages
+echo demo-1234 | "$cli" extract 00008030-000E1D2C3B4A5968 --root "$samples" --password-stdin \
+  --domain HomeDomain --path Library/SMS/sms.db --to "$sms" >/dev/null
+run chats "$sms/HomeDomain/Library/SMS/sms.db" --lang fr
+run chat "$sms/HomeDomain/Library/SMS/sms.db" 2 --lang fr
+build/default/tools/samples/nuvrel-make-samples --chat-export "build/demo/WhatsApp Chat - Louis.txt"
+run chat-export "build/demo/WhatsApp Chat - Louis.txt" --lang en

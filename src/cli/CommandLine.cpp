@@ -52,6 +52,10 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
             line.pathPrefix = value();
         } else if (argument == QLatin1StringView("--to")) {
             line.destination = value();
+        } else if (argument == QLatin1StringView("--source")) {
+            line.source = value();
+        } else if (argument == QLatin1StringView("--format")) {
+            line.format = value();
         } else if (argument == QLatin1StringView("--photos") && !inlineValue) {
             line.photos = true;
         } else if (argument == QLatin1StringView("--password-stdin") && !inlineValue) {
@@ -88,12 +92,22 @@ void printHelp(QTextStream& out, const QString& program)
     };
     const QString backup = u'<' + L("sauvegarde") + u'>';
     const QString folder = u'<' + L("dossier") + u'>';
+    const QString base = u'<' + L("base") + u'>';
+    const QString number = u'<' + L("numéro") + u'>';
+    const QString file = u'<' + L("fichier") + u'>';
     out << L("Utilisation : %@ <commande> [options]", program) << '\n';
-    section(L("Commandes :"),
-            {{QStringLiteral("backups"), L("Liste les sauvegardes iPhone de cet ordinateur.")},
-             {QStringLiteral("files ") + backup,
-              L("Liste les fichiers d'une sauvegarde (son dossier, ou son nom dans le dossier des sauvegardes).")},
-             {QStringLiteral("extract ") + backup, L("Copie des fichiers d'une sauvegarde dans un dossier.")}});
+    section(
+        L("Commandes :"),
+        {{QStringLiteral("backups"), L("Liste les sauvegardes iPhone de cet ordinateur.")},
+         {QStringLiteral("files ") + backup,
+          L("Liste les fichiers d'une sauvegarde (son dossier, ou son nom dans le dossier des sauvegardes).")},
+         {QStringLiteral("extract ") + backup, L("Copie des fichiers d'une sauvegarde dans un dossier.")},
+         {QStringLiteral("chats ") + base, L("Liste les conversations d'une base Messages (%@) ou WhatsApp (%@).",
+                                             QStringLiteral("sms.db, chat.db"), QStringLiteral("ChatStorage.sqlite"))},
+         {QStringLiteral("chat ") + base + u' ' + number,
+          L("Affiche une conversation de la base, par son numéro dans la liste.")},
+         {QStringLiteral("chat-export ") + file,
+          L("Affiche une conversation exportée de WhatsApp (fichier %@).", QStringLiteral(".txt"))}});
     section(
         L("Options :"),
         {{QStringLiteral("--root ") + folder, L("Lit les sauvegardes de ce dossier plutôt que celui des réglages.")},
@@ -106,6 +120,8 @@ void printHelp(QTextStream& out, const QString& program)
           L("Dossier où copier les fichiers (commande %@).", QStringLiteral("extract"))},
          {QStringLiteral("--password-stdin"),
           L("Lit le mot de passe d'une sauvegarde chiffrée sur l'entrée standard.")},
+         {QStringLiteral("--source messages|whatsapp"), L("Type de base (sinon d'après le nom du fichier).")},
+         {QStringLiteral("--format text|json"), L("Présentation d'une conversation.")},
          {QStringLiteral("--json"), L("Affiche le résultat au format %@.", QStringLiteral("JSON"))},
          {QStringLiteral("--lang <%1>").arg(L("code")),
           L("Langue des textes : %@ (sinon celle choisie dans Nuvrel).", languageCodes())},

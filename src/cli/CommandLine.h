@@ -30,6 +30,8 @@ struct CommandLine
     std::optional<QString> domain;
     std::optional<QString> pathPrefix;
     std::optional<QString> destination;
+    std::optional<QString> source;
+    std::optional<QString> format;
     bool photos = false;
     bool passwordFromStdin = false;
     bool remember = false;

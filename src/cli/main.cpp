@@ -1,4 +1,5 @@
 #include "cli/BackupsCommand.h"
+#include "cli/ChatsCommand.h"
 #include "cli/CommandLine.h"
 #include "cli/FilesCommand.h"
 #include "core/BackupLocator.h"
@@ -48,6 +49,12 @@ int main(int argc, char* argv[])
         return cli::runFiles(line, out, err);
     if (line.command == QLatin1StringView("extract"))
         return cli::runExtract(line, out, err);
+    if (line.command == QLatin1StringView("chats"))
+        return cli::runChats(line, out, err);
+    if (line.command == QLatin1StringView("chat"))
+        return cli::runChat(line, out, err);
+    if (line.command == QLatin1StringView("chat-export"))
+        return cli::runChatExport(line, out, err);
 
     if (line.command.isEmpty())
         cli::printHelp(err, program);

@@ -1,8 +1,8 @@
 #include "conversations/MessagesReader.h"
 #include "conversations/ConversationError.h"
 
-#include "ChatFixtures.h"
 #include "l10n/LanguageStore.h"
+#include "support/ChatFixtures.h"
 
 #include <QCryptographicHash>
 #include <QDir>

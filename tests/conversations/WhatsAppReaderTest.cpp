@@ -1,8 +1,8 @@
 #include "conversations/WhatsAppReader.h"
 #include "conversations/ConversationError.h"
 
-#include "ChatFixtures.h"
 #include "l10n/LanguageStore.h"
+#include "support/ChatFixtures.h"
 
 #include <QTemporaryDir>
 #include <QTimeZone>

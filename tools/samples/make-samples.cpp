@@ -4,6 +4,7 @@
 // --bench-data, the backups the reader benchmarks use: a 300,000-file index and a 1 GiB encrypted file.
 
 #include "support/BackupFixture.h"
+#include "support/ChatFixtures.h"
 #include "support/FileRecordBlob.h"
 #include "support/KeyBagWriter.h"
 #include "support/SampleBackup.h"
@@ -27,11 +28,17 @@ int main(int argc, char* argv[])
     QStringList arguments = QCoreApplication::arguments().mid(1);
     const bool seeds = arguments.removeAll(QStringLiteral("--fuzz-seeds")) > 0;
     const bool benchData = arguments.removeAll(QStringLiteral("--bench-data")) > 0;
+    const bool chatExport = arguments.removeAll(QStringLiteral("--chat-export")) > 0;
     if (arguments.size() != 1) {
-        err << "usage: nuvrel-make-samples [--fuzz-seeds | --bench-data] <folder>\n";
+        err << "usage: nuvrel-make-samples [--fuzz-seeds | --bench-data] <folder>\n"
+               "       nuvrel-make-samples --chat-export <file.txt>\n";
         return 2;
     }
     const QString root = arguments[0];
+    if (chatExport) {
+        writeFile(root, sampleWhatsAppExport().toUtf8());
+        return 0;
+    }
     if (!QDir().mkpath(root)) {
         err << "cannot create " << root << '\n';
         return 1;
@@ -99,6 +106,14 @@ int main(int argc, char* argv[])
     QList<SampleFile> files = cameraRollPhotos(12) + cameraRollHeicAndMov();
     files.append({QStringLiteral("HomeDomain"), QStringLiteral("Library/Notes/notes.txt"),
                   QByteArray("Liste de courses : pain, fromage, café.\n")});
+    {
+        QTemporaryDir scratch;
+        const QString sms = scratch.filePath(QStringLiteral("sms.db"));
+        writeSampleMessagesDatabase(sms);
+        QFile database(sms);
+        database.open(QIODevice::ReadOnly);
+        files.append({QStringLiteral("HomeDomain"), QStringLiteral("Library/SMS/sms.db"), database.readAll()});
+    }
     files.append({QStringLiteral("AppDomainGroup-group.net.whatsapp.WhatsApp.shared"),
                   QStringLiteral("ChatStorage.sqlite"), pseudoRandomBytes(qsizetype(48) * 1024, 7)});
 

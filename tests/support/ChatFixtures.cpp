@@ -1,4 +1,4 @@
-#include "ChatFixtures.h"
+#include "support/ChatFixtures.h"
 
 #include <QtEndian>
 
@@ -108,6 +108,65 @@ void createWhatsAppSchema(FixtureDatabase& db)
         "ZISFROMME INTEGER, ZMESSAGESTATUS INTEGER, ZMESSAGETYPE INTEGER, ZMEDIAITEM INTEGER, "
         "ZMESSAGEDATE TIMESTAMP, ZSENTDATE TIMESTAMP, ZFROMJID VARCHAR, ZPUSHNAME VARCHAR, ZTEXT VARCHAR, "
         "ZTOJID VARCHAR, ZSTANZAID VARCHAR);"));
+}
+
+void writeSampleMessagesDatabase(const QString& path)
+{
+    FixtureDatabase db(path);
+    createModernMessagesSchema(db);
+    db.exec(QStringLiteral(
+        "INSERT INTO handle (ROWID, id, service) VALUES (1, '+33612345678', 'iMessage'), (2, 'louis@example.com', "
+        "'iMessage');"
+        "INSERT INTO chat (ROWID, guid, chat_identifier, display_name) VALUES (1, 'iMessage;-;+33612345678', "
+        "'+33612345678', ''), (2, 'iMessage;+;chat42', 'chat42', 'Famille');"
+        "INSERT INTO attachment (ROWID, guid, transfer_name) VALUES (1, 'at1', 'IMG_0003.HEIC');"
+        "INSERT INTO message_attachment_join VALUES (4, 1);"));
+    struct Row
+    {
+        int id;
+        int chat;
+        qint64 date; // nanoseconds since 2001, as recent systems store them
+        int fromMe;
+        int handle;
+        const char* text;
+        int type;
+        int attachments;
+    };
+    const Row rows[] = {
+        {1, 1, 785'000'000'000'000'000, 0, 1, "Tu es où ?", 0, 0},
+        {2, 1, 785'000'060'000'000'000, 1, 0, "J'arrive dans dix minutes", 0, 0},
+        {3, 1, 785'000'070'000'000'000, 0, 1, "Loved “J'arrive dans dix minutes”", 2000, 0},
+        {4, 2, 785'100'000'000'000'000, 0, 2, nullptr, 0, 1},
+        {5, 2, 785'100'100'000'000'000, 1, 0, nullptr, 0, 0},
+        {6, 2, 785'100'200'000'000'000, 0, 2, "Bon anniversaire Mamie ! 🎂", 0, 0},
+    };
+    for (const Row& row : rows) {
+        db.exec(QStringLiteral("INSERT INTO message (ROWID, guid, text, handle_id, date, is_from_me, "
+                               "associated_message_type, cache_has_attachments) VALUES (%1, 'm%1', %2, %3, %4, %5, %6, "
+                               "%7); INSERT INTO chat_message_join VALUES (%8, %1, %4);")
+                    .arg(row.id)
+                    .arg(row.text ? u'\'' + QString::fromUtf8(row.text).replace(u'\'', QStringLiteral("''")) + u'\''
+                                  : QStringLiteral("NULL"))
+                    .arg(row.handle)
+                    .arg(row.date)
+                    .arg(row.fromMe)
+                    .arg(row.type)
+                    .arg(row.attachments)
+                    .arg(row.chat));
+    }
+    // Recent systems keep the text of many messages only in attributedBody.
+    db.execWithBlob(QStringLiteral("UPDATE message SET attributedBody = ? WHERE ROWID = 5"),
+                    attributedBody(QStringLiteral("Merci pour la photo, elle est magnifique \uFFFC")));
+}
+
+QString sampleWhatsAppExport()
+{
+    return QStringLiteral("\uFEFF[22/11/2026, 19:02:11] Camille: Les messages et les appels sont chiffrés de bout en "
+                          "bout.\r\n"
+                          "[22/11/2026, 19:02:40] Camille: On se retrouve au marché demain ?\r\n"
+                          "[22/11/2026, 19:05:02] Louis: Oui, vers 10 h\r\n"
+                          "Je prends le pain.\r\n"
+                          "[22/11/2026, 19:06:15] Camille: \u200Eimage absente\r\n");
 }
 
 } // namespace nuvrel::test

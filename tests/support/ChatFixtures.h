@@ -33,4 +33,11 @@ void createModernMessagesSchema(FixtureDatabase& db);
 /// The WhatsApp Core Data tables the reader uses.
 void createWhatsAppSchema(FixtureDatabase& db);
 
+/// A small, lifelike Messages database: two conversations in French, one of them a group, with a
+/// photo and a reaction; `path` must not exist yet.
+void writeSampleMessagesDatabase(const QString& path);
+
+/// A small WhatsApp export in the iPhone layout, as the messenger writes it (marks and all).
+QString sampleWhatsAppExport();
+
 } // namespace nuvrel::test

@@ -1,0 +1,193 @@
+#include "cli/ChatsCommand.h"
+
+#include "cli/TextTable.h"
+#include "conversations/ConversationError.h"
+#include "conversations/MessagesReader.h"
+#include "conversations/WhatsAppParser.h"
+#include "conversations/WhatsAppReader.h"
+#include "l10n/L.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+namespace nuvrel::cli {
+
+namespace {
+
+int exitCodeFor(const ConversationError& error)
+{
+    switch (error.kind()) {
+    case ConversationError::Kind::NoAccess: return AccessRefused;
+    case ConversationError::Kind::Unreadable: return BackupUnreadable;
+    case ConversationError::Kind::Empty: return NothingFound;
+    }
+    return BackupUnreadable;
+}
+
+// The kind of database: as asked, else WhatsApp's store by its name, else Messages.
+std::optional<ConvSource> sourceOf(const CommandLine& line, const QString& file, QTextStream& err)
+{
+    if (!line.source) {
+        return QFileInfo(file).fileName().startsWith(QLatin1StringView("ChatStorage")) ? ConvSource::WhatsApp
+                                                                                       : ConvSource::Messages;
+    }
+    const std::optional<ConvSource> source = convSourceFromRawValue(*line.source);
+    if (source != ConvSource::Messages && source != ConvSource::WhatsApp) {
+        err << L("Valeur inconnue pour %@ : %@", QStringLiteral("--source"), *line.source) << '\n';
+        return std::nullopt;
+    }
+    return source;
+}
+
+QList<MessagesChatInfo> listChats(ConvSource source, const QString& file)
+{
+    return source == ConvSource::WhatsApp ? WhatsAppReader::listChats(file) : MessagesReader::listChats(file);
+}
+
+void printTranscript(const ChatTranscript& transcript, bool json, QTextStream& out)
+{
+    if (json) {
+        const QString owner = ownerName();
+        QJsonArray messages;
+        for (const ChatMessage& message : transcript.messages) {
+            messages.append(QJsonObject{{QStringLiteral("date"), message.date.toUTC().toString(Qt::ISODate)},
+                                        {QStringLiteral("sender"), message.sender},
+                                        {QStringLiteral("outgoing"), message.sender == owner},
+                                        {QStringLiteral("text"), message.text}});
+        }
+        out << QString::fromUtf8(QJsonDocument(QJsonObject{{QStringLiteral("title"), transcript.title},
+                                                           {QStringLiteral("messages"), messages}})
+                                     .toJson(QJsonDocument::Indented));
+        return;
+    }
+    out << transcript.title << "\n\n";
+    for (const ChatMessage& message : transcript.messages) {
+        QString text = message.text;
+        text.replace(u'\n', QStringLiteral("\n    "));
+        // "Ana : texte" in French, "Ana: text" in English: the separator is the language's own.
+        out << Localizer::formatDateTime(message.date) << "  " << L("%@ : %@", message.sender, text) << '\n';
+    }
+}
+
+bool wantsJson(const CommandLine& line, QTextStream& err, bool* ok)
+{
+    *ok = true;
+    if (!line.format || *line.format == QLatin1StringView("text"))
+        return line.json;
+    if (*line.format == QLatin1StringView("json"))
+        return true;
+    err << L("Valeur inconnue pour %@ : %@", QStringLiteral("--format"), *line.format) << '\n';
+    *ok = false;
+    return false;
+}
+
+} // namespace
+
+int runChats(const CommandLine& line, QTextStream& out, QTextStream& err)
+{
+    if (line.arguments.size() != 1) {
+        err << L("Précise une base de conversations : %@.", QStringLiteral("sms.db, chat.db, ChatStorage.sqlite"))
+            << '\n';
+        return BadUsage;
+    }
+    const QString file = line.arguments.front();
+    const std::optional<ConvSource> source = sourceOf(line, file, err);
+    if (!source)
+        return BadUsage;
+    try {
+        const QList<MessagesChatInfo> chats = listChats(*source, file);
+        if (line.json) {
+            QJsonArray list;
+            for (const MessagesChatInfo& chat : chats)
+                list.append(QJsonObject{{QStringLiteral("id"), chat.id},
+                                        {QStringLiteral("title"), chat.title},
+                                        {QStringLiteral("count"), chat.count},
+                                        {QStringLiteral("last"), chat.last.toUTC().toString(Qt::ISODate)}});
+            out << QString::fromUtf8(QJsonDocument(list).toJson(QJsonDocument::Indented));
+            return chats.isEmpty() ? NothingFound : Found;
+        }
+        if (chats.isEmpty()) {
+            err << L("Aucune conversation trouvée dans cette base.") << '\n';
+            return NothingFound;
+        }
+        TextTable table;
+        table.addRow({L("N°"), L("Conversation"), L("Messages"), L("Dernier message")});
+        for (const MessagesChatInfo& chat : chats)
+            table.addRow({QString::number(chat.id), chat.title, QString::number(chat.count),
+                          Localizer::formatDateTime(chat.last)});
+        table.print(out);
+        return Found;
+    } catch (const ConversationError& error) {
+        err << error.errorDescription() << '\n';
+        return exitCodeFor(error);
+    }
+}
+
+int runChat(const CommandLine& line, QTextStream& out, QTextStream& err)
+{
+    bool ok = false;
+    const bool json = wantsJson(line, err, &ok);
+    if (!ok)
+        return BadUsage;
+    if (line.arguments.size() != 2) {
+        err << L("Précise une base de conversations et le numéro d'une conversation.") << '\n';
+        return BadUsage;
+    }
+    const QString file = line.arguments[0];
+    const std::optional<ConvSource> source = sourceOf(line, file, err);
+    if (!source)
+        return BadUsage;
+    bool isNumber = false;
+    const qint64 id = line.arguments[1].toLongLong(&isNumber);
+    try {
+        // The listing gives the conversation's name, which stands for senders without a handle.
+        const QList<MessagesChatInfo> chats = listChats(*source, file);
+        const auto chat =
+            std::find_if(chats.cbegin(), chats.cend(), [id](const MessagesChatInfo& c) { return c.id == id; });
+        if (!isNumber || chat == chats.cend()) {
+            err << L("Conversation introuvable : %@", line.arguments[1]) << '\n';
+            return NothingFound;
+        }
+        const ChatTranscript transcript = *source == ConvSource::WhatsApp
+                                              ? WhatsAppReader::messages(id, chat->title, file)
+                                              : MessagesReader::messages(id, chat->title, file);
+        if (transcript.messages.isEmpty())
+            throw ConversationError::empty();
+        printTranscript(transcript, json, out);
+        return Found;
+    } catch (const ConversationError& error) {
+        err << error.errorDescription() << '\n';
+        return exitCodeFor(error);
+    }
+}
+
+int runChatExport(const CommandLine& line, QTextStream& out, QTextStream& err)
+{
+    bool ok = false;
+    const bool json = wantsJson(line, err, &ok);
+    if (!ok)
+        return BadUsage;
+    if (line.arguments.size() != 1) {
+        err << L("Précise le fichier %@ exporté par WhatsApp.", QStringLiteral(".txt")) << '\n';
+        return BadUsage;
+    }
+    QFile file(line.arguments.front());
+    if (!file.open(QIODevice::ReadOnly)) {
+        err << L("Impossible de lire ce fichier.") << " (" << line.arguments.front() << ")\n";
+        return BackupUnreadable;
+    }
+    // The export's own name ("WhatsApp Chat with Ana.txt") names a conversation that lists no sender.
+    const std::optional<ChatTranscript> transcript =
+        WhatsAppParser::parse(QString::fromUtf8(file.readAll()), QFileInfo(file).completeBaseName());
+    if (!transcript) {
+        err << L("Impossible de lire ce fichier.") << " (" << line.arguments.front() << ")\n";
+        return BackupUnreadable;
+    }
+    printTranscript(*transcript, json, out);
+    return Found;
+}
+
+} // namespace nuvrel::cli

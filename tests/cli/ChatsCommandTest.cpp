@@ -1,0 +1,67 @@
+// nuvrel-cli chats, chat and chat-export, run as a script would run them.
+
+#include "CliRunner.h"
+
+#include "support/BackupFixture.h"
+#include "support/ChatFixtures.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace nuvrel::test;
+
+TEST(ChatsCommand, ListsAndPrintsConversationsFromAllThreeSources)
+{
+    QTemporaryDir dir;
+    const QString sms = dir.filePath(QStringLiteral("sms.db"));
+    writeSampleMessagesDatabase(sms);
+    const QStringList lang{QStringLiteral("--lang"), QStringLiteral("en")};
+
+    const CliRun chats = runCli(QStringList{QStringLiteral("chats"), sms, QStringLiteral("--json")} + lang);
+    EXPECT_EQ(chats.exitCode, 0) << qPrintable(chats.err);
+    const QJsonArray list = QJsonDocument::fromJson(chats.out.toUtf8()).array();
+    ASSERT_EQ(list.size(), 2) << qPrintable(chats.out);
+    EXPECT_EQ(list[0].toObject().value(QStringLiteral("title")).toString(), QStringLiteral("Famille"));
+
+    const CliRun family = runCli(QStringList{QStringLiteral("chat"), sms, QStringLiteral("2")} + lang);
+    EXPECT_EQ(family.exitCode, 0) << qPrintable(family.err);
+    EXPECT_TRUE(family.out.startsWith(QStringLiteral("Messages: Famille"))) << qPrintable(family.out);
+    EXPECT_TRUE(family.out.contains(QStringLiteral("[attachment: IMG_0003.HEIC]"))) << qPrintable(family.out);
+    EXPECT_TRUE(family.out.contains(QStringLiteral("Me: Merci pour la photo, elle est magnifique\n")))
+        << qPrintable(family.out);
+
+    const CliRun json = runCli(QStringList{QStringLiteral("chat"), sms, QStringLiteral("1"), QStringLiteral("--format"),
+                                           QStringLiteral("json")} +
+                               lang);
+    const QJsonArray messages =
+        QJsonDocument::fromJson(json.out.toUtf8()).object().value(QStringLiteral("messages")).toArray();
+    ASSERT_EQ(messages.size(), 2) << qPrintable(json.out); // the reaction is left out
+    EXPECT_TRUE(messages[1].toObject().value(QStringLiteral("outgoing")).toBool());
+
+    const QString export_ = dir.filePath(QStringLiteral("WhatsApp Chat - Louis.txt"));
+    writeFile(export_, sampleWhatsAppExport().toUtf8());
+    const CliRun exported = runCli(QStringList{QStringLiteral("chat-export"), export_} + lang);
+    EXPECT_EQ(exported.exitCode, 0) << qPrintable(exported.err);
+    EXPECT_TRUE(exported.out.startsWith(QStringLiteral("WhatsApp: Camille / Louis"))) << qPrintable(exported.out);
+    EXPECT_TRUE(exported.out.contains(QStringLiteral("Oui, vers 10 h\n    Je prends le pain.")))
+        << qPrintable(exported.out);
+}
+
+TEST(ChatsCommand, ProblemsHaveTheirExitCodes)
+{
+    QTemporaryDir dir;
+    const QString sms = dir.filePath(QStringLiteral("sms.db"));
+    writeSampleMessagesDatabase(sms);
+    EXPECT_EQ(runCli({QStringLiteral("chat"), sms, QStringLiteral("99")}).exitCode, 1);
+    EXPECT_EQ(runCli({QStringLiteral("chats"), dir.filePath(QStringLiteral("missing.db"))}).exitCode, 2);
+    writeFile(dir.filePath(QStringLiteral("garbage.db")), QByteArray(4096, 'g'));
+    EXPECT_EQ(runCli({QStringLiteral("chats"), dir.filePath(QStringLiteral("garbage.db"))}).exitCode, 6);
+    EXPECT_EQ(runCli({QStringLiteral("chats"), sms, QStringLiteral("--source"), QStringLiteral("telegram")}).exitCode,
+              3);
+    writeFile(dir.filePath(QStringLiteral("notes.txt")), "no dates here");
+    EXPECT_EQ(runCli({QStringLiteral("chat-export"), dir.filePath(QStringLiteral("notes.txt"))}).exitCode, 6);
+}
