@@ -1,6 +1,6 @@
 // Writes sample backup folders, shaped like the ones the phone's sync service writes, for the demo
 // and for trying Nuvrel on a machine without an iPhone:   nuvrel-make-samples <folder>
-// With --fuzz-seeds, writes seed inputs for the fuzzers instead (bplist/, keybag/, mbdb/); with
+// With --fuzz-seeds, writes seed inputs for the fuzzers instead (one folder per fuzzer); with
 // --bench-data, the backups the reader benchmarks use: a 300,000-file index and a 1 GiB encrypted file.
 
 #include "support/BackupFixture.h"
@@ -87,6 +87,11 @@ int main(int argc, char* argv[])
         writeFile(
             dir.filePath(QStringLiteral("keybag/older")),
             writeKeyBag(QStringLiteral("password"), {{1, QByteArray(32, 'j')}, {5, QByteArray(32, 'x'), 1}}, cheap));
+        writeFile(dir.filePath(QStringLiteral("attributedbody/short")), attributedBody(QStringLiteral("Salut ! 🙂")));
+        writeFile(dir.filePath(QStringLiteral("attributedbody/long")), attributedBody(QString(200, u'é')));
+        writeFile(dir.filePath(QStringLiteral("whatsapp_export/iphone")), sampleWhatsAppExport().toUtf8());
+        writeFile(dir.filePath(QStringLiteral("whatsapp_export/android")),
+                  "31/12/2023, 21:05 - Bob: a: b\n1/2/24, 9:05 p.m. - Ann: hi\nsuite\n2019/01/30, 20:49 - Zoe: x\n");
         QTemporaryDir scratch;
         SampleBackup oldest;
         oldest.layout = SampleBackup::Layout::Oldest;
