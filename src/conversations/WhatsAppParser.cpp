@@ -2,6 +2,7 @@
 
 #include "l10n/L.h"
 
+#include <QHash>
 #include <QRegularExpression>
 #include <QTimeZone>
 
@@ -18,9 +19,18 @@ struct Raw
     int h = 0;
     int mi = 0;
     int s = 0;
-    QString ampm;
-    QString rest;
+    char16_t marker = 0;     ///< 'a', 'p' or 0: all the rules need of the am/pm marker
+    QStringView first;       ///< the rest of the message line
+    QList<QStringView> more; ///< continuation lines
     bool yearFirst = false;
+
+    QString rest() const
+    {
+        QString joined = first.toString();
+        for (QStringView line : more)
+            joined += u'\n' + line;
+        return joined;
+    }
 };
 
 // Unicode-aware \s and \d, as in the ICU engine the exports were first read with: iPhone exports put
@@ -76,11 +86,20 @@ const QList<Loose>& looseLines()
     return patterns;
 }
 
+// The groups hold one to four digits, so the value always fits; an empty group takes the default.
 int number(const QRegularExpressionMatch& match, int group, int fallback)
 {
-    bool ok = false;
-    const int value = match.capturedView(group).toInt(&ok);
-    return ok ? value : fallback;
+    const QStringView digits = match.capturedView(group);
+    if (digits.isEmpty())
+        return fallback;
+    int value = 0;
+    for (QChar c : digits) {
+        const int digit = c.digitValue(); // \d is Unicode-aware: any decimal digit counts
+        if (digit < 0)
+            return fallback;
+        value = value * 10 + digit;
+    }
+    return value;
 }
 
 Raw fromMatch(const QRegularExpressionMatch& match, bool yearFirst)
@@ -99,8 +118,9 @@ Raw fromMatch(const QRegularExpressionMatch& match, bool yearFirst)
     raw.h = number(match, 4, 0);
     raw.mi = number(match, 5, 0);
     raw.s = number(match, 6, 0);
-    raw.ampm = match.captured(7).toLower().remove(u'.').remove(u' ');
-    raw.rest = match.captured(8);
+    const QStringView marker = match.capturedView(7);
+    raw.marker = marker.isEmpty() ? char16_t(0) : marker.front().toLower().unicode();
+    raw.first = match.capturedView(8);
     return raw;
 }
 
@@ -140,11 +160,17 @@ QList<Raw> records(const QList<QStringView>& allLines, bool loose)
     QList<Raw> found;
     for (QStringView line : allLines) {
         std::optional<Raw> raw;
+        // Only a line opening with "[" can be an iPhone line and only one opening with a digit an Android
+        // line, so at most one pattern is tried; most continuation lines try none.
+        const QChar lead = line.isEmpty() ? QChar() : line.front();
         if (!loose) {
-            if (const QRegularExpressionMatch m = iphoneLine().match(line); m.hasMatch())
-                raw = fromMatch(m, false);
-            else if (const QRegularExpressionMatch n = androidLine().match(line); n.hasMatch())
-                raw = fromMatch(n, false);
+            const QRegularExpression* pattern = lead == u'['     ? &iphoneLine()
+                                                : lead.isDigit() ? &androidLine()
+                                                                 : nullptr;
+            if (pattern) {
+                if (const QRegularExpressionMatch m = pattern->match(line); m.hasMatch())
+                    raw = fromMatch(m, false);
+            }
         } else {
             for (const Loose& candidate : looseLines()) {
                 if (const QRegularExpressionMatch m = candidate.pattern.match(line); m.hasMatch()) {
@@ -156,10 +182,37 @@ QList<Raw> records(const QList<QStringView>& allLines, bool loose)
         if (raw)
             found.append(std::move(*raw));
         else if (!found.isEmpty())
-            found.last().rest += u'\n' + line;
+            found.last().more.append(line);
     }
     return found;
 }
+
+// Local wall-clock times to instants in the system's time zone. Asking the zone for every message
+// costs more than all the rest of the parsing, so the offset is kept per date and hour, except in an
+// hour where it changes (a daylight-saving switch), which is converted exactly.
+class LocalClock
+{
+public:
+    QDateTime at(QDate date, QTime time)
+    {
+        const qint64 key = date.toJulianDay() * 24 + time.hour();
+        auto cached = m_offsets.constFind(key);
+        if (cached == m_offsets.cend()) {
+            const int start = QDateTime(date, QTime(time.hour(), 0), m_zone).offsetFromUtc();
+            const int end = QDateTime(date, QTime(time.hour(), 59, 59), m_zone).offsetFromUtc();
+            cached = m_offsets.insert(key, start == end ? std::optional<int>(start) : std::nullopt);
+        }
+        if (!cached.value())
+            return QDateTime(date, time, m_zone);
+        const qint64 localMSecs =
+            (date.toJulianDay() - QDate(1970, 1, 1).toJulianDay()) * 86'400'000 + time.msecsSinceStartOfDay();
+        return QDateTime::fromMSecsSinceEpoch(localMSecs - qint64(*cached.value()) * 1000, m_zone);
+    }
+
+private:
+    QTimeZone m_zone = QTimeZone::systemTimeZone();
+    QHash<qint64, std::optional<int>> m_offsets;
+};
 
 } // namespace
 
@@ -179,6 +232,7 @@ std::optional<ChatTranscript> WhatsAppParser::parse(QStringView input, const QSt
         dayFirst = false;
 
     const QString system = L("Système");
+    LocalClock clock;
     ChatTranscript transcript;
     QStringList senders;
     for (const Raw& raw : std::as_const(raws)) {
@@ -187,9 +241,9 @@ std::optional<ChatTranscript> WhatsAppParser::parse(QStringView input, const QSt
         const int month = monthFirst ? raw.a : raw.b;
         const int year = raw.y <= 99 ? raw.y + 2000 : raw.y;
         int hour = raw.h;
-        if (raw.ampm.startsWith(u'p') && hour < 12)
+        if (raw.marker == u'p' && hour < 12)
             hour += 12;
-        else if (raw.ampm.startsWith(u'a') && hour == 12)
+        else if (raw.marker == u'a' && hour == 12)
             hour = 0;
         const QDate date(year, month, day);
         const QTime time(hour, raw.mi, raw.s);
@@ -197,16 +251,17 @@ std::optional<ChatTranscript> WhatsAppParser::parse(QStringView input, const QSt
             continue;
 
         ChatMessage message;
-        message.date = QDateTime(date, time, QTimeZone::systemTimeZone());
-        const qsizetype colon = raw.rest.indexOf(QStringLiteral(": "));
-        if (colon >= 0 && colon <= 60 && !QStringView(raw.rest).first(colon).contains(u'\n')) {
-            message.sender = raw.rest.first(colon);
-            message.text = trimmedText(QStringView(raw.rest).sliced(colon + 2));
+        message.date = clock.at(date, time);
+        const QString rest = raw.rest();
+        const qsizetype colon = rest.indexOf(QStringLiteral(": "));
+        if (colon >= 0 && colon <= 60 && !QStringView(rest).first(colon).contains(u'\n')) {
+            message.sender = rest.first(colon);
+            message.text = trimmedText(QStringView(rest).sliced(colon + 2));
             if (!senders.contains(message.sender))
                 senders.append(message.sender);
         } else {
             message.sender = system;
-            message.text = trimmedText(raw.rest);
+            message.text = trimmedText(rest);
         }
         transcript.messages.append(std::move(message));
     }

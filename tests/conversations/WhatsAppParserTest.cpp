@@ -118,3 +118,29 @@ TEST_F(WhatsAppParserTest, NothingReadableGivesNothing)
     EXPECT_FALSE(WhatsAppParser::parse(QStringLiteral("31/02/2024, 10:00 - A: impossible date"), QStringLiteral("x")));
     EXPECT_FALSE(WhatsAppParser::parse(QStringLiteral("1/1/2024, 25:00 - A: impossible hour"), QStringLiteral("x")));
 }
+
+TEST_F(WhatsAppParserTest, LocalTimesAcrossDaylightSavingSwitches)
+{
+    // Paris: 02:00 became 03:00 on 31 March 2024, 03:00 became 02:00 again on 27 October 2024.
+    const QByteArray savedZone = qgetenv("TZ");
+    qputenv("TZ", "Europe/Paris");
+    const QTimeZone paris("Europe/Paris");
+    const ChatTranscript t = parse(QStringLiteral("31/03/2024, 01:59 - A: before\n"
+                                                  "31/03/2024, 03:01 - A: after\n"
+                                                  "31/03/2024, 03:59 - A: later\n"
+                                                  "27/10/2024, 02:30 - A: in the repeated hour\n"
+                                                  "27/10/2024, 04:00 - A: winter\n"
+                                                  "15/07/2024, 12:00 - A: summer"));
+    ASSERT_EQ(t.messages.size(), 6);
+    const QList<QDateTime> expected{
+        QDateTime(QDate(2024, 3, 31), QTime(1, 59), paris), QDateTime(QDate(2024, 3, 31), QTime(3, 1), paris),
+        QDateTime(QDate(2024, 3, 31), QTime(3, 59), paris), QDateTime(QDate(2024, 10, 27), QTime(2, 30), paris),
+        QDateTime(QDate(2024, 10, 27), QTime(4, 0), paris), QDateTime(QDate(2024, 7, 15), QTime(12, 0), paris)};
+    for (qsizetype i = 0; i < expected.size(); ++i)
+        EXPECT_EQ(t.messages[i].date.toMSecsSinceEpoch(), expected[i].toMSecsSinceEpoch()) << i;
+    EXPECT_EQ(t.messages[5].date.toUTC().time(), QTime(10, 0)); // UTC+2 in summer
+    if (savedZone.isNull())
+        qunsetenv("TZ");
+    else
+        qputenv("TZ", savedZone);
+}

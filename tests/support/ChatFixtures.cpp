@@ -159,6 +159,58 @@ void writeSampleMessagesDatabase(const QString& path)
                     attributedBody(QStringLiteral("Merci pour la photo, elle est magnifique \uFFFC")));
 }
 
+void writeLargeMessagesDatabase(const QString& path, int messages, int chats, int bigChat)
+{
+    FixtureDatabase db(path);
+    createModernMessagesSchema(db);
+    db.exec(QStringLiteral("PRAGMA journal_mode=OFF; PRAGMA synchronous=OFF; BEGIN;"));
+    for (int c = 1; c <= chats; ++c)
+        db.exec(QStringLiteral("INSERT INTO handle (ROWID, id, service) VALUES (%1, '+3361%2', 'iMessage');"
+                               "INSERT INTO chat (ROWID, guid, chat_identifier, display_name) VALUES (%1, 'c%1', "
+                               "'+3361%2', '');")
+                    .arg(c)
+                    .arg(c, 7, 10, QLatin1Char('0')));
+    sqlite3_stmt* message = nullptr;
+    sqlite3_stmt* join = nullptr;
+    sqlite3_prepare_v2(db.handle(),
+                       "INSERT INTO message (ROWID, guid, text, handle_id, date, is_from_me, attributedBody) "
+                       "VALUES (?, ?, ?, ?, ?, ?, ?)",
+                       -1, &message, nullptr);
+    sqlite3_prepare_v2(db.handle(), "INSERT INTO chat_message_join VALUES (?, ?, ?)", -1, &join, nullptr);
+    const QByteArray body = attributedBody(QStringLiteral("Message reçu seulement en attributedBody, comme souvent"));
+    for (int i = 1; i <= messages; ++i) {
+        const int chat = i <= bigChat ? 1 : 2 + (i % (chats - 1));
+        const qint64 date = 700'000'000'000'000'000LL + qint64(i) * 1'000'000'000;
+        const QByteArray guid = "m" + QByteArray::number(i);
+        const QByteArray text = "Message numéro " + QByteArray::number(i) + " : à demain, on se voit au café ?";
+        sqlite3_bind_int(message, 1, i);
+        sqlite3_bind_text(message, 2, guid.constData(), -1, SQLITE_TRANSIENT);
+        if (i % 5 == 0) {
+            sqlite3_bind_null(message, 3);
+            sqlite3_bind_blob(message, 7, body.constData(), static_cast<int>(body.size()), SQLITE_STATIC);
+        } else {
+            sqlite3_bind_text(message, 3, text.constData(), -1, SQLITE_TRANSIENT);
+            sqlite3_bind_null(message, 7);
+        }
+        sqlite3_bind_int(message, 4, chat);
+        sqlite3_bind_int64(message, 5, date);
+        sqlite3_bind_int(message, 6, i % 3 == 0);
+        sqlite3_step(message);
+        sqlite3_reset(message);
+        sqlite3_bind_int(join, 1, chat);
+        sqlite3_bind_int(join, 2, i);
+        sqlite3_bind_int64(join, 3, date);
+        sqlite3_step(join);
+        sqlite3_reset(join);
+    }
+    sqlite3_finalize(message);
+    sqlite3_finalize(join);
+    // The indexes the real database has for these joins.
+    db.exec(QStringLiteral("CREATE INDEX chat_message_join_idx_message_id_only ON chat_message_join(message_id);"
+                           "CREATE INDEX chat_message_join_idx_chat_id ON chat_message_join(chat_id);"
+                           "COMMIT;"));
+}
+
 QString sampleWhatsAppExport()
 {
     return QStringLiteral("\uFEFF[22/11/2026, 19:02:11] Camille: Les messages et les appels sont chiffrés de bout en "

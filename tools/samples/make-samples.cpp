@@ -1,7 +1,8 @@
 // Writes sample backup folders, shaped like the ones the phone's sync service writes, for the demo
 // and for trying Nuvrel on a machine without an iPhone:   nuvrel-make-samples <folder>
 // With --fuzz-seeds, writes seed inputs for the fuzzers instead (one folder per fuzzer); with
-// --bench-data, the backups the reader benchmarks use: a 300,000-file index and a 1 GiB encrypted file.
+// --bench-data, the data of the benchmarks: a 300,000-file index, a 1 GiB encrypted file and a
+// 1,000,000-message chat.db.
 
 #include "support/BackupFixture.h"
 #include "support/ChatFixtures.h"
@@ -63,6 +64,8 @@ int main(int argc, char* argv[])
         big.files = {{QStringLiteral("CameraRollDomain"), QStringLiteral("Media/DCIM/100APPLE/IMG_0001.MOV"),
                       pseudoRandomBytes(qint64(1) << 30, 42)}};
         big.write(root);
+
+        writeLargeMessagesDatabase(QDir(root).filePath(QStringLiteral("chat.db")), 1'000'000, 2'000, 200'000);
         return 0;
     }
     if (seeds) {
