@@ -88,9 +88,10 @@ void ReadConversation200k(benchmark::State& state)
 void ParseExport100MB(benchmark::State& state)
 {
     QString text;
-    text.reserve(100 * 1024 * 1024);
+    constexpr qint64 targetBytes = qint64(100) * 1024 * 1024;
+    text.reserve(targetBytes);
     qint64 bytes = 0;
-    for (int i = 0; bytes < 100 * 1024 * 1024; ++i) {
+    for (int i = 0; bytes < targetBytes; ++i) {
         QString line = QStringLiteral("[%1/11/2026, %2:%3:07\u202FPM] %4: Message numéro %5, à demain au café ?\n")
                            .arg(1 + i % 28)
                            .arg(1 + i % 12)

@@ -96,7 +96,7 @@ QDateTime MessagesReader::appleDate(qint64 value, const QDateTime& now)
         // Nanoseconds since 2001, kept to the millisecond.
         return utcFromMSecsSinceEpoch(appleEpochOffsetSeconds * 1000 + value / 1'000'000);
     }
-    const QDateTime fromApple = utcFromSecsSinceEpoch(appleEpochOffsetSeconds + value);
+    QDateTime fromApple = utcFromSecsSinceEpoch(appleEpochOffsetSeconds + value);
     // The oldest databases stored Unix time: read from 2001 it would lie in the future.
     if (value >= 950'000'001 && value < 2'200'000'000 && fromApple > now.addSecs(86'400))
         return utcFromSecsSinceEpoch(value);

@@ -216,11 +216,11 @@ private:
 
 } // namespace
 
-std::optional<ChatTranscript> WhatsAppParser::parse(QStringView input, const QString& fallbackTitle)
+std::optional<ChatTranscript> WhatsAppParser::parse(QStringView text, const QString& fallbackTitle)
 {
-    QString text = input.toString();
-    text.remove(QChar(0x200E)).remove(QChar(0x200F)).remove(QChar(0xFEFF));
-    const QList<QStringView> allLines = lines(text);
+    QString cleaned = text.toString();
+    cleaned.remove(QChar(0x200E)).remove(QChar(0x200F)).remove(QChar(0xFEFF));
+    const QList<QStringView> allLines = lines(cleaned);
     QList<Raw> raws = records(allLines, false);
     if (raws.isEmpty())
         raws = records(allLines, true);
