@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # The demo: installs what is missing, builds Nuvrel, writes sample iPhone backups (a plain one, an
 # encrypted one, one in the oldest layout), lists them, lists files, extracts the photos of the
-# plain and the encrypted backup, and reads conversations: the Messages database taken out of the
-# encrypted backup, and a WhatsApp export.
+# plain and the encrypted backup, reads conversations (the Messages database taken out of the
+# encrypted backup, and a WhatsApp export), saves one as a fingerprinted PDF and checks it.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 tools/install-deps.sh
@@ -44,3 +44,9 @@ run chats "$sms/HomeDomain/Library/SMS/sms.db" --lang fr
 run chat "$sms/HomeDomain/Library/SMS/sms.db" 2 --lang fr
 build/default/tools/samples/nuvrel-make-samples --chat-export "build/demo/WhatsApp Chat - Louis.txt"
 run chat-export "build/demo/WhatsApp Chat - Louis.txt" --lang en
+
+# The conversation as a fingerprinted PDF, then the check that finds a changed byte.
+run chat-pdf "$sms/HomeDomain/Library/SMS/sms.db" 2 -o build/demo/Famille.pdf --lang fr
+run verify build/demo/Famille.pdf --lang fr
+printf '\x00' | dd of=build/demo/Famille.pdf bs=1 seek=2000 conv=notrunc status=none
+run verify build/demo/Famille.pdf --lang fr

@@ -2,16 +2,20 @@
 
 #include "cli/TextTable.h"
 #include "conversations/ConversationError.h"
+#include "conversations/ConversationPdf.h"
 #include "conversations/MessagesReader.h"
 #include "conversations/WhatsAppParser.h"
 #include "conversations/WhatsAppReader.h"
 #include "l10n/L.h"
 
+#include <QCryptographicHash>
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRegularExpression>
 
 namespace nuvrel::cli {
 
@@ -84,6 +88,57 @@ bool wantsJson(const CommandLine& line, QTextStream& err, bool* ok)
     return false;
 }
 
+// The conversation named on the command line: DB ID, or --export FILE.txt.
+struct Loaded
+{
+    std::optional<ChatTranscript> transcript;
+    QString sourceLabel;
+    int exitCode = Found;
+};
+
+Loaded loadTranscript(const CommandLine& line, QTextStream& err)
+{
+    if (line.exportFile) {
+        QFile file(*line.exportFile);
+        std::optional<ChatTranscript> transcript;
+        if (file.open(QIODevice::ReadOnly))
+            transcript = WhatsAppParser::parse(QString::fromUtf8(file.readAll()), QFileInfo(file).completeBaseName());
+        if (!transcript) {
+            err << L("Impossible de lire ce fichier.") << " (" << *line.exportFile << ")\n";
+            return {std::nullopt, {}, BackupUnreadable};
+        }
+        return {std::move(transcript), title(ConvSource::WhatsApp), Found};
+    }
+    if (line.arguments.size() != 2) {
+        err << L("Précise une base de conversations et le numéro d'une conversation.") << '\n';
+        return {std::nullopt, {}, BadUsage};
+    }
+    const QString file = line.arguments[0];
+    const std::optional<ConvSource> source = sourceOf(line, file, err);
+    if (!source)
+        return {std::nullopt, {}, BadUsage};
+    bool isNumber = false;
+    const qint64 id = line.arguments[1].toLongLong(&isNumber);
+    try {
+        // The listing gives the conversation's name, which stands for senders without a handle.
+        const QList<MessagesChatInfo> chats = listChats(*source, file);
+        const auto chat =
+            std::find_if(chats.cbegin(), chats.cend(), [id](const MessagesChatInfo& c) { return c.id == id; });
+        if (!isNumber || chat == chats.cend()) {
+            err << L("Conversation introuvable : %@", line.arguments[1]) << '\n';
+            return {std::nullopt, {}, NothingFound};
+        }
+        ChatTranscript transcript = *source == ConvSource::WhatsApp ? WhatsAppReader::messages(id, chat->title, file)
+                                                                    : MessagesReader::messages(id, chat->title, file);
+        if (transcript.messages.isEmpty())
+            throw ConversationError::empty();
+        return {std::move(transcript), title(*source), Found};
+    } catch (const ConversationError& error) {
+        err << error.errorDescription() << '\n';
+        return {std::nullopt, {}, exitCodeFor(error)};
+    }
+}
+
 } // namespace
 
 int runChats(const CommandLine& line, QTextStream& out, QTextStream& err)
@@ -132,36 +187,69 @@ int runChat(const CommandLine& line, QTextStream& out, QTextStream& err)
     const bool json = wantsJson(line, err, &ok);
     if (!ok)
         return BadUsage;
-    if (line.arguments.size() != 2) {
-        err << L("Précise une base de conversations et le numéro d'une conversation.") << '\n';
+    const Loaded loaded = loadTranscript(line, err);
+    if (!loaded.transcript)
+        return loaded.exitCode;
+    printTranscript(*loaded.transcript, json, out);
+    return Found;
+}
+
+int runChatPdf(const CommandLine& line, QTextStream& out, QTextStream& err)
+{
+    if (!line.output) {
+        err << L("L'option %@ attend une valeur.", QStringLiteral("-o")) << '\n';
         return BadUsage;
     }
-    const QString file = line.arguments[0];
-    const std::optional<ConvSource> source = sourceOf(line, file, err);
-    if (!source)
-        return BadUsage;
-    bool isNumber = false;
-    const qint64 id = line.arguments[1].toLongLong(&isNumber);
+    const Loaded loaded = loadTranscript(line, err);
+    if (!loaded.transcript)
+        return loaded.exitCode;
     try {
-        // The listing gives the conversation's name, which stands for senders without a handle.
-        const QList<MessagesChatInfo> chats = listChats(*source, file);
-        const auto chat =
-            std::find_if(chats.cbegin(), chats.cend(), [id](const MessagesChatInfo& c) { return c.id == id; });
-        if (!isNumber || chat == chats.cend()) {
-            err << L("Conversation introuvable : %@", line.arguments[1]) << '\n';
-            return NothingFound;
-        }
-        const ChatTranscript transcript = *source == ConvSource::WhatsApp
-                                              ? WhatsAppReader::messages(id, chat->title, file)
-                                              : MessagesReader::messages(id, chat->title, file);
-        if (transcript.messages.isEmpty())
-            throw ConversationError::empty();
-        printTranscript(transcript, json, out);
+        const ConversationPDF::Result result =
+            ConversationPDF::build(*line.output, *loaded.transcript, loaded.sourceLabel);
+        out << QDir::cleanPath(QFileInfo(*line.output).absoluteFilePath()) << '\n'
+            << L("Empreinte SHA-256 du PDF :") << ' ' << result.pdfFingerprint << '\n'
+            << L("Elle est aussi enregistrée dans un petit fichier « .empreinte.txt » à côté du PDF. Garde les deux "
+                 "ensemble.")
+            << '\n';
         return Found;
-    } catch (const ConversationError& error) {
-        err << error.errorDescription() << '\n';
-        return exitCodeFor(error);
+    } catch (const ConversationPDF::Error& error) {
+        err << error.message() << '\n';
+        return SomeFilesFailed;
     }
+}
+
+int runVerify(const CommandLine& line, QTextStream& out, QTextStream& err)
+{
+    if (line.arguments.size() != 1) {
+        err << L("Précise le PDF à vérifier.") << '\n';
+        return BadUsage;
+    }
+    const QString pdfPath = line.arguments.front();
+    const QString sidePath = ConversationPDF::sideFilePath(pdfPath);
+    QFile pdf(pdfPath);
+    QFile side(sidePath);
+    if (!pdf.open(QIODevice::ReadOnly)) {
+        err << L("Impossible de lire ce fichier.") << " (" << pdfPath << ")\n";
+        return BackupUnreadable;
+    }
+    if (!side.open(QIODevice::ReadOnly)) {
+        err << L("Fichier d'empreinte introuvable : %@", sidePath) << '\n';
+        return BackupUnreadable;
+    }
+    // Whatever its language, the side file gives the PDF's fingerprint first, then the content's.
+    static const QRegularExpression hex(QStringLiteral("\\b[0-9a-f]{64}\\b"));
+    const QRegularExpressionMatch recorded = hex.match(QString::fromUtf8(side.readAll()));
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    hash.addData(&pdf);
+    const QString actual = QString::fromLatin1(hash.result().toHex());
+    const QString sideName = QFileInfo(sidePath).fileName();
+    if (recorded.hasMatch() && recorded.captured() == actual) {
+        out << L("Le PDF est intact : son empreinte SHA-256 est celle que « %@ » a enregistrée.", sideName) << '\n';
+        return Found;
+    }
+    out << L("Le PDF a été modifié : son empreinte SHA-256 n'est plus celle que « %@ » a enregistrée.", sideName)
+        << '\n';
+    return PdfModified;
 }
 
 int runChatExport(const CommandLine& line, QTextStream& out, QTextStream& err)

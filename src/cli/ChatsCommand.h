@@ -13,4 +13,9 @@ int runChat(const CommandLine& line, QTextStream& out, QTextStream& err);
 /// `nuvrel-cli chat-export FILE`: a conversation exported by WhatsApp as text.
 int runChatExport(const CommandLine& line, QTextStream& out, QTextStream& err);
 
+/// `nuvrel-cli chat-pdf DB ID -o FILE.pdf` or `chat-pdf --export FILE.txt -o FILE.pdf`.
+int runChatPdf(const CommandLine& line, QTextStream& out, QTextStream& err);
+/// `nuvrel-cli verify FILE.pdf`: whether a conversation PDF still matches its fingerprint file.
+int runVerify(const CommandLine& line, QTextStream& out, QTextStream& err);
+
 } // namespace nuvrel::cli

@@ -52,6 +52,10 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
             line.pathPrefix = value();
         } else if (argument == QLatin1StringView("--to")) {
             line.destination = value();
+        } else if (argument == QLatin1StringView("-o") || argument == QLatin1StringView("--output")) {
+            line.output = value();
+        } else if (argument == QLatin1StringView("--export")) {
+            line.exportFile = value();
         } else if (argument == QLatin1StringView("--source")) {
             line.source = value();
         } else if (argument == QLatin1StringView("--format")) {
@@ -106,6 +110,10 @@ void printHelp(QTextStream& out, const QString& program)
                                              QStringLiteral("sms.db, chat.db"), QStringLiteral("ChatStorage.sqlite"))},
          {QStringLiteral("chat ") + base + u' ' + number,
           L("Affiche une conversation de la base, par son numéro dans la liste.")},
+         {QStringLiteral("chat-pdf ") + base + u' ' + number + QStringLiteral(" -o ") + file,
+          L("Enregistre une conversation en PDF, avec son fichier d'empreinte (ou %@ pour un export WhatsApp).",
+            QStringLiteral("--export <.txt>"))},
+         {QStringLiteral("verify ") + file, L("Vérifie qu'un PDF de conversation n'a pas été modifié.")},
          {QStringLiteral("chat-export ") + file,
           L("Affiche une conversation exportée de WhatsApp (fichier %@).", QStringLiteral(".txt"))}});
     section(
@@ -134,7 +142,8 @@ void printHelp(QTextStream& out, const QString& program)
                                     {L("4 : sauvegarde introuvable")},
                                     {L("5 : mot de passe absent ou faux")},
                                     {L("6 : sauvegarde illisible")},
-                                    {L("7 : des fichiers n'ont pas pu être extraits")}});
+                                    {L("7 : des fichiers n'ont pas pu être extraits")},
+                                    {L("8 : le PDF a été modifié depuis sa création")}});
 }
 
 } // namespace nuvrel::cli

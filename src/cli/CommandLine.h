@@ -18,6 +18,7 @@ enum ExitCode : int {
     PasswordProblem = 5,
     BackupUnreadable = 6,
     SomeFilesFailed = 7,
+    PdfModified = 8,
 };
 
 /// The parsed command line: one command word and its options.
@@ -32,6 +33,8 @@ struct CommandLine
     std::optional<QString> destination;
     std::optional<QString> source;
     std::optional<QString> format;
+    std::optional<QString> output;     ///< -o
+    std::optional<QString> exportFile; ///< --export
     bool photos = false;
     bool passwordFromStdin = false;
     bool remember = false;

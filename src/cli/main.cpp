@@ -6,14 +6,17 @@
 #include "l10n/L.h"
 #include "l10n/LanguageStore.h"
 
-#include <QCoreApplication>
 #include <QFileInfo>
+#include <QGuiApplication>
 
 using namespace nuvrel;
 
 int main(int argc, char* argv[])
 {
-    QCoreApplication app(argc, argv);
+    // Drawing a PDF needs fonts, hence the GUI application; a command-line tool never shows a window.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QGuiApplication app(argc, argv);
     QCoreApplication::setOrganizationName(QStringLiteral("Nuvrel"));
     QCoreApplication::setOrganizationDomain(QStringLiteral("nuvrel.app"));
     QCoreApplication::setApplicationName(QStringLiteral("Nuvrel"));
@@ -55,6 +58,10 @@ int main(int argc, char* argv[])
         return cli::runChat(line, out, err);
     if (line.command == QLatin1StringView("chat-export"))
         return cli::runChatExport(line, out, err);
+    if (line.command == QLatin1StringView("chat-pdf"))
+        return cli::runChatPdf(line, out, err);
+    if (line.command == QLatin1StringView("verify"))
+        return cli::runVerify(line, out, err);
 
     if (line.command.isEmpty())
         cli::printHelp(err, program);

@@ -5,6 +5,7 @@
 #include "support/BackupFixture.h"
 #include "support/ChatFixtures.h"
 
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -64,4 +65,40 @@ TEST(ChatsCommand, ProblemsHaveTheirExitCodes)
               3);
     writeFile(dir.filePath(QStringLiteral("notes.txt")), "no dates here");
     EXPECT_EQ(runCli({QStringLiteral("chat-export"), dir.filePath(QStringLiteral("notes.txt"))}).exitCode, 6);
+}
+
+TEST(ChatsCommand, PdfFromEachSourceAndVerifyCatchesOneChangedByte)
+{
+    QTemporaryDir dir;
+    const QString sms = dir.filePath(QStringLiteral("sms.db"));
+    writeSampleMessagesDatabase(sms);
+    const QString pdf = dir.filePath(QStringLiteral("Famille.pdf"));
+    const CliRun made = runCli({QStringLiteral("chat-pdf"), sms, QStringLiteral("2"), QStringLiteral("-o"), pdf,
+                                QStringLiteral("--lang"), QStringLiteral("en")});
+    EXPECT_EQ(made.exitCode, 0) << qPrintable(made.err);
+    EXPECT_TRUE(made.out.contains(QStringLiteral("PDF SHA-256 fingerprint:"))) << qPrintable(made.out);
+    EXPECT_TRUE(QFileInfo::exists(dir.filePath(QStringLiteral("Famille.empreinte.txt"))));
+
+    const CliRun intact = runCli({QStringLiteral("verify"), pdf, QStringLiteral("--lang"), QStringLiteral("en")});
+    EXPECT_EQ(intact.exitCode, 0) << qPrintable(intact.out);
+    EXPECT_TRUE(intact.out.startsWith(QStringLiteral("The PDF is unchanged"))) << qPrintable(intact.out);
+
+    QFile file(pdf);
+    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+    QByteArray bytes = file.readAll();
+    bytes[bytes.size() / 2] = static_cast<char>(bytes[bytes.size() / 2] ^ 0x01);
+    file.seek(0);
+    file.write(bytes);
+    file.close();
+    const CliRun changed = runCli({QStringLiteral("verify"), pdf, QStringLiteral("--lang"), QStringLiteral("fr")});
+    EXPECT_EQ(changed.exitCode, 8);
+    EXPECT_TRUE(changed.out.startsWith(QStringLiteral("Le PDF a été modifié"))) << qPrintable(changed.out);
+
+    const QString export_ = dir.filePath(QStringLiteral("WhatsApp Chat - Louis.txt"));
+    writeFile(export_, sampleWhatsAppExport().toUtf8());
+    const CliRun fromExport = runCli({QStringLiteral("chat-pdf"), QStringLiteral("--export"), export_,
+                                      QStringLiteral("-o"), dir.filePath(QStringLiteral("Louis.pdf"))});
+    EXPECT_EQ(fromExport.exitCode, 0) << qPrintable(fromExport.err);
+    EXPECT_EQ(runCli({QStringLiteral("verify"), dir.filePath(QStringLiteral("Louis.pdf"))}).exitCode, 0);
+    EXPECT_EQ(runCli({QStringLiteral("verify"), dir.filePath(QStringLiteral("nothing.pdf"))}).exitCode, 6);
 }
