@@ -2,20 +2,25 @@
 // - listing the conversations of a 1,000,000-message chat.db, against the sqlite3 command running the
 //   same statement on the same private copy; the private copy is timed on its own;
 // - reading a 200,000-message conversation into a ChatTranscript;
-// - parsing a 100 MB WhatsApp export.
+// - parsing a 100 MB WhatsApp export;
+// - writing conversations of 10,000 and 100,000 messages as PDF (the time must grow linearly).
 //   NUVREL_BENCH_DATA=DIR build/default/bench/bench_conversations   (bench/run.sh prepares DIR)
 
+#include "conversations/ConversationPdf.h"
 #include "conversations/MessagesReader.h"
 #include "conversations/PrivateDatabase.h"
 #include "conversations/WhatsAppParser.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QGuiApplication>
 #include <QProcess>
 #include <QTemporaryDir>
+#include <QTimeZone>
 
 #include <benchmark/benchmark.h>
+
+#include <sys/resource.h>
 
 namespace {
 
@@ -111,8 +116,32 @@ void ParseExport100MB(benchmark::State& state)
     state.SetBytesProcessed(state.iterations() * bytes);
 }
 
+void ConversationToPdf(benchmark::State& state)
+{
+    nuvrel::ChatTranscript transcript{QStringLiteral("WhatsApp : Camille / Louis"), {}};
+    const QDateTime start(QDate(2024, 1, 1), QTime(8, 0), QTimeZone::systemTimeZone());
+    for (qint64 i = 0; i < state.range(0); ++i)
+        transcript.messages.append(
+            {start.addSecs(i * 97),
+             i % 3 ? QStringLiteral("Camille") : QStringLiteral("Louis"),
+             QStringLiteral("Message %1, à demain au café ? ").arg(i) + QString(i % 4 * 30, u'x'),
+             {}});
+    QTemporaryDir dir;
+    int pages = 0;
+    for (auto _ : state)
+        pages = nuvrel::ConversationPDF::build(dir.filePath(QStringLiteral("c.pdf")), transcript,
+                                               QStringLiteral("WhatsApp"))
+                    .pages;
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    state.counters["pages"] = pages;
+    state.counters["peak_rss_MB"] = static_cast<double>(usage.ru_maxrss) / 1024.0;
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
 } // namespace
 
+BENCHMARK(ConversationToPdf)->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(PrivateCopy)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
 BENCHMARK(ListChats1M)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
 // Wall time: the reference runs in a child process.
@@ -122,7 +151,8 @@ BENCHMARK(ParseExport100MB)->Unit(benchmark::kMillisecond)->Iterations(2);
 
 int main(int argc, char** argv)
 {
-    QCoreApplication app(argc, argv);
+    qputenv("QT_QPA_PLATFORM", "offscreen"); // fonts for the PDF, no window
+    QGuiApplication app(argc, argv);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();

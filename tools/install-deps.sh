@@ -8,7 +8,7 @@ debian_packages=(
   qt6-base-dev libplist-dev libssl-dev libsqlite3-dev sqlite3 qtkeychain-qt6-dev
   libsecret-1-0 gnome-keyring dbus libsecret-tools fonts-dejavu-core poppler-utils
   ffmpeg libheif-examples
-  fonts-noto-core fonts-noto-cjk fonts-noto-color-emoji
+  fonts-noto-core fonts-noto-cjk fonts-noto-color-emoji fonts-symbola
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev clang-format clang-tidy
   libplist-utils

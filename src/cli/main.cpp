@@ -9,14 +9,24 @@
 #include <QFileInfo>
 #include <QGuiApplication>
 
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
 using namespace nuvrel;
 
 int main(int argc, char* argv[])
 {
-    // Drawing a PDF needs fonts, hence the GUI application; a command-line tool never shows a window.
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    QGuiApplication app(argc, argv);
+    // Drawing a PDF needs fonts, hence the GUI application, for that command only; a command-line
+    // tool never shows a window.
+    std::unique_ptr<QCoreApplication> app;
+    if (std::any_of(argv + 1, argv + argc, [](const char* word) { return std::strcmp(word, "chat-pdf") == 0; })) {
+        if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+            qputenv("QT_QPA_PLATFORM", "offscreen");
+        app = std::make_unique<QGuiApplication>(argc, argv);
+    } else {
+        app = std::make_unique<QCoreApplication>(argc, argv);
+    }
     QCoreApplication::setOrganizationName(QStringLiteral("Nuvrel"));
     QCoreApplication::setOrganizationDomain(QStringLiteral("nuvrel.app"));
     QCoreApplication::setApplicationName(QStringLiteral("Nuvrel"));

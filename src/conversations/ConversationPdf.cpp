@@ -39,6 +39,9 @@ const QColor palette[] = {QColor::fromRgbF(0.11f, 0.31f, 0.85f), QColor::fromRgb
 QFont systemFont(qreal points, bool bold = false)
 {
     QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
+    // Colour emoji fonts are bitmaps that a PDF cannot carry as text: a monochrome emoji font comes
+    // before the system's own fallback, so that emoji print as outlines rather than blanks.
+    font.setFamilies({QFontInfo(font).family(), QStringLiteral("Symbola")});
     font.setPointSizeF(points);
     font.setBold(bold);
     return font;
@@ -230,7 +233,7 @@ QList<Block> documentBlocks(const ChatTranscript& transcript, const QString& sou
 
     const QFont separatorFont = systemFont(10, true);
     const QFont messageFont = systemFont(10.5);
-    QHash<QString, QColor> colours;
+    const QHash<QString, QColor> colours = ConversationPDF::senderColours(transcript);
     QString previousDay;
     for (const ChatMessage& message : transcript.messages) {
         const QString thisDay = day(message.date);
@@ -241,16 +244,13 @@ QList<Block> documentBlocks(const ChatTranscript& transcript, const QString& sou
             blocks.append(std::move(separator));
             previousDay = thisDay;
         }
-        // Senders take the palette's colours in order of first appearance, cycling after five.
-        auto colour = colours.constFind(message.sender);
-        if (colour == colours.cend())
-            colour = colours.insert(message.sender, palette[colours.size() % std::size(palette)]);
+        const QColor colour = colours.value(message.sender);
         const QString time =
             locale.toString(message.date.toLocalTime().time(), QStringLiteral("HH:mm")) + QStringLiteral("  ");
         Block block;
         block.font = messageFont;
         block.text = time + message.sender + QStringLiteral(" : ") + message.text;
-        block.formats = {range(0, time.size(), secondary), range(time.size(), message.sender.size(), *colour),
+        block.formats = {range(0, time.size(), secondary), range(time.size(), message.sender.size(), colour),
                          range(time.size() + message.sender.size(), block.text.size(), Qt::black)};
         block.after = 5;
         blocks.append(std::move(block));
@@ -282,6 +282,16 @@ QString ConversationPDF::contentFingerprint(const ChatTranscript& transcript)
                      message.sender + u'|' + message.text + u'|' + names.join(u','));
     }
     return sha256Hex(lines.join(u'\n').toUtf8());
+}
+
+QHash<QString, QColor> ConversationPDF::senderColours(const ChatTranscript& transcript)
+{
+    QHash<QString, QColor> colours;
+    for (const ChatMessage& message : transcript.messages) {
+        if (!colours.contains(message.sender))
+            colours.insert(message.sender, palette[colours.size() % std::size(palette)]);
+    }
+    return colours;
 }
 
 QString ConversationPDF::sideFilePath(const QString& pdf)

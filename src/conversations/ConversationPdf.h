@@ -2,6 +2,8 @@
 
 #include "conversations/ChatRecords.h"
 
+#include <QColor>
+#include <QHash>
 #include <QString>
 
 #include <exception>
@@ -44,6 +46,8 @@ public:
     static Result build(const QString& destination, const ChatTranscript& transcript, const QString& sourceLabel);
 
     static QString contentFingerprint(const ChatTranscript& transcript);
+    /// Each sender's colour: the palette's five, in order of first appearance, cycling after five.
+    static QHash<QString, QColor> senderColours(const ChatTranscript& transcript);
     /// "Conversation.pdf" → "Conversation.empreinte.txt", in the same folder.
     static QString sideFilePath(const QString& pdf);
 };

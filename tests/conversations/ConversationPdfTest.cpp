@@ -186,3 +186,23 @@ TEST_F(ConversationPdfTest, AnUnwritableDestinationIsAClearError)
             << qPrintable(error.message());
     }
 }
+
+TEST_F(ConversationPdfTest, SingleMessageAndPaletteCycling)
+{
+    ChatTranscript one{QStringLiteral("Messages : Zoé"), {}};
+    one.messages = {{local(2026, 2, 14, 9, 0), QStringLiteral("Zoé"), QStringLiteral("Bonne Saint-Valentin 🌹"), {}}};
+    ConversationPDF::build(path(QStringLiteral("one.pdf")), one, QStringLiteral("Messages"));
+    // One message: the same day on both sides of " au ".
+    EXPECT_TRUE(pdfText(path(QStringLiteral("one.pdf")))
+                    .contains(QStringLiteral("Période : samedi 14 février 2026 au samedi 14 février 2026")));
+
+    ChatTranscript crowd{QStringLiteral("Messages : Groupe"), {}};
+    for (const char* name : {"A", "B", "C", "D", "E", "F", "B", "G"})
+        crowd.messages.append({local(2026, 2, 14, 9, 0), QString::fromLatin1(name), QStringLiteral("x"), {}});
+    const QHash<QString, QColor> colours = ConversationPDF::senderColours(crowd);
+    EXPECT_EQ(colours.size(), 7);
+    EXPECT_EQ(colours.value(QStringLiteral("F")), colours.value(QStringLiteral("A"))); // the sixth takes the first
+    EXPECT_EQ(colours.value(QStringLiteral("G")), colours.value(QStringLiteral("B")));
+    EXPECT_NE(colours.value(QStringLiteral("A")), colours.value(QStringLiteral("B")));
+    EXPECT_EQ(colours.value(QStringLiteral("A")), QColor::fromRgbF(0.11f, 0.31f, 0.85f));
+}
