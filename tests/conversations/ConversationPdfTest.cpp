@@ -4,11 +4,11 @@
 #include "conversations/ConversationPdf.h"
 
 #include "l10n/LanguageStore.h"
+#include "support/PdfTools.h"
 
 #include <QCryptographicHash>
 #include <QFile>
 #include <QImage>
-#include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTimeZone>
@@ -16,29 +16,9 @@
 #include <gtest/gtest.h>
 
 using namespace nuvrel;
+using namespace nuvrel::test;
 
 namespace {
-
-QString run(const QString& program, const QStringList& arguments)
-{
-    QProcess process;
-    process.start(program, arguments);
-    process.waitForFinished(120'000);
-    return QString::fromUtf8(process.readAllStandardOutput());
-}
-
-int pageCount(const QString& pdf)
-{
-    const QRegularExpressionMatch match =
-        QRegularExpression(QStringLiteral("Pages:\\s+(\\d+)")).match(run(QStringLiteral("pdfinfo"), {pdf}));
-    return match.hasMatch() ? match.captured(1).toInt() : -1;
-}
-
-QString pdfText(const QString& pdf)
-{
-    return run(QStringLiteral("pdftotext"), {QStringLiteral("-enc"), QStringLiteral("UTF-8"), pdf, QStringLiteral("-")})
-        .normalized(QString::NormalizationForm_KC);
-}
 
 QDateTime local(int y, int mo, int d, int h, int mi)
 {
@@ -78,7 +58,7 @@ TEST_F(ConversationPdfTest, TitlePageSeparatorsFootersAndSideFile)
     const ConversationPDF::Result result =
         ConversationPDF::build(path(QStringLiteral("Conversation.pdf")), sample(), QStringLiteral("WhatsApp"));
     EXPECT_EQ(result.pages, 1);
-    EXPECT_EQ(pageCount(path(QStringLiteral("Conversation.pdf"))), 1);
+    EXPECT_EQ(pdfPageCount(path(QStringLiteral("Conversation.pdf"))), 1);
     const QString text = pdfText(path(QStringLiteral("Conversation.pdf")));
     EXPECT_TRUE(text.contains(QStringLiteral("WhatsApp : Camille / Louis"))) << qPrintable(text);
     EXPECT_TRUE(text.contains(QStringLiteral("Nombre de messages : 3"))) << qPrintable(text);
@@ -146,7 +126,7 @@ TEST_F(ConversationPdfTest, ThousandsOfMessagesFillManyPagesWithAFooterOnEach)
     const ConversationPDF::Result result =
         ConversationPDF::build(path(QStringLiteral("long.pdf")), transcript, QStringLiteral("Messages"));
     EXPECT_GT(result.pages, 50);
-    EXPECT_EQ(pageCount(path(QStringLiteral("long.pdf"))), result.pages);
+    EXPECT_EQ(pdfPageCount(path(QStringLiteral("long.pdf"))), result.pages);
     const QString text = pdfText(path(QStringLiteral("long.pdf")));
     for (int page = 1; page <= result.pages; ++page) {
         ASSERT_TRUE(text.contains(QStringLiteral("page %1 / %2 ·").arg(page).arg(result.pages))) << page;
@@ -168,7 +148,7 @@ TEST_F(ConversationPdfTest, ImagesAreThumbnailsAndUnreadableOnesAreSkipped)
                                      path(QStringLiteral("missing.jpg"))};
     const ConversationPDF::Result result =
         ConversationPDF::build(path(QStringLiteral("photos.pdf")), transcript, QStringLiteral("WhatsApp"));
-    EXPECT_EQ(pageCount(path(QStringLiteral("photos.pdf"))), result.pages);
+    EXPECT_EQ(pdfPageCount(path(QStringLiteral("photos.pdf"))), result.pages);
     // A 3000-pixel photo embedded whole would weigh megabytes.
     EXPECT_LT(QFileInfo(path(QStringLiteral("photos.pdf"))).size(), 400'000);
     const QString images =
