@@ -152,7 +152,7 @@ TEST_F(ConversationPdfTest, ImagesAreThumbnailsAndUnreadableOnesAreSkipped)
     // A 3000-pixel photo embedded whole would weigh megabytes.
     EXPECT_LT(QFileInfo(path(QStringLiteral("photos.pdf"))).size(), 400'000);
     const QString images =
-        run(QStringLiteral("pdfimages"), {QStringLiteral("-list"), path(QStringLiteral("photos.pdf"))});
+        runTool(QStringLiteral("pdfimages"), {QStringLiteral("-list"), path(QStringLiteral("photos.pdf"))});
     EXPECT_EQ(images.count(QStringLiteral("image ")), 1) << qPrintable(images);
 }
 
