@@ -181,8 +181,8 @@ QList<BackupEntry> IPhoneBackupReader::loadEntries() const
     QList<BackupEntry> entries;
     // A few dozen domains are shared by hundreds of thousands of rows: keep one copy of each.
     QHash<QByteArray, QString> domains;
-    int status = SQLITE_ROW;
-    while ((status = sqlite3_step(statement)) == SQLITE_ROW) {
+    // A damaged index can fail half-way; what was read before stays usable, as with a truncated old index.
+    while (sqlite3_step(statement) == SQLITE_ROW) {
         if (sqlite3_column_type(statement, 0) != SQLITE_TEXT || sqlite3_column_type(statement, 1) != SQLITE_TEXT ||
             sqlite3_column_type(statement, 2) != SQLITE_TEXT)
             continue;
@@ -200,8 +200,6 @@ QList<BackupEntry> IPhoneBackupReader::loadEntries() const
         entries.append(std::move(entry));
     }
     sqlite3_finalize(statement);
-    // A damaged index can fail half-way; what was read before stays usable, as with a truncated old index.
-    Q_UNUSED(status);
     return entries;
 }
 

@@ -155,7 +155,7 @@ private:
         for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
             line.setLineWidth(textWidth);
             if (m_y > 0 && m_y + line.height() > textHeight) {
-                flush(layout, placed);
+                flush(placed);
                 if (!nextPage())
                     break;
             }
@@ -164,12 +164,11 @@ private:
             m_y += line.height() + 2; // line spacing 2
         }
         layout.endLayout();
-        flush(layout, placed);
+        flush(placed);
     }
 
-    void flush(const QTextLayout& layout, QList<std::pair<QTextLine, QPointF>>& placed)
+    void flush(QList<std::pair<QTextLine, QPointF>>& placed)
     {
-        Q_UNUSED(layout);
         if (m_painter) {
             for (const auto& [line, position] : std::as_const(placed))
                 line.draw(m_painter, position);

@@ -11,7 +11,9 @@ namespace nuvrel {
 
 AppLanguage Localizer::resolved()
 {
-    return resolve(LanguageStore::shared().language(), QLocale::system().uiLanguages());
+    // Every localised text asks; the system's preferences are read once per run, as applications do.
+    static const QStringList preferred = QLocale::system().uiLanguages();
+    return resolve(LanguageStore::shared().language(), preferred);
 }
 
 AppLanguage Localizer::resolve(AppLanguage chosen, const QStringList& preferredLanguages)
