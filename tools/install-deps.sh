@@ -5,7 +5,8 @@ set -euo pipefail
 
 debian_packages=(
   cmake ninja-build g++ pkg-config ccache git
-  qt6-base-dev libplist-dev libssl-dev libsqlite3-dev sqlite3 qtkeychain-qt6-dev
+  qt6-base-dev qt6-svg-dev qt6-translations-l10n libheif-dev
+  libplist-dev libssl-dev libsqlite3-dev sqlite3 qtkeychain-qt6-dev
   libsecret-1-0 gnome-keyring dbus libsecret-tools fonts-dejavu-core poppler-utils
   ffmpeg libheif-examples
   fonts-noto-core fonts-noto-cjk fonts-noto-color-emoji fonts-symbola

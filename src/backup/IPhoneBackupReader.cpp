@@ -4,6 +4,7 @@
 #include "backup/ManifestMbdb.h"
 #include "core/PropertyList.h"
 
+#include <QBuffer>
 #include <QDir>
 #include <QFileInfo>
 #include <QHash>
@@ -30,9 +31,15 @@ QString safeFolderName(const QString& id)
     return name;
 }
 
+QString deviceName(const QIODevice& device)
+{
+    const auto* file = qobject_cast<const QFileDevice*>(&device);
+    return file ? file->fileName() : QString();
+}
+
 // Decrypts `input` into `output` in 1 MiB pieces and returns the bytes written. With `limit` set, the
 // output stops at that many bytes: the recorded size, which drops the cipher's padding without reading it.
-qint64 decryptStream(QIODevice& input, AesCbcDecryptor& decryptor, QFileDevice& output, std::optional<qint64> limit,
+qint64 decryptStream(QIODevice& input, AesCbcDecryptor& decryptor, QIODevice& output, std::optional<qint64> limit,
                      BackupReadError::Subject readFailure)
 {
     QByteArray in(chunkSize, Qt::Uninitialized);
@@ -49,7 +56,7 @@ qint64 decryptStream(QIODevice& input, AesCbcDecryptor& decryptor, QFileDevice& 
             throw BackupReadError::unreadable(BackupReadError::Subject::Decryption);
         const qint64 take = limit ? std::min<qint64>(produced, *limit - written) : produced;
         if (output.write(out.constData(), take) != take)
-            throw BackupReadError::writeFailed(output.fileName());
+            throw BackupReadError::writeFailed(deviceName(output));
         written += take;
     }
     return written;
@@ -330,6 +337,37 @@ void IPhoneBackupReader::decrypt(const BackupEntry& entry, QFile& output) const
     decryptStream(input, decryptor, output, std::max<qint64>(meta.size, 0), BackupReadError::Subject::MissingFile);
     if (!output.flush())
         throw BackupReadError::writeFailed(output.fileName());
+}
+
+QByteArray IPhoneBackupReader::contents(const BackupEntry& entry, qint64 maxBytes) const
+{
+    const MBFileInfo meta = entry.meta();
+    if (meta.size > maxBytes)
+        throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
+    if (m_keybag) {
+        QBuffer buffer;
+        buffer.open(QIODevice::WriteOnly);
+        const std::optional<QString> stored = storedURL(entry.fileID);
+        if (!stored)
+            throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
+        AesCbcDecryptor decryptor(fileKey(meta));
+        if (!decryptor.isValid())
+            throw BackupReadError::unreadable(BackupReadError::Subject::Decryption);
+        QFile input(*stored);
+        if (!input.open(QIODevice::ReadOnly))
+            throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
+        decryptStream(input, decryptor, buffer, std::max<qint64>(meta.size, 0), BackupReadError::Subject::MissingFile);
+        return buffer.data();
+    }
+    const std::optional<QString> stored = storedURL(entry.fileID);
+    QFile input(stored.value_or(QString()));
+    if (!stored || !input.open(QIODevice::ReadOnly))
+        throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
+    // The index may understate the size; the cap holds whatever it says.
+    QByteArray data = input.read(maxBytes + 1);
+    if (data.size() > maxBytes)
+        throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
+    return data;
 }
 
 QString IPhoneBackupReader::tempDir() const

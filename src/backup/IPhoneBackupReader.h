@@ -52,6 +52,10 @@ public:
     /// Writes the plain contents of an encrypted entry to `output`, exactly meta.size bytes.
     void decrypt(const BackupEntry& entry, QFile& output) const;
 
+    /// The plain contents of a file that fits in memory, for a preview; throws when it is larger than
+    /// `maxBytes` or cannot be read. Safe to call from several threads once the index is closed.
+    QByteArray contents(const BackupEntry& entry, qint64 maxBytes) const;
+
     /// The application's temporary folder for this backup: <data>/Nuvrel/Temp/<id>, owner-only.
     QString tempDir() const;
 

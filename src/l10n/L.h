@@ -30,6 +30,13 @@ requires(!std::same_as<Integer, bool> && !std::same_as<Integer, char>) QString t
 }
 } // namespace detail
 
+/// Marks a French text that is translated later, into a language chosen at that time
+/// (Localizer::translate(text, language)); the translation check finds it like L("…").
+constexpr const char* LKey(const char* french)
+{
+    return french;
+}
+
 /// The French text translated into the language in force.
 inline QString L(const char* french)
 {

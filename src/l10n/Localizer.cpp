@@ -1,6 +1,7 @@
 #include "l10n/Localizer.h"
 
 #include "l10n/Cyrillic.h"
+#include "l10n/L.h"
 #include "l10n/LanguageStore.h"
 #include "l10n/Translations.h"
 
@@ -157,6 +158,27 @@ QString Localizer::formatDateTime(const QDateTime& dateTime, const QLocale& loca
 {
     const QDateTime local = dateTime.toLocalTime();
     return formatDate(local.date(), locale) + u' ' + locale.toString(local.time(), QLocale::ShortFormat);
+}
+
+QString Localizer::formatByteCount(qint64 bytes)
+{
+    const QLocale numbers = locale();
+    if (bytes < 1000)
+        return L("%@ octets", numbers.toString(std::max<qint64>(bytes, 0)));
+    double value = double(bytes) / 1000.0;
+    int unit = 0;
+    while (value >= 999.95 && unit < 3) {
+        value /= 1000.0;
+        ++unit;
+    }
+    // One decimal below 100 ("4,2 Mo"), none above ("512 Mo").
+    const QString number = numbers.toString(value, 'f', value < 99.95 ? 1 : 0);
+    switch (unit) {
+    case 0: return L("%@ Ko", number);
+    case 1: return L("%@ Mo", number);
+    case 2: return L("%@ Go", number);
+    default: return L("%@ To", number);
+    }
 }
 
 } // namespace nuvrel

@@ -45,6 +45,8 @@ public:
     /// A date and time as a person reads it: long date without the weekday, short time, local time zone.
     static QString formatDateTime(const QDateTime& dateTime);
     static QString formatDateTime(const QDateTime& dateTime, const QLocale& locale);
+    /// A size as the Finder shows it, in powers of 1000 ("1,4 Go", "820 Ko", "12 octets").
+    static QString formatByteCount(qint64 bytes);
 };
 
 } // namespace nuvrel

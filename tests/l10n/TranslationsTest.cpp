@@ -117,12 +117,15 @@ TEST(Translations, SourceScannerFindsOnlyRealLocalisedLiterals)
         auto d = "L(\"dans une chaîne\")";
         char e = '"'; auto f = L("Après \"guillemets\"\n");
         auto g = L(variable);
+        auto t = 15'000; auto u = u8'x'; auto v = 0xFF'FF; auto w = u'"'; auto y = L'"';
+        auto h = QString::fromUtf8(LKey("Trois"));
+        auto i = LKeyboard("non");
     )cpp");
     const QList<l10nscan::Use> uses = l10nscan::scanSource(source);
     QStringList texts;
     for (const l10nscan::Use& use : uses)
         texts.append(use.text);
     EXPECT_EQ(texts, (QStringList{QStringLiteral("Un"), QStringLiteral("Deux morceaux"),
-                                  QStringLiteral("Après \"guillemets\"\n")}));
+                                  QStringLiteral("Après \"guillemets\"\n"), QStringLiteral("Trois")}));
     EXPECT_EQ(uses.value(1).line, 5);
 }

@@ -110,6 +110,29 @@ void createWhatsAppSchema(FixtureDatabase& db)
         "ZTOJID VARCHAR, ZSTANZAID VARCHAR);"));
 }
 
+void writeSampleWhatsAppDatabase(const QString& path)
+{
+    FixtureDatabase db(path);
+    createWhatsAppSchema(db);
+    // Dates count seconds from 2001-01-01: 785'000'000 is late November 2025.
+    db.exec(QStringLiteral(
+        "INSERT INTO ZWACHATSESSION (Z_PK, ZREMOVED, ZSESSIONTYPE, ZCONTACTJID, ZPARTNERNAME) VALUES"
+        " (1, 0, 0, '33612345678@s.whatsapp.net', 'Ana Martin'),"
+        " (2, 0, 1, '120363025@g.us', 'Famille 🏡');"
+        "INSERT INTO ZWAMEDIAITEM (Z_PK, ZTITLE) VALUES (1, NULL), (2, 'Billets-train.pdf');"
+        "INSERT INTO ZWAMESSAGE (Z_PK, ZCHATSESSION, ZISFROMME, ZMESSAGETYPE, ZMEDIAITEM, ZMESSAGEDATE, ZPUSHNAME,"
+        " ZTEXT) VALUES"
+        " (1, 1, 0, 0, NULL, 785000000, 'Ana', 'Coucou ! Tu arrives à quelle heure samedi ?'),"
+        " (2, 1, 1, 0, NULL, 785000420, NULL, 'Vers 14 h, je prends le train de 11 h 04.'),"
+        " (3, 1, 0, 1, 1, 785000600, 'Ana', 'La vue depuis le balcon'),"
+        " (4, 1, 1, 8, 2, 785000900, NULL, NULL),"
+        " (5, 1, 0, 0, NULL, 785090000, 'Ana', 'Super, à samedi 😊'),"
+        " (10, 2, 0, 0, NULL, 786000000, 'Maman', 'Qui apporte le dessert dimanche ?'),"
+        " (11, 2, 0, 0, NULL, 786000300, 'Paul', 'Moi, une tarte aux pommes.'),"
+        " (12, 2, 1, 0, NULL, 786000600, NULL, 'Et moi le pain.'),"
+        " (13, 2, 0, 0, NULL, 786003600, 'Maman', 'Parfait, merci à vous deux ❤️');"));
+}
+
 void writeSampleMessagesDatabase(const QString& path)
 {
     FixtureDatabase db(path);

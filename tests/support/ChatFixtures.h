@@ -37,6 +37,10 @@ void createWhatsAppSchema(FixtureDatabase& db);
 /// photo and a reaction; `path` must not exist yet.
 void writeSampleMessagesDatabase(const QString& path);
 
+/// A small, lifelike WhatsApp store: a conversation with Ana (a photo and a document among the messages)
+/// and a family group; `path` must not exist yet.
+void writeSampleWhatsAppDatabase(const QString& path);
+
 /// A large Messages database for benchmarks: `messages` rows spread over `chats` conversations, of
 /// which conversation 1 holds `bigChat` rows; texts mostly in the text column, some only in attributedBody.
 void writeLargeMessagesDatabase(const QString& path, int messages, int chats, int bigChat);

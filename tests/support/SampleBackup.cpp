@@ -7,6 +7,7 @@
 #include <QCryptographicHash>
 #include <QDir>
 #include <QImage>
+#include <QLinearGradient>
 #include <QPainter>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -239,11 +240,23 @@ QList<SampleFile> cameraRollPhotos(int count)
 {
     QList<SampleFile> photos;
     for (int i = 1; i <= count; ++i) {
-        QImage image(320, 240, QImage::Format_RGB32);
-        image.fill(QColor::fromHsv((i * 47) % 360, 160, 230));
+        // Little landscapes: a sky, a sun and hills, each in its own colours; every fifth one upright.
+        const bool portrait = i % 5 == 0;
+        QImage image(portrait ? 240 : 320, portrait ? 320 : 240, QImage::Format_RGB32);
+        const int hue = (i * 47) % 360;
         QPainter painter(&image);
-        painter.setPen(Qt::white);
-        painter.drawEllipse(QPoint(160, 120), 40 + i % 60, 40 + i % 60);
+        painter.setRenderHint(QPainter::Antialiasing);
+        QLinearGradient sky(0, 0, 0, image.height());
+        sky.setColorAt(0, QColor::fromHsv(hue, 120, 250));
+        sky.setColorAt(1, QColor::fromHsv((hue + 30) % 360, 60, 255));
+        painter.fillRect(image.rect(), sky);
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(QColor::fromHsv((hue + 180) % 360, 90, 255));
+        painter.drawEllipse(QPoint(image.width() * (20 + i % 60) / 100, image.height() / 4), 22 + i % 12, 22 + i % 12);
+        painter.setBrush(QColor::fromHsv((hue + 90) % 360, 150, 170));
+        painter.drawEllipse(QRect(-image.width() / 3, image.height() * 3 / 5, image.width(), image.height()));
+        painter.setBrush(QColor::fromHsv((hue + 110) % 360, 170, 120));
+        painter.drawEllipse(QRect(image.width() / 3, image.height() * 2 / 3, image.width(), image.height()));
         painter.end();
         QByteArray jpeg;
         QBuffer buffer(&jpeg);

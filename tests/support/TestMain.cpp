@@ -3,7 +3,9 @@
 // CTest runs side by side never share a temporary folder.
 
 #include <QCoreApplication>
-#ifdef NUVREL_GUI_TEST_MAIN
+#if defined(NUVREL_WIDGETS_TEST_MAIN)
+#include <QApplication>
+#elif defined(NUVREL_GUI_TEST_MAIN)
 #include <QGuiApplication>
 #endif
 #include <QFile>
@@ -20,7 +22,11 @@ int main(int argc, char* argv[])
     if (!home.isValid())
         return 2;
     qputenv("HOME", QFile::encodeName(home.path()));
-#ifdef NUVREL_GUI_TEST_MAIN
+#if defined(NUVREL_WIDGETS_TEST_MAIN)
+    // Window tests drive real widgets on the offscreen platform.
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+#elif defined(NUVREL_GUI_TEST_MAIN)
     // Tests that draw (fonts, PDF pages) need the GUI application, on the offscreen platform.
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QGuiApplication app(argc, argv);

@@ -28,10 +28,15 @@ public:
                 skipUntil(QStringLiteral("*/"));
             else if (c == u'"')
                 readString();
+            else if (c == u'\'' && isDigitSeparator())
+                advance();
             else if (c == u'\'')
                 skipCharLiteral();
             else if (c == u'L' && !isIdentifierChar(peek(-1)) && !isIdentifierChar(peek(1)))
-                tryLocalised();
+                tryLocalised(1);
+            else if (c == u'L' && !isIdentifierChar(peek(-1)) && QStringView(m_src).sliced(m_pos).startsWith(u"LKey") &&
+                     !isIdentifierChar(peek(4)))
+                tryLocalised(4);
             else
                 advance();
         }
@@ -39,6 +44,14 @@ public:
     }
 
 private:
+    // 15'000 and 0xFF'FF: a quote inside a number is no character literal (u'x', L'x' and u8'x' are).
+    bool isDigitSeparator() const
+    {
+        qsizetype start = m_pos;
+        while (start > 0 && (m_src[start - 1].isLetterOrNumber() || m_src[start - 1] == u'\''))
+            --start;
+        return start < m_pos && m_src[start].isDigit();
+    }
     static bool isIdentifierChar(QChar c) { return c.isLetterOrNumber() || c == u'_'; }
     QChar peek(qsizetype delta) const
     {
@@ -97,10 +110,12 @@ private:
             advance();
         return text;
     }
-    void tryLocalised()
+    // L("…") and LKey("…"): the name is `length` characters long.
+    void tryLocalised(int length)
     {
         const int line = m_line;
-        advance();
+        for (int i = 0; i < length; ++i)
+            advance();
         skipSpace();
         if (m_pos >= m_src.size() || m_src[m_pos] != u'(')
             return;

@@ -111,7 +111,7 @@ int main(int argc, char* argv[])
         return QDateTime(QDate(y, m, d), QTime(h, min), QTimeZone::utc());
     };
 
-    QList<SampleFile> files = cameraRollPhotos(12) + cameraRollHeicAndMov();
+    QList<SampleFile> files = cameraRollPhotos(36) + cameraRollHeicAndMov();
     files.append({QStringLiteral("HomeDomain"), QStringLiteral("Library/Notes/notes.txt"),
                   QByteArray("Liste de courses : pain, fromage, café.\n")});
     {
@@ -122,8 +122,15 @@ int main(int argc, char* argv[])
         database.open(QIODevice::ReadOnly);
         files.append({QStringLiteral("HomeDomain"), QStringLiteral("Library/SMS/sms.db"), database.readAll()});
     }
-    files.append({QStringLiteral("AppDomainGroup-group.net.whatsapp.WhatsApp.shared"),
-                  QStringLiteral("ChatStorage.sqlite"), pseudoRandomBytes(qsizetype(48) * 1024, 7)});
+    {
+        QTemporaryDir scratch;
+        const QString store = scratch.filePath(QStringLiteral("ChatStorage.sqlite"));
+        writeSampleWhatsAppDatabase(store);
+        QFile database(store);
+        database.open(QIODevice::ReadOnly);
+        files.append({QStringLiteral("AppDomainGroup-group.net.whatsapp.WhatsApp.shared"),
+                      QStringLiteral("ChatStorage.sqlite"), database.readAll()});
+    }
 
     SampleBackup camille;
     camille.id = QStringLiteral("00008110-001A2B3C4D5E801E");

@@ -1,0 +1,76 @@
+#include "app/WelcomeView.h"
+
+#include "app/Icons.h"
+#include "l10n/L.h"
+
+#include <QGridLayout>
+#include <QLabel>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+namespace nuvrel {
+
+namespace {
+const char* const pointIcons[] = {"explore", "vault", "check"};
+}
+
+WelcomeView::WelcomeView(QWidget* parent)
+    : QWidget(parent)
+    , m_title(new QLabel(this))
+    , m_lead(new QLabel(this))
+    , m_start(new QPushButton(this))
+{
+    auto* card = new QFrame(this);
+    card->setObjectName(QStringLiteral("card"));
+    card->setFixedWidth(600);
+    m_title->setObjectName(QStringLiteral("pageTitle"));
+    m_lead->setWordWrap(true);
+    m_start->setObjectName(QStringLiteral("primary"));
+    m_start->setDefault(true);
+    m_start->setAutoDefault(true);
+
+    auto* points = new QGridLayout;
+    points->setHorizontalSpacing(12);
+    points->setVerticalSpacing(12);
+    for (int i = 0; i < 3; ++i) {
+        auto* icon = new QLabel(card);
+        icon->setPixmap(Icons::icon(QString::fromLatin1(pointIcons[i])).pixmap(QSize(24, 24), devicePixelRatioF()));
+        auto* text = new QLabel(card);
+        text->setWordWrap(true);
+        points->addWidget(icon, i, 0, Qt::AlignTop);
+        points->addWidget(text, i, 1);
+        m_points.append(text);
+    }
+    points->setColumnStretch(1, 1);
+
+    auto* cardLayout = new QVBoxLayout(card);
+    cardLayout->setContentsMargins(32, 28, 32, 28);
+    cardLayout->setSpacing(16);
+    cardLayout->addWidget(m_title);
+    cardLayout->addWidget(m_lead);
+    cardLayout->addLayout(points);
+    cardLayout->addSpacing(8);
+    cardLayout->addWidget(m_start, 0, Qt::AlignRight);
+
+    auto* layout = new QVBoxLayout(this);
+    layout->addStretch(1);
+    layout->addWidget(card, 0, Qt::AlignHCenter);
+    layout->addStretch(2);
+
+    connect(m_start, &QPushButton::clicked, this, &WelcomeView::finished);
+    retranslate();
+}
+
+void WelcomeView::retranslate()
+{
+    m_title->setText(L("Bienvenue dans Nuvrel"));
+    m_lead->setText(L("Nuvrel t'aide à retrouver et à garder ce qui compte sur ton iPhone : photos, fichiers et "
+                      "conversations."));
+    m_points.at(0)->setText(L("Ouvre les sauvegardes de ton iPhone, même protégées par un mot de passe, et sors-en "
+                              "des copies de tes photos, de tes fichiers et de tes conversations."));
+    m_points.at(1)->setText(L("Tout se passe sur cet ordinateur : tes fichiers ne partent nulle part."));
+    m_points.at(2)->setText(L("Tes sauvegardes ne sont jamais modifiées : Nuvrel en fait des copies."));
+    m_start->setText(L("Commencer"));
+}
+
+} // namespace nuvrel

@@ -1,0 +1,78 @@
+#include "core/BackupsModel.h"
+
+#include "core/AsyncTask.h"
+#include "core/BackupLocator.h"
+#include "l10n/L.h"
+
+#include <QDir>
+#include <QSettings>
+
+namespace nuvrel {
+
+BackupsModel::BackupsModel(Scanner scanner, QObject* parent)
+    : QObject(parent)
+    , m_scanner(scanner ? std::move(scanner) : Scanner([] { return BackupLocator::scan(); }))
+{
+    m_pool.setMaxThreadCount(1);
+}
+
+BackupsModel::~BackupsModel()
+{
+    m_pool.waitForDone();
+}
+
+QString BackupsModel::root() const
+{
+    return QDir::toNativeSeparators(BackupLocator::root());
+}
+
+void BackupsModel::refresh()
+{
+    if (m_scanning)
+        return;
+    m_scanning = true;
+    Q_EMIT scanningChanged();
+    runThenCallback(&m_pool, m_scanner, this, [this](const BackupScan& scan) { publish(scan); });
+}
+
+void BackupsModel::chooseRoot(const QString& folder)
+{
+    if (folder.isEmpty())
+        return;
+    QSettings().setValue(BackupLocator::settingsKey, QDir::cleanPath(folder));
+    refresh();
+}
+
+void BackupsModel::publish(const BackupScan& scan)
+{
+    switch (scan.status()) {
+    case BackupScan::Status::Found: m_state = State::Found; break;
+    case BackupScan::Status::Empty: m_state = State::Empty; break;
+    case BackupScan::Status::NeedsFullDiskAccess: m_state = State::NeedsFullDiskAccess; break;
+    }
+    m_backups = scan.backups();
+    m_scanning = false;
+    Q_EMIT stateChanged();
+    Q_EMIT scanningChanged();
+}
+
+QString BackupsModel::detailLine(const PhoneBackup& backup)
+{
+    QStringList pieces;
+    if (!backup.iosVersion.isEmpty())
+        pieces << L("iOS ") + backup.iosVersion;
+    if (backup.lastBackup)
+        pieces << L("dernière sauvegarde le ") + Localizer::formatDateTime(*backup.lastBackup);
+    return pieces.join(QStringLiteral(" · "));
+}
+
+QString BackupsModel::fullDiskAccessSettingsUrl()
+{
+#ifdef Q_OS_MACOS
+    return QStringLiteral("x-apple.systempreferences:com.apple.preference.security?Privacy_AllFiles");
+#else
+    return {};
+#endif
+}
+
+} // namespace nuvrel

@@ -1,0 +1,281 @@
+#include "app/MainWindow.h"
+
+#include "app/BackupsView.h"
+#include "app/ExplorePage.h"
+#include "app/ExplorerView.h"
+#include "app/HomeView.h"
+#include "app/PhotoGrid.h"
+#include "app/WelcomeView.h"
+#include "app/WindowStyler.h"
+#include "backup/BackupReadError.h"
+#include "backup/ExplorerModel.h"
+#include "core/BackupsModel.h"
+#include "l10n/LanguageStore.h"
+#include "support/ChatFixtures.h"
+#include "support/MemorySecretStore.h"
+#include "support/RecordingWorkspace.h"
+#include "support/SampleBackup.h"
+
+#include <QApplication>
+#include <QDialogButtonBox>
+#include <QDir>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMenu>
+#include <QPushButton>
+#include <QSettings>
+#include <QStandardPaths>
+#include <QTabWidget>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+using namespace nuvrel;
+using namespace nuvrel::test;
+
+namespace {
+
+constexpr int timeoutMs = 60'000;
+
+QByteArray readAll(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QStringList sidebarTitles(const MainWindow& window)
+{
+    QStringList titles;
+    for (int row = 0; row < window.sidebar()->count(); ++row)
+        titles << window.sidebar()->item(row)->text();
+    return titles;
+}
+
+// Screens are saved for a person to look at: build/<preset>/screenshots/<name>.png
+void screenshot(QWidget& window, const QString& name)
+{
+    QApplication::processEvents();
+    const QString folder = QStringLiteral(NUVREL_SCREENSHOT_DIR);
+    QDir().mkpath(folder);
+    EXPECT_TRUE(window.grab().save(QDir(folder).filePath(name + QStringLiteral(".png"))));
+}
+
+QString labelTexts(const QWidget& widget)
+{
+    QStringList texts;
+    for (const QLabel* label : widget.findChildren<QLabel*>()) {
+        if (label->isVisibleTo(&widget))
+            texts << label->text();
+    }
+    return texts.join(u'\n');
+}
+
+class MainWindowTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        static const bool styled = [] {
+            WindowStyler::apply(*qApp);
+            return true;
+        }();
+        Q_UNUSED(styled);
+        QSettings().clear();
+        m_saved = LanguageStore::shared().language();
+        LanguageStore::shared().setLanguage(AppLanguage::Fr);
+        qputenv("NUVREL_BACKUP_ROOT", QFile::encodeName(m_root.path()));
+    }
+    void TearDown() override
+    {
+        qunsetenv("NUVREL_BACKUP_ROOT");
+        LanguageStore::shared().setLanguage(m_saved);
+    }
+
+    std::unique_ptr<MainWindow> makeWindow()
+    {
+        auto window = std::make_unique<MainWindow>(m_secrets, m_workspace);
+        window->resize(1280, 800);
+        window->show();
+        EXPECT_TRUE(QTest::qWaitForWindowExposed(window.get()));
+        EXPECT_TRUE(QTest::qWaitFor([&] { return !window->backupsModel().isScanning(); }, timeoutMs));
+        return window;
+    }
+
+    QTemporaryDir m_root;
+    QTemporaryDir m_out;
+    MemorySecretStore m_secrets;
+    RecordingWorkspace m_workspace;
+    AppLanguage m_saved = AppLanguage::Auto;
+};
+
+TEST_F(MainWindowTest, WelcomeShowsOnceThenTheSidebar)
+{
+    {
+        auto window = makeWindow();
+        EXPECT_TRUE(window->welcomeView()->isVisible());
+        EXPECT_FALSE(window->sidebar()->isVisible());
+        screenshot(*window, QStringLiteral("01-welcome"));
+        QTest::mouseClick(window->welcomeView()->startButton(), Qt::LeftButton);
+        EXPECT_TRUE(window->sidebar()->isVisible());
+        EXPECT_TRUE(QSettings().value(QStringLiteral("welcomeDone")).toBool());
+        EXPECT_EQ(sidebarTitles(*window),
+                  (QStringList{QStringLiteral("Accueil"), QStringLiteral("Explorer les sauvegardes")}));
+        EXPECT_EQ(window->section(), Page::Home);
+        screenshot(*window, QStringLiteral("02-home"));
+    }
+    auto again = makeWindow();
+    EXPECT_FALSE(again->welcomeView()->isVisible());
+    EXPECT_TRUE(again->sidebar()->isVisible());
+}
+
+TEST_F(MainWindowTest, LanguageChangeRendersEveryTextAgain)
+{
+    QSettings().setValue(QStringLiteral("welcomeDone"), true);
+    auto window = makeWindow();
+    window->setSection(Page::Explore);
+    EXPECT_EQ(window->explorePage()->backupsView()->findChild<QLabel*>(QStringLiteral("pageTitle"))->text(),
+              QStringLiteral("Explorer les sauvegardes"));
+    EXPECT_TRUE(labelTexts(*window->explorePage()).contains(QStringLiteral("Branche ton iPhone")));
+    EXPECT_EQ(QDialogButtonBox(QDialogButtonBox::Cancel).button(QDialogButtonBox::Cancel)->text().remove(u'&'),
+              QStringLiteral("Annuler"));
+
+    // The menu lists the ten choices; choosing one changes everything at once.
+    const QList<QAction*> actions = window->languageMenu()->actions();
+    ASSERT_EQ(actions.size(), 10);
+    const auto english = std::find_if(actions.begin(), actions.end(), [](QAction* action) {
+        return action->data().value<AppLanguage>() == AppLanguage::En;
+    });
+    ASSERT_NE(english, actions.end());
+    (*english)->trigger();
+    EXPECT_EQ(LanguageStore::shared().language(), AppLanguage::En);
+    EXPECT_TRUE((*english)->isChecked());
+    EXPECT_EQ(sidebarTitles(*window), (QStringList{QStringLiteral("Home"), QStringLiteral("Explore Backups")}));
+    EXPECT_EQ(window->explorePage()->backupsView()->findChild<QLabel*>(QStringLiteral("pageTitle"))->text(),
+              QStringLiteral("Explore Backups"));
+    EXPECT_FALSE(labelTexts(*window->explorePage()).contains(QStringLiteral("Branche ton iPhone")));
+    EXPECT_EQ(window->section(), Page::Explore);
+    EXPECT_EQ(QDialogButtonBox(QDialogButtonBox::Cancel).button(QDialogButtonBox::Cancel)->text().remove(u'&'),
+              QStringLiteral("Cancel"));
+    screenshot(*window, QStringLiteral("03-backups-empty-en"));
+
+    // German: Qt's own texts follow too.
+    LanguageStore::shared().setLanguage(AppLanguage::De);
+    EXPECT_EQ(QDialogButtonBox(QDialogButtonBox::Cancel).button(QDialogButtonBox::Cancel)->text().remove(u'&'),
+              QStringLiteral("Abbrechen"));
+    EXPECT_EQ(window->sidebar()->item(0)->text(), QStringLiteral("Start"));
+}
+
+TEST_F(MainWindowTest, EncryptedBackupJourney)
+{
+    QTemporaryDir scratch;
+    const QString sms = scratch.filePath(QStringLiteral("sms.db"));
+    const QString wa = scratch.filePath(QStringLiteral("ChatStorage.sqlite"));
+    writeSampleMessagesDatabase(sms);
+    writeSampleWhatsAppDatabase(wa);
+    SampleBackup sample;
+    sample.password = QStringLiteral("secret");
+    sample.files = cameraRollPhotos(8);
+    sample.files.append({QStringLiteral("HomeDomain"), QStringLiteral("Library/SMS/sms.db"), readAll(sms)});
+    sample.files.append({QStringLiteral("AppDomainGroup-group.net.whatsapp.WhatsApp.shared"),
+                         QStringLiteral("ChatStorage.sqlite"), readAll(wa)});
+    sample.write(m_root.path());
+    SampleBackup plain;
+    plain.id = QStringLiteral("plain-backup");
+    plain.deviceName = QStringLiteral("iPhone de Louis");
+    plain.productVersion = QString();
+    plain.lastBackup = QDateTime();
+    plain.files = cameraRollPhotos(2);
+    plain.write(m_root.path());
+
+    QSettings().setValue(QStringLiteral("welcomeDone"), true);
+    auto window = makeWindow();
+    window->setSection(Page::Explore);
+    BackupsView* backups = window->explorePage()->backupsView();
+    ASSERT_EQ(backups->list()->count(), 2);
+    EXPECT_EQ(backups->list()->item(0)->text(), sample.deviceName);
+    EXPECT_EQ(backups->list()->item(1)->text(), QStringLiteral("iPhone de Louis"));
+    screenshot(*window, QStringLiteral("04-backups"));
+
+    // Open the encrypted one with the keyboard.
+    backups->list()->setFocus();
+    backups->list()->setCurrentRow(0);
+    QTest::keyClick(backups->list(), Qt::Key_Return);
+    ExplorerView* explorer = window->explorePage()->explorerView();
+    ASSERT_NE(explorer, nullptr);
+    ExplorerModel& model = explorer->model();
+    EXPECT_EQ(model.phase(), ExplorerModel::Phase::AskPassword);
+    EXPECT_FALSE(explorer->openButton()->isEnabled());
+    screenshot(*window, QStringLiteral("05-password"));
+
+    QTest::keyClicks(explorer->passwordField(), QStringLiteral("wrong"));
+    QTest::keyClick(explorer->passwordField(), Qt::Key_Return);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model.phase() == ExplorerModel::Phase::AskPassword; }, timeoutMs));
+    EXPECT_TRUE(labelTexts(*explorer).contains(BackupReadError::wrongPassword().message()));
+    screenshot(*window, QStringLiteral("06-wrong-password"));
+
+    explorer->passwordField()->clear();
+    QTest::keyClicks(explorer->passwordField(), QStringLiteral("secret"));
+    QTest::mouseClick(explorer->openButton(), Qt::LeftButton);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model.phase() == ExplorerModel::Phase::Ready; }, timeoutMs));
+    EXPECT_EQ(explorer->tabs()->tabText(0), QStringLiteral("Photos et vidéos (8)"));
+
+    // Three photos chosen by clicking their cells, then extracted.
+    PhotoGridView* grid = explorer->photoGrid();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model.thumbnailsDecoded() >= 8; }, timeoutMs));
+    for (int row : {0, 2, 5})
+        QTest::mouseClick(grid->viewport(), Qt::LeftButton, {},
+                          grid->visualRect(grid->model()->index(row, 0)).center());
+    EXPECT_EQ(model.selected().size(), 3);
+    screenshot(*window, QStringLiteral("07-photos"));
+    const QString destination = m_out.filePath(QStringLiteral("Extraites"));
+    explorer->setDestinationPicker([destination] { return destination; });
+    const QList<QPushButton*> extractSelected = explorer->findChildren<QPushButton*>();
+    const auto button = std::find_if(extractSelected.begin(), extractSelected.end(), [](QPushButton* b) {
+        return b->text().startsWith(QStringLiteral("Extraire la sélection"));
+    });
+    ASSERT_NE(button, extractSelected.end());
+    QTest::mouseClick(*button, Qt::LeftButton);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !model.notice().isEmpty(); }, timeoutMs));
+    EXPECT_EQ(model.notice(), QStringLiteral("3 fichier(s) extraits"));
+    EXPECT_EQ(QDir(destination).entryList(QDir::Files).size(), 3);
+    screenshot(*window, QStringLiteral("08-extracted"));
+
+    // All files: the categories, then a folder.
+    explorer->tabs()->setCurrentIndex(ExplorerModel::FilesTab);
+    EXPECT_EQ(model.tab(), ExplorerModel::FilesTab);
+    ASSERT_GE(explorer->fileList()->count(), 3);
+    EXPECT_EQ(explorer->fileList()->item(0)->text(), QStringLiteral("Photos et vidéos"));
+    screenshot(*window, QStringLiteral("09-domains"));
+    explorer->fileList()->setCurrentRow(0);
+    QTest::keyClick(explorer->fileList(), Qt::Key_Return);
+    EXPECT_EQ(model.domain(), QStringLiteral("CameraRollDomain"));
+    QTest::keyClick(explorer->fileList(), Qt::Key_Return);
+    QTest::keyClick(explorer->fileList(), Qt::Key_Return);
+    EXPECT_EQ(model.folder(), (QStringList{QStringLiteral("Media"), QStringLiteral("DCIM")}));
+    screenshot(*window, QStringLiteral("10-folder"));
+
+    // Conversations: one saved as a PDF.
+    explorer->tabs()->setCurrentIndex(ExplorerModel::ConversationsTab);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return explorer->chatList()->count() == 2; }, timeoutMs));
+    screenshot(*window, QStringLiteral("11-conversations"));
+    explorer->chatList()->setCurrentRow(0);
+    QTest::keyClick(explorer->chatList(), Qt::Key_Return);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model.notice().startsWith(QStringLiteral("PDF créé.")); }, timeoutMs))
+        << model.errorNotice().toStdString();
+    ASSERT_EQ(m_workspace.opened.size(), 1);
+    EXPECT_TRUE(readAll(m_workspace.opened[0]).startsWith("%PDF"));
+    screenshot(*window, QStringLiteral("12-pdf-saved"));
+
+    // Back to the list: the explorer goes, with its temporary copies.
+    const QString temp = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
+                         QStringLiteral("/Nuvrel/Temp/") + sample.id;
+    EXPECT_TRUE(QFileInfo::exists(temp));
+    QTest::mouseClick(explorer->backButton(), Qt::LeftButton);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return window->explorePage()->explorerView() == nullptr; }, timeoutMs));
+    EXPECT_FALSE(QFileInfo::exists(temp));
+    EXPECT_TRUE(backups->isVisible());
+}
+
+} // namespace
