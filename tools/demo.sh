@@ -1,18 +1,29 @@
 #!/usr/bin/env bash
 # The demo: installs what is missing, builds Nuvrel, writes sample iPhone backups (a plain one, an
-# encrypted one, one in the oldest layout), lists them, lists files, extracts the photos of the
-# plain and the encrypted backup, reads conversations (the Messages database taken out of the
-# encrypted backup, and a WhatsApp export), saves one as a fingerprinted PDF and checks it.
+# encrypted one, one in the oldest layout) holding photos, a video, Messages and WhatsApp
+# conversations, and opens the application on them. Without a display it walks the same journey
+# with nuvrel-cli: lists the backups and their files, extracts the photos of the plain and the
+# encrypted backup, reads the Messages and WhatsApp conversations of the encrypted one, saves one as
+# a fingerprinted PDF and checks it.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 tools/install-deps.sh
 cmake --preset default >/dev/null
-cmake --build --preset default -j "$(nproc 2>/dev/null || sysctl -n hw.ncpu)" --target nuvrel-cli nuvrel-make-samples
+cmake --build --preset default -j "$(nproc 2>/dev/null || sysctl -n hw.ncpu)" --target nuvrel nuvrel-cli nuvrel-make-samples
 
 samples=build/demo/Backup
 photos=build/demo/Photos
 rm -rf build/demo
 build/default/tools/samples/nuvrel-make-samples "$samples"
+
+if [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ] || [ "$(uname -s)" = Darwin ]; then
+  printf '\nOpening Nuvrel on the sample backups in %s.\n' "$samples"
+  printf 'The backup "iPhone SE de Louis" is encrypted: its password is demo-1234.\n'
+  # Its own settings, so that the demo starts with the welcome screen and leaves yours alone.
+  export XDG_CONFIG_HOME="$PWD/build/demo/config"
+  exec env NUVREL_BACKUP_ROOT="$samples" build/default/src/app/nuvrel
+fi
+printf '\nNo display: the same journey with nuvrel-cli.\n'
 cli=build/default/src/cli/nuvrel-cli
 
 run() {
@@ -42,6 +53,10 @@ echo demo-1234 | "$cli" extract 00008030-000E1D2C3B4A5968 --root "$samples" --pa
   --domain HomeDomain --path Library/SMS/sms.db --to "$sms" >/dev/null
 run chats "$sms/HomeDomain/Library/SMS/sms.db" --lang fr
 run chat "$sms/HomeDomain/Library/SMS/sms.db" 2 --lang fr
+whatsapp=build/demo/WhatsApp
+echo demo-1234 | "$cli" extract 00008030-000E1D2C3B4A5968 --root "$samples" --password-stdin \
+  --domain AppDomainGroup-group.net.whatsapp.WhatsApp.shared --path ChatStorage.sqlite --to "$whatsapp" >/dev/null
+run chats "$whatsapp/AppDomainGroup-group.net.whatsapp.WhatsApp.shared/ChatStorage.sqlite" --source whatsapp --lang fr
 build/default/tools/samples/nuvrel-make-samples --chat-export "build/demo/WhatsApp Chat - Louis.txt"
 run chat-export "build/demo/WhatsApp Chat - Louis.txt" --lang en
 
@@ -50,3 +65,11 @@ run chat-pdf "$sms/HomeDomain/Library/SMS/sms.db" 2 -o build/demo/Famille.pdf --
 run verify build/demo/Famille.pdf --lang fr
 printf '\x00' | dd of=build/demo/Famille.pdf bs=1 seek=2000 conv=notrunc status=none
 run verify build/demo/Famille.pdf --lang fr
+
+printf '\nWhere the outputs went:\n'
+printf '  sample backups       %s\n' "$samples"
+printf '  extracted photos     %s\n' "$photos"
+printf '  Messages database    %s\n' "$sms"
+printf '  WhatsApp database    %s\n' "$whatsapp"
+printf '  conversation PDF     %s\n' build/demo/Famille.pdf
+printf 'With a display, this script opens the application itself on the same backups.\n'

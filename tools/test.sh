@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The whole test suite: installs what is missing, checks formatting and clang-tidy, builds the
 # optimised and the sanitizer configurations with warnings as errors, gives the parsers of
-# untrusted backup data a bounded fuzzing run, and runs CTest on both builds. Fast on a second run: ccache and the build folders stay.
+# untrusted backup data a bounded fuzzing run, starts the application offscreen, and runs CTest on both
+# builds (the window tests among them, on the offscreen platform). Fast on a second run: ccache and the build folders stay.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 tools/install-deps.sh
@@ -18,6 +19,12 @@ cmake --build --preset default --target format-check || status=1
 
 step "Optimised build"
 cmake --build --preset default -j "$jobs"
+
+step "The application starts and shows its window (offscreen)"
+smoke_home=$(mktemp -d)
+HOME="$smoke_home" XDG_CONFIG_HOME="$smoke_home" QT_QPA_PLATFORM=offscreen NUVREL_QUIT_AFTER_SHOW=1 \
+  build/default/src/app/nuvrel || { echo "nuvrel did not start"; status=1; }
+rm -rf "$smoke_home"
 
 step "clang-tidy"
 cmake --build --preset default --target tidy || status=1

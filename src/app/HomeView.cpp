@@ -4,8 +4,9 @@
 #include "l10n/L.h"
 
 #include <QGridLayout>
+#include <QHBoxLayout>
 #include <QLabel>
-#include <QToolButton>
+#include <QPushButton>
 #include <QVBoxLayout>
 
 namespace nuvrel {
@@ -33,17 +34,33 @@ HomeView::HomeView(QWidget* parent)
     for (const Page page : availablePages) {
         if (page == Page::Home)
             continue;
-        auto* card = new QToolButton(this);
+        // A button holding labels: it takes the clicks and the keyboard, the labels only show.
+        auto* card = new QPushButton(this);
         card->setObjectName(QStringLiteral("card"));
-        card->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
-        card->setIcon(Icons::icon(iconName(page)));
-        card->setIconSize(QSize(36, 36));
         card->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
-        card->setMinimumHeight(92);
+        card->setMinimumHeight(96);
         card->setCursor(Qt::PointingHandCursor);
-        connect(card, &QToolButton::clicked, this, [this, page] { Q_EMIT pageChosen(page); });
+        auto* icon = new QLabel(card);
+        icon->setPixmap(Icons::icon(iconName(page)).pixmap(QSize(36, 36), devicePixelRatioF()));
+        auto* titleLabel = new QLabel(card);
+        titleLabel->setObjectName(QStringLiteral("sectionTitle"));
+        auto* description = new QLabel(card);
+        description->setObjectName(QStringLiteral("muted"));
+        description->setWordWrap(true);
+        for (QLabel* label : {icon, titleLabel, description})
+            label->setAttribute(Qt::WA_TransparentForMouseEvents);
+        auto* texts = new QVBoxLayout;
+        texts->setSpacing(4);
+        texts->addWidget(titleLabel);
+        texts->addWidget(description);
+        auto* cardLayout = new QHBoxLayout(card);
+        cardLayout->setContentsMargins(18, 14, 18, 14);
+        cardLayout->setSpacing(16);
+        cardLayout->addWidget(icon, 0, Qt::AlignVCenter);
+        cardLayout->addLayout(texts, 1);
+        connect(card, &QPushButton::clicked, this, [this, page] { Q_EMIT pageChosen(page); });
         grid->addWidget(card, index / 2, index % 2);
-        m_cards.append({page, card});
+        m_cards.append({page, card, titleLabel, description});
         ++index;
     }
     grid->setColumnStretch(0, 1);
@@ -64,10 +81,11 @@ void HomeView::retranslate()
 {
     m_title->setText(L("Accueil"));
     m_subtitle->setText(L("Tout se passe sur cet ordinateur : tes fichiers ne partent nulle part."));
-    for (const auto& [page, card] : std::as_const(m_cards)) {
-        card->setText(title(page) + u'\n' + pageDescription(page));
-        card->setAccessibleName(title(page));
-        card->setAccessibleDescription(pageDescription(page));
+    for (const Card& card : std::as_const(m_cards)) {
+        card.title->setText(title(card.page));
+        card.description->setText(pageDescription(card.page));
+        card.button->setAccessibleName(title(card.page));
+        card.button->setAccessibleDescription(pageDescription(card.page));
     }
 }
 

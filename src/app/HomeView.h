@@ -5,7 +5,7 @@
 #include <QWidget>
 
 class QLabel;
-class QToolButton;
+class QPushButton;
 
 namespace nuvrel {
 
@@ -24,7 +24,14 @@ Q_SIGNALS:
 private:
     QLabel* m_title;
     QLabel* m_subtitle;
-    QList<QPair<Page, QToolButton*>> m_cards;
+    struct Card
+    {
+        Page page;
+        QPushButton* button;
+        QLabel* title;
+        QLabel* description;
+    };
+    QList<Card> m_cards;
 };
 
 /// The card's one-line description of what a page does.

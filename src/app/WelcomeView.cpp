@@ -3,7 +3,7 @@
 #include "app/Icons.h"
 #include "l10n/L.h"
 
-#include <QGridLayout>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
 #include <QVBoxLayout>
@@ -29,19 +29,21 @@ WelcomeView::WelcomeView(QWidget* parent)
     m_start->setDefault(true);
     m_start->setAutoDefault(true);
 
-    auto* points = new QGridLayout;
-    points->setHorizontalSpacing(12);
-    points->setVerticalSpacing(12);
-    for (int i = 0; i < 3; ++i) {
+    // Box layouts, not a grid: only they give wrapped labels the height their width needs.
+    auto* points = new QVBoxLayout;
+    points->setSpacing(12);
+    for (const char* name : pointIcons) {
         auto* icon = new QLabel(card);
-        icon->setPixmap(Icons::icon(QString::fromLatin1(pointIcons[i])).pixmap(QSize(24, 24), devicePixelRatioF()));
+        icon->setPixmap(Icons::icon(QString::fromLatin1(name)).pixmap(QSize(24, 24), devicePixelRatioF()));
         auto* text = new QLabel(card);
         text->setWordWrap(true);
-        points->addWidget(icon, i, 0, Qt::AlignTop);
-        points->addWidget(text, i, 1);
+        auto* row = new QHBoxLayout;
+        row->setSpacing(12);
+        row->addWidget(icon, 0, Qt::AlignTop);
+        row->addWidget(text, 1);
+        points->addLayout(row);
         m_points.append(text);
     }
-    points->setColumnStretch(1, 1);
 
     auto* cardLayout = new QVBoxLayout(card);
     cardLayout->setContentsMargins(32, 28, 32, 28);

@@ -96,8 +96,9 @@ QLabel#pageTitle { font-size: 20pt; font-weight: 600; }
 QLabel#sectionTitle { font-size: 13pt; font-weight: 600; }
 QLabel#muted { color: %5; }
 QFrame#card { background: %3; border: 1px solid %4; border-radius: 10px; }
-QToolButton#card { background: %3; border: 1px solid %4; border-radius: 10px; padding: 14px; text-align: left; }
-QToolButton#card:hover, QToolButton#card:focus { border: 1px solid %6; }
+QPushButton#card { background: %3; border: 1px solid %4; border-radius: 10px; padding: 0; text-align: left; }
+QPushButton#card:hover, QPushButton#card:focus { border: 1px solid %6; }
+QToolButton#languageButton::menu-indicator { image: none; }
 QPushButton { padding: 5px 14px; border-radius: 6px; }
 QPushButton#primary { background: %6; color: white; border: 1px solid %6; font-weight: 600; }
 QPushButton#primary:disabled { background: %4; border-color: %4; }

@@ -318,11 +318,9 @@ void ExplorerModel::forgetPassword()
 
 QString ExplorerModel::printRescueSheet()
 {
-    const QString sheet = PasswordSheet::make(m_backup.deviceName, m_password);
-    if (sheet.isEmpty() || !m_services.workspace.open(sheet)) {
+    QString sheet = PasswordSheet::make(m_backup.deviceName, m_password);
+    if (sheet.isEmpty() || !m_services.workspace.open(sheet))
         setErrorNotice(L("Impossible de créer la fiche de secours."));
-        return sheet;
-    }
     return sheet;
 }
 
@@ -926,7 +924,7 @@ void ExplorerModel::createChatPDF(qint64 chatID)
     setBusy(L("Création du PDF…"));
     const int source = m_convSource;
     const QString label = sourceLabel(source);
-    const MessagesChatInfo info = *chat;
+    const MessagesChatInfo& info = *chat; // copied into the task
 
     runThenCallback(
         &m_work,

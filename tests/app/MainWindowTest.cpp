@@ -229,6 +229,13 @@ TEST_F(MainWindowTest, EncryptedBackupJourney)
                           grid->visualRect(grid->model()->index(row, 0)).center());
     EXPECT_EQ(model.selected().size(), 3);
     screenshot(*window, QStringLiteral("07-photos"));
+    // The same screen in the dark palette, then back.
+    qputenv("NUVREL_THEME", "dark");
+    WindowStyler::apply(*qApp);
+    screenshot(*window, QStringLiteral("07-photos-dark"));
+    qputenv("NUVREL_THEME", "light");
+    WindowStyler::apply(*qApp);
+    qunsetenv("NUVREL_THEME");
     const QString destination = m_out.filePath(QStringLiteral("Extraites"));
     explorer->setDestinationPicker([destination] { return destination; });
     const QList<QPushButton*> extractSelected = explorer->findChildren<QPushButton*>();

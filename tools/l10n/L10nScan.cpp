@@ -28,9 +28,7 @@ public:
                 skipUntil(QStringLiteral("*/"));
             else if (c == u'"')
                 readString();
-            else if (c == u'\'' && isDigitSeparator())
-                advance();
-            else if (c == u'\'')
+            else if (c == u'\'' && !isDigitSeparator()) // 15'000 goes on as any character
                 skipCharLiteral();
             else if (c == u'L' && !isIdentifierChar(peek(-1)) && !isIdentifierChar(peek(1)))
                 tryLocalised(1);
