@@ -57,6 +57,23 @@ ExplorerView::ExplorerView(ExplorerModel& model, QWidget* parent)
     m_device->setObjectName(QStringLiteral("pageTitle"));
     m_readOnly = wrappingLabel(this, QStringLiteral("muted"));
 
+    // The password's line, for an encrypted backup: kept or not, and its recovery sheet.
+    m_keyBar = new QWidget(this);
+    m_kept = new QLabel(m_keyBar);
+    m_forget = new QPushButton(m_keyBar);
+    m_forget->setObjectName(QStringLiteral("link"));
+    m_printSheet = new QPushButton(Icons::icon(QStringLiteral("printsheet")), QString(), m_keyBar);
+    m_printSheet->setObjectName(QStringLiteral("link"));
+    auto* keyLayout = new QHBoxLayout(m_keyBar);
+    keyLayout->setContentsMargins(0, 0, 0, 0);
+    keyLayout->addWidget(m_kept);
+    keyLayout->addWidget(m_forget);
+    keyLayout->addSpacing(12);
+    keyLayout->addWidget(m_printSheet);
+    keyLayout->addStretch(1);
+    connect(m_forget, &QPushButton::clicked, &m_model, &ExplorerModel::forgetPassword);
+    connect(m_printSheet, &QPushButton::clicked, &m_model, &ExplorerModel::printRescueSheet);
+
     m_phases = new QStackedWidget(this);
     m_phases->insertWidget(PasswordPanel, buildPasswordPanel());
     m_phases->insertWidget(MessagePanel, buildMessagePanel());
@@ -88,6 +105,7 @@ ExplorerView::ExplorerView(ExplorerModel& model, QWidget* parent)
     layout->addLayout(backRow);
     layout->addWidget(m_device);
     layout->addWidget(m_readOnly);
+    layout->addWidget(m_keyBar);
     layout->addSpacing(6);
     layout->addWidget(m_phases, 1);
     layout->addWidget(m_busy);
@@ -135,17 +153,7 @@ QWidget* ExplorerView::buildPasswordPanel()
     m_open = new QPushButton(Icons::icon(QStringLiteral("lockopen"), Qt::white), QString(), card);
     m_open->setObjectName(QStringLiteral("primary"));
     m_open->setDefault(true);
-    m_kept = new QLabel(card);
-    m_forget = new QPushButton(card);
-    m_forget->setObjectName(QStringLiteral("link"));
-    m_printSheet = new QPushButton(Icons::icon(QStringLiteral("printsheet")), QString(), card);
-
-    auto* keptRow = new QHBoxLayout;
-    keptRow->addWidget(m_kept);
-    keptRow->addWidget(m_forget);
-    keptRow->addStretch(1);
     auto* buttons = new QHBoxLayout;
-    buttons->addWidget(m_printSheet);
     buttons->addStretch(1);
     buttons->addWidget(m_open);
 
@@ -159,7 +167,6 @@ QWidget* ExplorerView::buildPasswordPanel()
     cardLayout->addWidget(m_password);
     cardLayout->addWidget(m_passwordError);
     cardLayout->addWidget(m_remember);
-    cardLayout->addLayout(keptRow);
     cardLayout->addLayout(buttons);
 
     auto* layout = new QVBoxLayout(panel);
@@ -171,8 +178,6 @@ QWidget* ExplorerView::buildPasswordPanel()
     connect(m_password, &QLineEdit::returnPressed, &m_model, &ExplorerModel::openBackup);
     connect(m_open, &QPushButton::clicked, &m_model, &ExplorerModel::openBackup);
     connect(m_remember, &QCheckBox::toggled, &m_model, &ExplorerModel::setRememberPassword);
-    connect(m_forget, &QPushButton::clicked, &m_model, &ExplorerModel::forgetPassword);
-    connect(m_printSheet, &QPushButton::clicked, &m_model, &ExplorerModel::printRescueSheet);
     return panel;
 }
 
@@ -407,6 +412,7 @@ void ExplorerView::renderPhase()
         m_tabs->setCurrentIndex(m_model.tab());
         break;
     }
+    renderPassword();
 }
 
 void ExplorerView::renderPassword()
@@ -417,7 +423,8 @@ void ExplorerView::renderPassword()
     m_remember->setVisible(!m_model.savedPassword());
     m_kept->setVisible(m_model.savedPassword());
     m_forget->setVisible(m_model.savedPassword());
-    m_printSheet->setEnabled(!m_model.password().isEmpty());
+    m_printSheet->setVisible(m_model.canPrintRescueSheet());
+    m_keyBar->setVisible(m_model.backup().isEncrypted && (m_model.savedPassword() || m_model.canPrintRescueSheet()));
     m_open->setEnabled(!m_model.password().isEmpty());
 }
 
@@ -449,13 +456,19 @@ void ExplorerView::renderPlace()
     const QLocale locale = Localizer::locale();
 
     // The path as buttons: each one goes back up to its place.
+    // Later, not now: the button clicked may be the one that asked for this.
     while (QLayoutItem* item = m_crumbs->takeAt(0)) {
-        delete item->widget();
+        if (QWidget* widget = item->widget()) {
+            widget->hide();
+            widget->deleteLater();
+        }
         delete item;
     }
     if (!inDomain) {
         for (const DomainRow& row : m_model.domains()) {
-            auto* item = new QListWidgetItem(Icons::icon(QStringLiteral("folder")), row.title, m_fileList);
+            // Titled now, not when the backup was opened: the language may have changed since.
+            auto* item = new QListWidgetItem(Icons::icon(QStringLiteral("folder")), ExplorerModel::friendly(row.domain),
+                                             m_fileList);
             item->setData(Qt::UserRole, row.domain);
             item->setData(TwoLineDelegate::DetailRole, L("%@ fichier(s)", locale.toString(row.count)));
         }
@@ -536,9 +549,11 @@ void ExplorerView::renderStatus()
     m_reveal->setVisible(!m_model.lastFolder().isEmpty() && !busy);
 
     // One task at a time: the actions wait for the running one.
-    for (QPushButton* action : {m_extractSelected, m_extractAll, m_extractFolder, m_saveAll})
+    for (QPushButton* action : {m_extractSelected, m_extractFolder, m_saveAll})
         action->setEnabled(!busy);
+    m_extractAll->setEnabled(!busy && !m_model.photos().isEmpty());
     m_chatList->setEnabled(!busy);
+    m_fileList->setEnabled(!busy);
 }
 
 } // namespace nuvrel

@@ -71,6 +71,7 @@ private:
     QPushButton* m_back;
     QLabel* m_device;
     QLabel* m_readOnly;
+    QWidget* m_keyBar;
     QStackedWidget* m_phases;
 
     // Password

@@ -11,6 +11,7 @@
 #include <QNetworkRequest>
 #include <QSettings>
 #include <QTimer>
+#include <QVersionNumber>
 
 #ifndef NUVREL_UPDATE_BASE_URL
 #error "NUVREL_UPDATE_BASE_URL is set by the build"
@@ -72,8 +73,12 @@ void UpdateChecker::handleReply(QNetworkReply* reply)
     const QString version = object.value(QLatin1StringView("version")).toString();
     const QUrl page(object.value(QLatin1StringView("page")).toString());
     QSettings settings;
+    // Only a newer version, with a web page to send the user to: never a downgrade, never another scheme.
+    const QVersionNumber announced = QVersionNumber::fromString(version);
     if (version.isEmpty() || version == QCoreApplication::applicationVersion() ||
-        version == settings.value(notifiedVersionKey).toString()) {
+        version == settings.value(notifiedVersionKey).toString() || announced.isNull() ||
+        announced <= QVersionNumber::fromString(QCoreApplication::applicationVersion()) || page.scheme() != u"https" ||
+        page.host().isEmpty()) {
         Q_EMIT finished();
         return;
     }

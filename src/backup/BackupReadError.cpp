@@ -38,6 +38,7 @@ QString BackupReadError::message() const
         return L("Impossible d'écrire « %@ ». Vérifie qu'il reste de la place sur le disque et que tu peux écrire "
                  "dans ce dossier.",
                  m_path);
+    case Kind::Cancelled: return L("Opération annulée.");
     }
     return {};
 }
@@ -50,6 +51,7 @@ const char* BackupReadError::what() const noexcept
     case Kind::WrongPassword: return "wrong backup password";
     case Kind::Unsupported: return "unsupported backup format";
     case Kind::WriteFailed: return "cannot write the extracted file";
+    case Kind::Cancelled: return "cancelled";
     }
     return "backup error";
 }

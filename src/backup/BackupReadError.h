@@ -11,7 +11,7 @@ namespace nuvrel {
 class BackupReadError final : public std::exception
 {
 public:
-    enum class Kind { Unreadable, NeedsPassword, WrongPassword, Unsupported, WriteFailed };
+    enum class Kind { Unreadable, NeedsPassword, WrongPassword, Unsupported, WriteFailed, Cancelled };
     /// The part of the backup an Unreadable error is about.
     enum class Subject { ManifestDb, ManifestMbdb, FileList, MissingFile, Decryption, MissingFileKey, FileKey };
 
@@ -21,6 +21,8 @@ public:
     static BackupReadError unsupported() { return BackupReadError(Kind::Unsupported, {}, {}); }
     /// Writing an extracted file failed (full disk, no permission); `path` is the file.
     static BackupReadError writeFailed(const QString& path) { return BackupReadError(Kind::WriteFailed, {}, path); }
+    /// The caller asked the work to stop (the explorer closed while a file was being copied).
+    static BackupReadError cancelled() { return BackupReadError(Kind::Cancelled, {}, {}); }
 
     Kind kind() const { return m_kind; }
     Subject subject() const { return m_subject; }

@@ -9,6 +9,7 @@
 #include "conversations/MessagesReader.h"
 #include "conversations/WhatsAppReader.h"
 #include "core/AsyncTask.h"
+#include "core/BackupLocator.h"
 #include "core/Thumbnailer.h"
 #include "l10n/L.h"
 #include "platform/Workspace.h"
@@ -32,10 +33,10 @@ const QString whatsAppApp = QStringLiteral("AppDomain-net.whatsapp.WhatsApp");
 const QString smsPath = QStringLiteral("Library/SMS/sms.db");
 const QString whatsAppPath = QStringLiteral("ChatStorage.sqlite");
 
-// A photo larger than this is not read into memory for its thumbnail; a video larger than this is not
-// decrypted for a frame. The grid shows a tile instead.
+// A photo larger than this is not read into memory for its thumbnail; an encrypted video larger than
+// this is not decrypted for a frame. The grid shows a tile instead.
 constexpr qint64 maxPhotoBytes = 128LL * 1024 * 1024;
-constexpr qint64 maxVideoBytes = 2LL * 1024 * 1024 * 1024;
+constexpr qint64 maxDecryptedVideoBytes = 300LL * 1024 * 1024;
 constexpr int maxThumbnailQueue = 400;
 
 QCollator finderOrder()
@@ -49,23 +50,6 @@ QCollator finderOrder()
 QString openingFailure()
 {
     return L("Impossible de lire la sauvegarde. Vérifie l'accès complet au disque pour Nuvrel.");
-}
-
-// A file name made of a conversation title: no separators, no control characters, not too long.
-QString pdfFileName(const QString& title)
-{
-    QString name;
-    const QString forbidden = QStringLiteral("/\\:*?\"<>|");
-    for (const char32_t c : title.toUcs4()) {
-        if (QChar::isPrint(c) && !(c < 0x80 && forbidden.contains(QChar(c))))
-            name += QString::fromUcs4(&c, 1);
-    }
-    name = name.simplified().left(80);
-    while (name.startsWith(u'.'))
-        name.remove(0, 1);
-    if (name.isEmpty())
-        name = L("Conversation");
-    return name + QStringLiteral(".pdf");
 }
 
 // Digits only: a number is found however it is spaced.
@@ -125,6 +109,8 @@ ExplorerModel::~ExplorerModel()
     m_work.waitForDone();
     if (m_reader)
         m_reader->cleanup();
+    for (const QString& sheet : std::as_const(m_sheets))
+        QFile::remove(sheet);
 }
 
 void ExplorerModel::start()
@@ -142,6 +128,7 @@ void ExplorerModel::start()
             if (!kept || m_phase != Phase::AskPassword)
                 return;
             m_savedPassword = true;
+            m_provenPassword = *kept;
             if (m_password.isEmpty())
                 m_password = *kept;
             Q_EMIT passwordChanged();
@@ -164,12 +151,10 @@ void ExplorerModel::setRememberPassword(bool remember)
     Q_EMIT passwordChanged();
 }
 
-void ExplorerModel::setPhase(Phase phase, const QString& failure)
+void ExplorerModel::setPhase(Phase phase, Text failure)
 {
-    if (phase == m_phase && failure == m_failureMessage)
-        return;
     m_phase = phase;
-    m_failureMessage = failure;
+    m_failureMessage = std::move(failure);
     Q_EMIT phaseChanged();
 }
 
@@ -188,17 +173,17 @@ void ExplorerModel::postBusy(const QString& busy, double progress)
         this, [this, busy, progress] { setBusy(busy, progress); }, Qt::QueuedConnection);
 }
 
-void ExplorerModel::setNotice(const QString& notice)
+void ExplorerModel::setNotice(Text notice)
 {
-    m_notice = notice;
-    m_errorNotice.clear();
+    m_notice = std::move(notice);
+    m_errorNotice = nullptr;
     Q_EMIT noticeChanged();
 }
 
-void ExplorerModel::setErrorNotice(const QString& notice)
+void ExplorerModel::setErrorNotice(Text notice)
 {
-    m_errorNotice = notice;
-    m_notice.clear();
+    m_errorNotice = std::move(notice);
+    m_notice = nullptr;
     Q_EMIT noticeChanged();
 }
 
@@ -209,7 +194,7 @@ void ExplorerModel::openBackup()
     if (m_phase == Phase::Ready || (m_phase == Phase::Loading && m_workRunning))
         return;
     if (m_backup.isEncrypted && m_password.isEmpty()) {
-        setPhase(Phase::AskPassword, BackupReadError::needsPassword().message());
+        setPhase(Phase::AskPassword, [] { return BackupReadError::needsPassword().message(); });
         return;
     }
     setPhase(Phase::Loading);
@@ -246,19 +231,22 @@ void ExplorerModel::openBackup()
             m_workRunning = false;
             setBusy({});
             if (outcome.result) {
+                if (m_backup.isEncrypted)
+                    m_provenPassword = m_password;
                 publish(std::move(*outcome.result));
                 if (m_rememberPassword && m_backup.isEncrypted)
                     keepPassword();
                 return;
             }
             if (!outcome.error) {
-                setPhase(Phase::Failed, openingFailure());
+                setPhase(Phase::Failed, &openingFailure);
                 return;
             }
             const auto kind = outcome.error->kind();
             const bool askAgain =
                 kind == BackupReadError::Kind::NeedsPassword || kind == BackupReadError::Kind::WrongPassword;
-            setPhase(askAgain ? Phase::AskPassword : Phase::Failed, outcome.error->message());
+            setPhase(askAgain ? Phase::AskPassword : Phase::Failed,
+                     [error = *outcome.error] { return error.message(); });
         });
 }
 
@@ -289,12 +277,12 @@ void ExplorerModel::keepPassword()
         &m_work, [secrets, id, password] { return BackupPasswordStore(*secrets).save(password, id); }, this,
         [this](bool saved) {
             if (!saved) {
-                setErrorNotice(L("Le Trousseau a refusé de garder le mot de passe."));
+                setErrorNotice([] { return L("Le Trousseau a refusé de garder le mot de passe."); });
                 return;
             }
             m_savedPassword = true;
             Q_EMIT passwordChanged();
-            setNotice(L("Mot de passe gardé dans le Trousseau de ce Mac."));
+            setNotice([] { return L("Mot de passe gardé dans le Trousseau de ce Mac."); });
         });
 }
 
@@ -306,25 +294,51 @@ void ExplorerModel::forgetPassword()
         &m_work, [secrets, id] { return BackupPasswordStore(*secrets).remove(id); }, this,
         [this](bool removed) {
             if (!removed) {
-                setErrorNotice(L("Le Trousseau a refusé de supprimer le mot de passe."));
+                setErrorNotice([] { return L("Le Trousseau a refusé de supprimer le mot de passe."); });
                 return;
             }
             m_savedPassword = false;
             m_rememberPassword = false;
             Q_EMIT passwordChanged();
-            setNotice(L("Mot de passe supprimé du Trousseau."));
+            setNotice([] { return L("Mot de passe supprimé du Trousseau."); });
         });
 }
 
 QString ExplorerModel::printRescueSheet()
 {
-    QString sheet = PasswordSheet::make(m_backup.deviceName, m_password);
+    // Only a password that opened the backup (or the kept one) goes on paper: a typo there would be
+    // worse than no sheet at all.
+    if (!canPrintRescueSheet())
+        return {};
+    QString sheet = PasswordSheet::make(m_backup.deviceName, m_provenPassword);
+    if (!sheet.isEmpty())
+        m_sheets.append(sheet);
     if (sheet.isEmpty() || !m_services.workspace.open(sheet))
-        setErrorNotice(L("Impossible de créer la fiche de secours."));
+        setErrorNotice([] { return L("Impossible de créer la fiche de secours."); });
     return sheet;
 }
 
 // Pure steps
+
+QString ExplorerModel::conversationFileName(const QString& title)
+{
+    constexpr qsizetype maxCodePoints = 80;
+    const QString forbidden = QStringLiteral("/\\:*?\"<>|");
+    QList<char32_t> kept;
+    for (const char32_t c : title.toUcs4()) {
+        // Printable characters, and the joiner that holds emoji sequences together.
+        if (QChar::isSpace(c))
+            kept.append(char32_t(' '));
+        else if ((QChar::isPrint(c) || c == 0x200D) && !(c < 0x80 && forbidden.contains(QChar(c))))
+            kept.append(c);
+    }
+    QString name = QString::fromUcs4(kept.constData(), std::min(kept.size(), maxCodePoints)).simplified();
+    while (name.startsWith(u'.'))
+        name.remove(0, 1);
+    if (name.trimmed().isEmpty())
+        name = L("Conversation");
+    return name + QStringLiteral(".pdf");
+}
 
 bool ExplorerModel::isPhotoPath(const QString& path, bool* isVideo)
 {
@@ -488,8 +502,7 @@ void ExplorerModel::setTab(int tab)
         return;
     m_tab = tab;
     Q_EMIT tabChanged();
-    if (m_tab == ConversationsTab && m_phase == Phase::Ready && m_chats.isEmpty() && !m_chatsLoading &&
-        m_chatsMessage.isEmpty())
+    if (m_tab == ConversationsTab && m_phase == Phase::Ready && m_chats.isEmpty() && !m_chatsLoading && !m_chatsMessage)
         loadChats();
 }
 
@@ -553,10 +566,33 @@ void ExplorerModel::extractAllPhotos(const QString& destination)
     extract(std::move(jobs), destination);
 }
 
+bool ExplorerModel::isInsideBackup(const QString& destination) const
+{
+    // The folder may not exist yet: its nearest existing parent says where it would be.
+    QString existing = QDir::cleanPath(QDir(destination).absolutePath());
+    while (!QFileInfo::exists(existing)) {
+        const QString parent = QFileInfo(existing).absolutePath();
+        if (parent == existing)
+            break;
+        existing = parent;
+    }
+    const QString place = QFileInfo(existing).canonicalFilePath();
+    for (const QString& backupFolder : {m_backup.url, BackupLocator::root()}) {
+        const QString guarded = QFileInfo(backupFolder).canonicalFilePath();
+        if (!guarded.isEmpty() && !place.isEmpty() && (place == guarded || place.startsWith(guarded + u'/')))
+            return true;
+    }
+    return false;
+}
+
 void ExplorerModel::extract(QList<ExtractJob> jobs, const QString& destination)
 {
     if (destination.isEmpty() || jobs.isEmpty() || !m_reader || m_workRunning)
         return;
+    if (isInsideBackup(destination)) {
+        setErrorNotice([] { return L("Choisis un autre dossier : Nuvrel n'écrit jamais dans une sauvegarde."); });
+        return;
+    }
     m_workRunning = true;
     const QLocale locale = Localizer::locale();
     const QString total = locale.toString(jobs.size());
@@ -566,19 +602,19 @@ void ExplorerModel::extract(QList<ExtractJob> jobs, const QString& destination)
         &m_work,
         [this, reader, jobs = std::move(jobs), total, locale]() {
             ExtractOutcome outcome;
-            for (qsizetype i = 0; i < jobs.size(); ++i) {
-                if (m_cancel)
-                    break;
+            for (qsizetype i = 0; i < jobs.size() && !m_cancel; ++i) {
                 postBusy(L("Extraction %@ sur %@…", locale.toString(i + 1), total), double(i) / double(jobs.size()));
                 try {
-                    reader->extract(jobs[i].entry, jobs[i].destination);
+                    reader->extract(jobs[i].entry, jobs[i].destination, &m_cancel);
                     ++outcome.done;
                 } catch (const BackupReadError& error) {
                     if (error.kind() == BackupReadError::Kind::WriteFailed) {
                         // A full disk or a refused folder fails every file that follows.
-                        outcome.failure = error.message();
+                        outcome.failure = error;
                         break;
                     }
+                    ++outcome.missing;
+                } catch (const std::exception&) {
                     ++outcome.missing;
                 }
             }
@@ -590,14 +626,19 @@ void ExplorerModel::extract(QList<ExtractJob> jobs, const QString& destination)
             setBusy({});
             m_lastFolder = destination;
             Q_EMIT lastFolderChanged();
-            QString text = L("%@ fichier(s) extraits", Localizer::locale().toString(outcome.done));
-            if (outcome.missing > 0)
-                text +=
-                    L(" · %@ impossible(s) (absents de la sauvegarde)", Localizer::locale().toString(outcome.missing));
+            Text text = [outcome] {
+                const QLocale numbers = Localizer::locale();
+                QString line = L("%@ fichier(s) extraits", numbers.toString(outcome.done));
+                if (outcome.missing > 0)
+                    line += L(" · %@ impossible(s) (absents de la sauvegarde)", numbers.toString(outcome.missing));
+                if (outcome.failure)
+                    line += QStringLiteral(" · ") + outcome.failure->message();
+                return line;
+            };
             if (outcome.failure)
-                setErrorNotice(text + QStringLiteral(" · ") + *outcome.failure);
+                setErrorNotice(std::move(text));
             else
-                setNotice(text);
+                setNotice(std::move(text));
         });
 }
 
@@ -639,15 +680,22 @@ void ExplorerModel::pumpThumbnails()
                 try {
                     if (!photo.isVideo)
                         return Thumbnailer::image(reader->contents(photo.entry, maxPhotoBytes), thumbnailSide);
-                    if (Thumbnailer::ffmpegPath().isEmpty() || photo.size > maxVideoBytes)
+                    if (Thumbnailer::ffmpegPath().isEmpty())
                         return {};
                     if (!reader->isEncrypted()) {
                         const std::optional<QString> stored = reader->storedURL(photo.entry.fileID);
-                        return stored ? Thumbnailer::videoFrame(*stored, thumbnailSide) : QImage();
+                        return stored ? Thumbnailer::videoFrame(*stored, thumbnailSide, cancel) : QImage();
                     }
-                    // ffmpeg needs a file: a plain copy in the reader's own folder, gone right after.
-                    const QString copy = reader->openableURL(photo.entry, photo.entry.fileName());
-                    QImage frame = Thumbnailer::videoFrame(copy, thumbnailSide);
+                    // ffmpeg needs a file: a plain copy of this task's own, gone right after.
+                    if (photo.size > maxDecryptedVideoBytes)
+                        return {};
+                    const QString copy =
+                        reader->extract(photo.entry,
+                                        QDir(reader->tempDir())
+                                            .filePath(QStringLiteral("thumbs/") + photo.entry.fileID + u'.' +
+                                                      QFileInfo(photo.entry.fileName()).suffix()),
+                                        cancel);
+                    QImage frame = Thumbnailer::videoFrame(copy, thumbnailSide, cancel);
                     QFile::remove(copy);
                     return frame;
                 } catch (const std::exception&) {
@@ -713,8 +761,11 @@ void ExplorerModel::extractCurrentFolder(const QString& destination)
         return;
     // The folder keeps its name and its inside: "<destination>/<folder>/<path below it>".
     const QString prefix = m_folder.isEmpty() ? QString() : m_folder.join(u'/') + u'/';
+    // Names from the index: "..", "." or a separator must not lead outside the chosen folder.
     QString base = m_folder.isEmpty() ? m_domain : m_folder.constLast();
-    base.replace(u'/', u'_');
+    base.replace(u'/', u'_').replace(u'\\', u'_');
+    if (base.isEmpty() || base == u"." || base == u"..")
+        base = QStringLiteral("Nuvrel-extraction");
     const QDir root(QDir(destination).filePath(base));
     QList<ExtractJob> jobs;
     for (const BackupEntry& entry : m_byDomain.value(m_domain)) {
@@ -750,7 +801,7 @@ void ExplorerModel::openFile(const BackupEntry& entry)
             m_workRunning = false;
             setBusy({});
             if (copy.isEmpty() || !m_services.workspace.open(copy))
-                setErrorNotice(L("Impossible d'ouvrir ce fichier."));
+                setErrorNotice([] { return L("Impossible d'ouvrir ce fichier."); });
         });
 }
 
@@ -770,7 +821,7 @@ void ExplorerModel::setConvSource(int source)
     m_convSource = source;
     Q_EMIT convSourceChanged();
     m_chats.clear();
-    m_chatsMessage.clear();
+    m_chatsMessage = nullptr;
     Q_EMIT chatsChanged();
     if (m_phase == Phase::Ready)
         loadChats();
@@ -803,20 +854,20 @@ void ExplorerModel::loadChats()
     const std::optional<BackupEntry> entry = source == WhatsAppSource ? m_waEntry : m_smsEntry;
     m_chats.clear();
     if (!entry) {
-        m_chatsMessage = L("Cette sauvegarde ne contient pas ces conversations.");
+        m_chatsMessage = [] { return L("Cette sauvegarde ne contient pas ces conversations."); };
         Q_EMIT chatsChanged();
         return;
     }
     m_chatsLoading = true;
-    m_chatsMessage.clear();
+    m_chatsMessage = nullptr;
     Q_EMIT chatsChanged();
 
     struct Outcome
     {
         QString database;
         QList<MessagesChatInfo> chats;
-        QString message; ///< shown instead of a list
-        QString error;
+        Text message; ///< shown instead of a list
+        Text error;
     };
     std::shared_ptr<const IPhoneBackupReader> reader = m_reader;
     const QList<BackupEntry> domainEntries = m_byDomain.value(entry->domain);
@@ -848,27 +899,31 @@ void ExplorerModel::loadChats()
                 if (source == WhatsAppSource) {
                     outcome.chats = WhatsAppReader::listChats(database);
                     if (outcome.chats.isEmpty())
-                        outcome.message = L("Aucune conversation trouvée dans cette base.");
+                        outcome.message = [] { return L("Aucune conversation trouvée dans cette base."); };
                 } else {
                     outcome.chats = MessagesReader::listChats(database);
                     if (outcome.chats.isEmpty()) {
                         const qint64 messages = MessagesReader::messageCount(database);
                         if (messages > 0)
-                            outcome.message = L("La base contient %@ message(s) mais Nuvrel n'a pas réussi à les "
-                                                "regrouper (format très ancien). Dis-le moi, je l'ajoute.",
-                                                Localizer::locale().toString(messages));
+                            outcome.message = [messages] {
+                                return L("La base contient %@ message(s) mais Nuvrel n'a pas réussi à les regrouper "
+                                         "(format très ancien). Dis-le moi, je l'ajoute.",
+                                         Localizer::locale().toString(messages));
+                            };
                         else
-                            outcome.message =
-                                L("Cette sauvegarde ne contient aucun message. Si « Messages dans iCloud » est activé "
-                                  "sur l'iPhone, les messages restent dans iCloud et ne sont pas dans la sauvegarde.");
+                            outcome.message = [] {
+                                return L("Cette sauvegarde ne contient aucun message. Si « Messages dans iCloud » est "
+                                         "activé sur l'iPhone, les messages restent dans iCloud et ne sont pas dans la "
+                                         "sauvegarde.");
+                            };
                     }
                 }
             } catch (const ConversationError& error) {
-                outcome.error = error.errorDescription();
+                outcome.error = [error] { return error.errorDescription(); };
             } catch (const BackupReadError& error) {
-                outcome.error = error.message();
+                outcome.error = [error] { return error.message(); };
             } catch (const std::exception&) {
-                outcome.error = ConversationError::unreadable().errorDescription();
+                outcome.error = [] { return ConversationError::unreadable().errorDescription(); };
             }
             return outcome;
         },
@@ -885,12 +940,14 @@ void ExplorerModel::loadChats()
             m_chatsLoading = false;
             m_chats = outcome.chats;
             m_chatsMessage = outcome.message;
+            if (outcome.error)
+                // An explicit QString: a deduced type would be a builder holding dead temporaries.
+                m_chatsMessage = [error = outcome.error]() -> QString {
+                    return L("Impossible de lire les conversations : ") + error();
+                };
             Q_EMIT chatsChanged();
-            if (!outcome.error.isEmpty()) {
-                m_chatsMessage = L("Impossible de lire les conversations : ") + outcome.error;
-                Q_EMIT chatsChanged();
+            if (outcome.error)
                 setErrorNotice(m_chatsMessage);
-            }
         });
 }
 
@@ -926,47 +983,51 @@ void ExplorerModel::createChatPDF(qint64 chatID)
     const QString label = sourceLabel(source);
     const MessagesChatInfo& info = *chat; // copied into the task
 
+    struct Outcome
+    {
+        QString pdf;
+        Text error;
+    };
     runThenCallback(
         &m_work,
-        [database, source, label, info]() -> std::variant<QString, QString> {
+        [database, source, label, info]() -> Outcome {
             try {
                 const ChatTranscript transcript = source == WhatsAppSource
                                                       ? WhatsAppReader::messages(info.id, info.title, database)
                                                       : MessagesReader::messages(info.id, info.title, database);
                 if (transcript.messages.isEmpty())
-                    return std::variant<QString, QString>(std::in_place_index<1>,
-                                                          ConversationError::empty().errorDescription());
+                    return {{}, [] { return ConversationError::empty().errorDescription(); }};
                 const QString folder = conversationsFolder();
                 if (!QDir().mkpath(folder))
-                    return std::variant<QString, QString>(std::in_place_index<1>,
-                                                          BackupReadError::writeFailed(folder).message());
+                    return {{}, [folder] { return BackupReadError::writeFailed(folder).message(); }};
                 const QString destination =
-                    IPhoneBackupReader::uniqueURL(QDir(folder).filePath(pdfFileName(info.title)));
+                    IPhoneBackupReader::uniqueURL(QDir(folder).filePath(conversationFileName(info.title)));
                 ConversationPDF::build(destination, transcript, label);
-                return std::variant<QString, QString>(std::in_place_index<0>, destination);
+                return {destination, {}};
             } catch (const ConversationPDF::Error& error) {
-                return std::variant<QString, QString>(std::in_place_index<1>, error.message());
+                return {{}, [message = error.message()] { return message; }};
             } catch (const ConversationError& error) {
-                return std::variant<QString, QString>(std::in_place_index<1>, error.errorDescription());
+                return {{}, [error] { return error.errorDescription(); }};
             } catch (const std::exception&) {
-                return std::variant<QString, QString>(std::in_place_index<1>,
-                                                      ConversationError::unreadable().errorDescription());
+                return {{}, [] { return ConversationError::unreadable().errorDescription(); }};
             }
         },
         this,
-        [this](const std::variant<QString, QString>& outcome) {
+        [this](const Outcome& outcome) {
             m_workRunning = false;
             setBusy({});
-            if (outcome.index() == 1) {
-                setErrorNotice(L("Impossible de créer le PDF : ") + std::get<1>(outcome));
+            if (outcome.error) {
+                setErrorNotice(
+                    [error = outcome.error]() -> QString { return L("Impossible de créer le PDF : ") + error(); });
                 return;
             }
-            const QString pdf = std::get<0>(outcome);
-            m_lastFolder = QFileInfo(pdf).absolutePath();
+            m_lastFolder = QFileInfo(outcome.pdf).absolutePath();
             Q_EMIT lastFolderChanged();
-            setNotice(L("PDF créé. Tu le retrouveras toujours dans « Garder une conversation », section « Mes "
-                        "conversations enregistrées »."));
-            m_services.workspace.open(pdf);
+            setNotice([] {
+                return L("PDF créé. Tu le retrouveras toujours dans « Garder une conversation », section « Mes "
+                         "conversations enregistrées ».");
+            });
+            m_services.workspace.open(outcome.pdf);
         });
 }
 
@@ -1011,7 +1072,7 @@ void ExplorerModel::createAllChatPDFs()
                         continue;
                     }
                     const QString destination =
-                        IPhoneBackupReader::uniqueURL(QDir(outcome.folder).filePath(pdfFileName(info.title)));
+                        IPhoneBackupReader::uniqueURL(QDir(outcome.folder).filePath(conversationFileName(info.title)));
                     ConversationPDF::build(destination, transcript, label);
                     ++outcome.saved;
                 } catch (const std::exception&) {
@@ -1024,19 +1085,23 @@ void ExplorerModel::createAllChatPDFs()
         [this](const Outcome& outcome) {
             m_workRunning = false;
             setBusy({});
-            const QLocale numbers = Localizer::locale();
-            QString text = L("%@ conversation(s) enregistrées en PDF", numbers.toString(outcome.saved));
-            if (outcome.empty > 0)
-                text += L(" · %@ vide(s) ignorée(s)", numbers.toString(outcome.empty));
-            if (outcome.failed > 0)
-                text += L(" · %@ en échec", numbers.toString(outcome.failed));
-            text += L(". Retrouve-les dans « Garder une conversation », section « Mes conversations enregistrées ».");
+            Text text = [outcome] {
+                const QLocale numbers = Localizer::locale();
+                QString line = L("%@ conversation(s) enregistrées en PDF", numbers.toString(outcome.saved));
+                if (outcome.empty > 0)
+                    line += L(" · %@ vide(s) ignorée(s)", numbers.toString(outcome.empty));
+                if (outcome.failed > 0)
+                    line += L(" · %@ en échec", numbers.toString(outcome.failed));
+                line += L(". Retrouve-les dans « Garder une conversation », section « Mes conversations "
+                          "enregistrées ».");
+                return line;
+            };
             m_lastFolder = outcome.folder;
             Q_EMIT lastFolderChanged();
             if (outcome.saved == 0 && outcome.failed > 0)
-                setErrorNotice(text);
+                setErrorNotice(std::move(text));
             else
-                setNotice(text);
+                setNotice(std::move(text));
         });
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "backup/BackupEntry.h"
+#include "backup/BackupReadError.h"
 #include "conversations/ChatRecords.h"
 #include "core/PhoneBackup.h"
 
@@ -16,6 +17,7 @@
 
 #include <atomic>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -125,7 +127,7 @@ public:
 
     const PhoneBackup& backup() const { return m_backup; }
     Phase phase() const { return m_phase; }
-    QString failureMessage() const { return m_failureMessage; }
+    QString failureMessage() const { return m_failureMessage ? m_failureMessage() : QString(); }
     QString password() const { return m_password; }
     void setPassword(const QString& password);
     bool rememberPassword() const { return m_rememberPassword; }
@@ -142,8 +144,8 @@ public:
     QString busy() const { return m_busy; }
     /// The running task's share done, 0 to 1; negative while it cannot be told.
     double progress() const { return m_progress; }
-    QString notice() const { return m_notice; }
-    QString errorNotice() const { return m_errorNotice; }
+    QString notice() const { return m_notice ? m_notice() : QString(); }
+    QString errorNotice() const { return m_errorNotice ? m_errorNotice() : QString(); }
     QString lastFolder() const { return m_lastFolder; }
     int shownPhotos() const { return m_shownPhotos; }
     int convSource() const { return m_convSource; }
@@ -151,7 +153,7 @@ public:
     const QList<MessagesChatInfo>& chats() const { return m_chats; }
     bool chatsLoading() const { return m_chatsLoading; }
     /// Why no list is shown: no database, no conversation, no message…
-    QString chatsMessage() const { return m_chatsMessage; }
+    QString chatsMessage() const { return m_chatsMessage ? m_chatsMessage() : QString(); }
     QString chatQuery() const { return m_chatQuery; }
     void setChatQuery(const QString& query);
     const std::optional<BackupEntry>& smsEntry() const { return m_smsEntry; }
@@ -161,7 +163,10 @@ public:
     Q_INVOKABLE void openBackup();
     Q_INVOKABLE void keepPassword();
     Q_INVOKABLE void forgetPassword();
-    /// Makes the recovery sheet and opens it; returns its path, empty on failure.
+    /// Whether a proven password is known: one that opened the backup, or the one kept in the keychain.
+    bool canPrintRescueSheet() const { return !m_provenPassword.isEmpty(); }
+    /// Makes the recovery sheet of the proven password and opens it; returns its path, empty on failure.
+    /// The sheet is deleted with the explorer.
     Q_INVOKABLE QString printRescueSheet();
 
     // Photos
@@ -206,6 +211,9 @@ public:
     // Pure steps, public for tests and benchmarks.
     static LoadResult organize(QList<BackupEntry> entries);
     static QString friendly(const QString& domain);
+    /// A conversation's PDF file name: its title without separators or control characters, at most 80
+    /// characters (never half an emoji), "Conversation.pdf" when nothing is left.
+    static QString conversationFileName(const QString& title);
     static int domainRank(const QString& domain);
     static bool isPhotoPath(const QString& path, bool* isVideo = nullptr);
     /// The listing of `folder` inside one domain's entries: folders then files, each in the Finder's order.
@@ -228,6 +236,9 @@ Q_SIGNALS:
     void thumbnailReady(const QString& fileID);
 
 private:
+    // Texts are kept as the way to word them, so that they follow a change of language.
+    using Text = std::function<QString()>;
+
     struct ExtractJob
     {
         BackupEntry entry;
@@ -237,15 +248,17 @@ private:
     {
         int done = 0;
         int missing = 0;
-        std::optional<QString> failure; ///< a write failure stops the batch
+        std::optional<BackupReadError> failure; ///< a write failure stops the batch
     };
 
-    void setPhase(Phase phase, const QString& failure = {});
+    void setPhase(Phase phase, Text failure = {});
     void setBusy(const QString& busy, double progress = -1);
-    void setNotice(const QString& notice);
-    void setErrorNotice(const QString& notice);
+    void setNotice(Text notice);
+    void setErrorNotice(Text notice);
     void publish(LoadResult result);
     void refreshListing();
+    /// Whether a folder lies in this backup or in the folder of backups, where nothing may be written.
+    bool isInsideBackup(const QString& destination) const;
     void extract(QList<ExtractJob> jobs, const QString& destination);
     /// Runs on the background thread; posts its progress to the GUI thread.
     void postBusy(const QString& busy, double progress);
@@ -266,8 +279,10 @@ private:
     QHash<QString, BackupPhoto> m_photoByID;
 
     Phase m_phase;
-    QString m_failureMessage;
+    Text m_failureMessage;
     QString m_password;
+    QString m_provenPassword;
+    QStringList m_sheets;
     bool m_rememberPassword = false;
     bool m_savedPassword = false;
     QList<BackupPhoto> m_photos;
@@ -279,14 +294,14 @@ private:
     QList<FolderItem> m_items;
     QString m_busy;
     double m_progress = -1;
-    QString m_notice;
-    QString m_errorNotice;
+    Text m_notice;
+    Text m_errorNotice;
     QString m_lastFolder;
     int m_shownPhotos = photoPage;
     int m_convSource = MessagesSource;
     QList<MessagesChatInfo> m_chats;
     bool m_chatsLoading = false;
-    QString m_chatsMessage;
+    Text m_chatsMessage;
     QString m_chatQuery;
     std::optional<BackupEntry> m_smsEntry;
     std::optional<BackupEntry> m_waEntry;

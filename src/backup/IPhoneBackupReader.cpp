@@ -40,12 +40,14 @@ QString deviceName(const QIODevice& device)
 // Decrypts `input` into `output` in 1 MiB pieces and returns the bytes written. With `limit` set, the
 // output stops at that many bytes: the recorded size, which drops the cipher's padding without reading it.
 qint64 decryptStream(QIODevice& input, AesCbcDecryptor& decryptor, QIODevice& output, std::optional<qint64> limit,
-                     BackupReadError::Subject readFailure)
+                     BackupReadError::Subject readFailure, const std::atomic<bool>* cancel = nullptr)
 {
     QByteArray in(chunkSize, Qt::Uninitialized);
     QByteArray out(chunkSize + 64, Qt::Uninitialized);
     qint64 written = 0;
     while (!limit || written < *limit) {
+        if (cancel && cancel->load(std::memory_order_relaxed))
+            throw BackupReadError::cancelled();
         const qint64 read = input.read(in.data(), chunkSize);
         if (read < 0)
             throw BackupReadError::unreadable(readFailure);
@@ -245,7 +247,8 @@ QString IPhoneBackupReader::uniqueURL(const QString& location)
     }
 }
 
-QString IPhoneBackupReader::extract(const BackupEntry& entry, const QString& destination) const
+QString IPhoneBackupReader::extract(const BackupEntry& entry, const QString& destination,
+                                    const std::atomic<bool>* cancel) const
 {
     if (!QDir().mkpath(QFileInfo(destination).absolutePath()))
         throw BackupReadError::writeFailed(destination);
@@ -259,7 +262,7 @@ QString IPhoneBackupReader::extract(const BackupEntry& entry, const QString& des
         if (!output.isOpen())
             throw BackupReadError::writeFailed(target);
         try {
-            decrypt(entry, output);
+            decrypt(entry, output, cancel);
         } catch (...) {
             output.remove();
             throw;
@@ -298,14 +301,24 @@ QString IPhoneBackupReader::openableURL(const BackupEntry& entry, const QString&
         QStringLiteral("ouvrir/") + (BackupEntry::isValidFileID(entry.fileID) ? entry.fileID : QStringLiteral("x")));
     QString target = QDir(folder).filePath(fileName);
     if (QFileInfo(target).isFile())
-        return target; // made before: a backup never changes
-    if (m_keybag)
-        return extract(entry, target);
-    const std::optional<QString> stored = storedURL(entry.fileID);
-    if (!stored)
-        throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
-    if (!QDir().mkpath(folder) || !QFile::copy(*stored, target))
-        throw BackupReadError::writeFailed(target);
+        return target; // made before, and whole: a copy only ever appears there complete
+    // Written under a name of its own, then renamed: a copy being made is never handed out.
+    QString partial;
+    if (m_keybag) {
+        partial = extract(entry, QDir(folder).filePath(QStringLiteral(".partial-") + fileName));
+    } else {
+        const std::optional<QString> stored = storedURL(entry.fileID);
+        if (!stored)
+            throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
+        partial = uniqueURL(QDir(folder).filePath(QStringLiteral(".partial-") + fileName));
+        if (!QDir().mkpath(folder) || !QFile::copy(*stored, partial))
+            throw BackupReadError::writeFailed(target);
+    }
+    if (!QFile::rename(partial, target)) {
+        QFile::remove(partial);
+        if (!QFileInfo(target).isFile()) // not another caller finishing first: a real failure
+            throw BackupReadError::writeFailed(target);
+    }
     return target;
 }
 
@@ -320,7 +333,7 @@ QByteArray IPhoneBackupReader::fileKey(const MBFileInfo& meta) const
     return *key;
 }
 
-void IPhoneBackupReader::decrypt(const BackupEntry& entry, QFile& output) const
+void IPhoneBackupReader::decrypt(const BackupEntry& entry, QFile& output, const std::atomic<bool>* cancel) const
 {
     const MBFileInfo meta = entry.meta();
     const QByteArray key = fileKey(meta);
@@ -334,7 +347,8 @@ void IPhoneBackupReader::decrypt(const BackupEntry& entry, QFile& output) const
     if (!input.open(QIODevice::ReadOnly))
         throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
 
-    decryptStream(input, decryptor, output, std::max<qint64>(meta.size, 0), BackupReadError::Subject::MissingFile);
+    decryptStream(input, decryptor, output, std::max<qint64>(meta.size, 0), BackupReadError::Subject::MissingFile,
+                  cancel);
     if (!output.flush())
         throw BackupReadError::writeFailed(output.fileName());
 }

@@ -40,8 +40,9 @@ public:
     std::optional<QString> storedURL(const QString& fileID) const;
 
     /// Copies or decrypts the entry to `destination`, or to "name (2).ext", "name (3).ext"… when taken;
-    /// returns the path written. A failed decryption leaves no partial file behind.
-    QString extract(const BackupEntry& entry, const QString& destination) const;
+    /// returns the path written. A failed or cancelled decryption leaves no partial file behind.
+    QString extract(const BackupEntry& entry, const QString& destination,
+                    const std::atomic<bool>* cancel = nullptr) const;
 
     /// A readable plain copy of the entry under the temporary folder, keeping `name` and its extension.
     QString openableURL(const BackupEntry& entry, const QString& name) const;
@@ -50,7 +51,7 @@ public:
     QByteArray fileKey(const MBFileInfo& meta) const;
 
     /// Writes the plain contents of an encrypted entry to `output`, exactly meta.size bytes.
-    void decrypt(const BackupEntry& entry, QFile& output) const;
+    void decrypt(const BackupEntry& entry, QFile& output, const std::atomic<bool>* cancel = nullptr) const;
 
     /// The plain contents of a file that fits in memory, for a preview; throws when it is larger than
     /// `maxBytes` or cannot be read. Safe to call from several threads once the index is closed.

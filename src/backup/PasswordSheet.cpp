@@ -4,6 +4,7 @@
 
 #include <QDate>
 #include <QDir>
+#include <QFile>
 #include <QFontDatabase>
 #include <QPageLayout>
 #include <QPainter>
@@ -43,6 +44,13 @@ QString PasswordSheet::make(const QString& device, const QString& password)
     const QString path = QDir(QDir::tempPath())
                              .filePath(QStringLiteral("Nuvrel-fiche-") +
                                        QUuid::createUuid().toString(QUuid::WithoutBraces) + QStringLiteral(".pdf"));
+    {
+        // The sheet holds a password: made owner-only before a byte of it is written.
+        QFile file(path);
+        if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly) ||
+            !file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner))
+            return {};
+    }
     QPdfWriter writer(path);
     writer.setResolution(resolution);
     writer.setPageLayout(QPageLayout(QPageSize(QPageSize::A4), QPageLayout::Portrait, QMarginsF(56, 64, 56, 64)));
@@ -50,8 +58,10 @@ QString PasswordSheet::make(const QString& device, const QString& password)
     writer.setCreator(QStringLiteral("Nuvrel"));
 
     QPainter painter;
-    if (!painter.begin(&writer))
+    if (!painter.begin(&writer)) {
+        QFile::remove(path);
         return {};
+    }
     const qreal width = writer.pageLayout().paintRectPoints().width();
     qreal top = 0;
     paragraph(painter, top, width, L("Nuvrel : fiche de secours"), font(22, true));

@@ -38,7 +38,8 @@ int exitCodeFor(const BackupReadError& error)
     switch (error.kind()) {
     case BackupReadError::Kind::NeedsPassword:
     case BackupReadError::Kind::WrongPassword: return PasswordProblem;
-    case BackupReadError::Kind::WriteFailed: return SomeFilesFailed;
+    case BackupReadError::Kind::WriteFailed:
+    case BackupReadError::Kind::Cancelled: return SomeFilesFailed;
     case BackupReadError::Kind::Unreadable:
     case BackupReadError::Kind::Unsupported: return BackupUnreadable;
     }

@@ -7,6 +7,8 @@
 #include <QDir>
 #include <QSettings>
 
+#include <utility>
+
 namespace nuvrel {
 
 BackupsModel::BackupsModel(Scanner scanner, QObject* parent)
@@ -28,11 +30,15 @@ QString BackupsModel::root() const
 
 void BackupsModel::refresh()
 {
-    if (m_scanning)
+    if (m_scanning) {
+        m_rescan = true; // what is being scanned may no longer be what was asked for
         return;
+    }
     m_scanning = true;
     Q_EMIT scanningChanged();
-    runThenCallback(&m_pool, m_scanner, this, [this](const BackupScan& scan) { publish(scan); });
+    runThenCallback(
+        &m_pool, [scanner = m_scanner] { return std::optional<BackupScan>(scanner()); }, this,
+        [this](const std::optional<BackupScan>& scan) { publish(scan.value_or(BackupScan::empty())); });
 }
 
 void BackupsModel::chooseRoot(const QString& folder)
@@ -54,6 +60,8 @@ void BackupsModel::publish(const BackupScan& scan)
     m_scanning = false;
     Q_EMIT stateChanged();
     Q_EMIT scanningChanged();
+    if (std::exchange(m_rescan, false))
+        refresh();
 }
 
 QString BackupsModel::detailLine(const PhoneBackup& backup)

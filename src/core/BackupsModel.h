@@ -34,7 +34,7 @@ public:
     bool isScanning() const { return m_scanning; }
     QString root() const;
 
-    /// Scans again unless a scan is running.
+    /// Scans again; during a scan, once more when it ends.
     Q_INVOKABLE void refresh();
     /// Keeps `folder` as the place to look for backups (the "backupRoot" setting) and scans it.
     Q_INVOKABLE void chooseRoot(const QString& folder);
@@ -56,6 +56,7 @@ private:
     State m_state = State::Scanning;
     QList<PhoneBackup> m_backups;
     bool m_scanning = false;
+    bool m_rescan = false;
 };
 
 } // namespace nuvrel

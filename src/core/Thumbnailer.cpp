@@ -2,6 +2,7 @@
 
 #include <QBuffer>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QImageReader>
 #include <QProcess>
 #include <QStandardPaths>
@@ -124,7 +125,7 @@ QString Thumbnailer::ffmpegPath()
     return path;
 }
 
-QImage Thumbnailer::videoFrame(const QString& path, int maxSide)
+QImage Thumbnailer::videoFrame(const QString& path, int maxSide, const std::atomic<bool>* cancel)
 {
     const QString ffmpeg = ffmpegPath();
     if (ffmpeg.isEmpty() || maxSide <= 0)
@@ -140,10 +141,17 @@ QImage Thumbnailer::videoFrame(const QString& path, int maxSide)
                    QDir::toNativeSeparators(path), QStringLiteral("-frames:v"), QStringLiteral("1"),
                    QStringLiteral("-vf"), scale, QStringLiteral("-f"), QStringLiteral("image2pipe"),
                    QStringLiteral("-c:v"), QStringLiteral("png"), QStringLiteral("-")});
-    if (!process.waitForFinished(videoTimeoutMs)) {
-        process.kill();
-        process.waitForFinished();
-        return {};
+    // In slices, so that a closing explorer does not wait for a slow video.
+    QElapsedTimer waited;
+    waited.start();
+    while (!process.waitForFinished(100)) {
+        if (process.state() == QProcess::NotRunning)
+            break;
+        if (waited.elapsed() > videoTimeoutMs || (cancel && cancel->load(std::memory_order_relaxed))) {
+            process.kill();
+            process.waitForFinished();
+            return {};
+        }
     }
     if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0)
         return {};

@@ -4,6 +4,8 @@
 #include <QImage>
 #include <QString>
 
+#include <atomic>
+
 namespace nuvrel {
 
 /// Small pictures of photos and videos for grids and previews. Decoding is slow: call it off the GUI
@@ -17,8 +19,9 @@ public:
     /// maxSide × maxSide square, turned upright as its orientation says.
     static QImage image(const QByteArray& data, int maxSide);
 
-    /// One frame near the start of a video, fitted the same way, through the ffmpeg command.
-    static QImage videoFrame(const QString& path, int maxSide);
+    /// One frame near the start of a video, fitted the same way, through the ffmpeg command. `cancel`
+    /// stops it early.
+    static QImage videoFrame(const QString& path, int maxSide, const std::atomic<bool>* cancel = nullptr);
 
     /// The ffmpeg command, or empty when it is not installed.
     static QString ffmpegPath();

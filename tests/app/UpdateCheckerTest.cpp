@@ -126,7 +126,11 @@ TEST_F(UpdateCheckerTest, FailuresAndOddRepliesAreSilent)
     EXPECT_TRUE(once(200, R"({"page": "https://example.org"})", 5).isEmpty());
     QByteArray big = R"({"version": "9.9.9", "page": ")" + QByteArray(10'000, 'p') + R"("})";
     EXPECT_TRUE(once(200, big, 6).isEmpty());
-    EXPECT_EQ(m_server.paths.size(), 7);
+    EXPECT_TRUE(once(200, R"({"version": "1.1.9", "page": "https://example.org"})", 7).isEmpty()); // older
+    EXPECT_TRUE(once(200, R"({"version": "1.3.0", "page": "file:///etc/passwd"})", 8).isEmpty());
+    EXPECT_TRUE(once(200, R"({"version": "1.3.0", "page": "http://example.org"})", 9).isEmpty());
+    EXPECT_TRUE(once(200, R"({"version": "soon", "page": "https://example.org"})", 10).isEmpty());
+    EXPECT_EQ(m_server.paths.size(), 11);
     EXPECT_FALSE(QSettings().contains(UpdateChecker::notifiedVersionKey));
 
     // No server at all.

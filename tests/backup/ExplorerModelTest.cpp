@@ -16,6 +16,7 @@
 #include <QDir>
 #include <QFile>
 #include <QSignalSpy>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimeZone>
@@ -520,6 +521,124 @@ TEST_F(ExplorerModelTest, ConversationListIsCappedAndSearchable)
     EXPECT_FALSE(model->chatsTruncated());
     model->setChatQuery(QStringLiteral("no such conversation"));
     EXPECT_TRUE(model->visibleChats().isEmpty());
+}
+
+TEST_F(ExplorerModelTest, NothingIsWrittenOutsideTheChosenFolderOrInsideABackup)
+{
+    SampleBackup sample;
+    sample.files = {{QStringLiteral(".."), QStringLiteral("up.txt"), QByteArray("U")},
+                    {QStringLiteral("."), QStringLiteral("here.txt"), QByteArray("H")},
+                    {QStringLiteral("HomeDomain"), QStringLiteral("Library/a.txt"), QByteArray("A")}};
+    const PhoneBackup backup = write(sample);
+    auto model = openReady(backup);
+    const QString chosen = m_out.filePath(QStringLiteral("chosen"));
+    for (const QString& domain : {QStringLiteral(".."), QStringLiteral(".")}) {
+        model->openDomain(domain);
+        model->extractCurrentFolder(chosen);
+        ASSERT_TRUE(waitIdle(*model));
+        EXPECT_EQ(model->notice(), QStringLiteral("1 fichier(s) extraits")) << domain.toStdString();
+    }
+    EXPECT_FALSE(QFileInfo::exists(m_out.filePath(QStringLiteral("up.txt"))));
+    EXPECT_FALSE(QFileInfo::exists(QDir(chosen).filePath(QStringLiteral("here.txt"))));
+    const QStringList inside = QDir(chosen).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    EXPECT_EQ(inside, QStringList{QStringLiteral("Nuvrel-extraction")});
+
+    // The backup folder itself, or any folder below it, is refused before anything starts.
+    const QStringList before = QDir(backup.url).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden);
+    model->openDomain(QStringLiteral("HomeDomain"));
+    for (const QString& target : {backup.url, QDir(backup.url).filePath(QStringLiteral("new/deeper"))}) {
+        model->extractCurrentFolder(target);
+        EXPECT_TRUE(model->busy().isEmpty());
+        EXPECT_EQ(model->errorNotice(),
+                  QStringLiteral("Choisis un autre dossier : Nuvrel n'écrit jamais dans une sauvegarde."));
+    }
+    EXPECT_EQ(QDir(backup.url).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden), before);
+}
+
+TEST_F(ExplorerModelTest, ConversationFileNames)
+{
+    EXPECT_EQ(ExplorerModel::conversationFileName(QStringLiteral("Famille 🏡")), QStringLiteral("Famille 🏡.pdf"));
+    EXPECT_EQ(ExplorerModel::conversationFileName(QStringLiteral("a/b\\c:d*e?f\"g<h>i|j")),
+              QStringLiteral("abcdefghij.pdf"));
+    EXPECT_EQ(ExplorerModel::conversationFileName(QStringLiteral("...")), QStringLiteral("Conversation.pdf"));
+    EXPECT_EQ(ExplorerModel::conversationFileName(QStringLiteral("/\u0001\u200E")), QStringLiteral("Conversation.pdf"));
+    EXPECT_EQ(ExplorerModel::conversationFileName(QStringLiteral("Line\nbreak\tand  spaces ")),
+              QStringLiteral("Line break and spaces.pdf"));
+    // 79 letters then an emoji: the cut falls after the whole emoji, never inside it.
+    const QString name = ExplorerModel::conversationFileName(QString(79, u'x') + QStringLiteral("👍🏽👍"));
+    EXPECT_EQ(name, QString(79, u'x') + QStringLiteral("👍.pdf"));
+    // A family emoji keeps its joiners.
+    const QString family = QStringLiteral("👩\u200D👩\u200D👧");
+    EXPECT_EQ(ExplorerModel::conversationFileName(family), family + QStringLiteral(".pdf"));
+}
+
+TEST_F(ExplorerModelTest, TextsFollowALanguageChange)
+{
+    SampleBackup sample;
+    sample.password = QStringLiteral("pw");
+    sample.files = cameraRollPhotos(1);
+    ExplorerModel model(write(sample), {m_secrets, m_workspace});
+    model.start();
+    model.setPassword(QStringLiteral("nope"));
+    model.openBackup();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !model.failureMessage().isEmpty(); }, timeoutMs));
+    const QString french = model.failureMessage();
+    LanguageStore::shared().setLanguageForThisRun(AppLanguage::En);
+    EXPECT_NE(model.failureMessage(), french);
+    EXPECT_EQ(model.failureMessage(), BackupReadError::wrongPassword().message());
+}
+
+TEST_F(ExplorerModelTest, RescueSheetOnlyForAProvenPasswordAndGoneWithTheExplorer)
+{
+    SampleBackup sample;
+    sample.password = QStringLiteral("pw");
+    sample.files = cameraRollPhotos(1);
+    const PhoneBackup backup = write(sample);
+    QString sheet;
+    {
+        ExplorerModel model(backup, {m_secrets, m_workspace});
+        model.start();
+        model.setPassword(QStringLiteral("typo"));
+        EXPECT_FALSE(model.canPrintRescueSheet());
+        EXPECT_TRUE(model.printRescueSheet().isEmpty());
+        model.setPassword(QStringLiteral("pw"));
+        model.openBackup();
+        ASSERT_TRUE(QTest::qWaitFor([&] { return model.phase() == ExplorerModel::Phase::Ready; }, timeoutMs));
+        ASSERT_TRUE(model.canPrintRescueSheet());
+        sheet = model.printRescueSheet();
+        ASSERT_FALSE(sheet.isEmpty());
+        EXPECT_EQ(m_workspace.opened, QStringList{sheet});
+        EXPECT_EQ(QFileInfo(sheet).permissions() & (QFileDevice::ReadGroup | QFileDevice::ReadOther), 0);
+        EXPECT_TRUE(pdfText(sheet).contains(QStringLiteral("pw")));
+    }
+    EXPECT_FALSE(QFileInfo::exists(sheet));
+}
+
+TEST_F(ExplorerModelTest, ClosingDuringWorkStopsSoonAndLeavesNoCopy)
+{
+    SampleBackup sample;
+    sample.password = QStringLiteral("pw");
+    sample.files = {{QStringLiteral("CameraRollDomain"), QStringLiteral("Media/DCIM/100APPLE/IMG_0001.MOV"),
+                     QByteArray(200 * 1024 * 1024, 'v'), 1'700'000'000}};
+    sample.files += cameraRollPhotos(3);
+    const PhoneBackup backup = write(sample);
+    QString temp;
+    {
+        auto model = openReady(backup, QStringLiteral("pw"));
+        temp = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + QStringLiteral("/Nuvrel/Temp/") +
+               backup.id;
+        for (const BackupPhoto& photo : model->photos())
+            model->thumbnail(photo.entry.fileID); // the video's decryption starts
+        model->extractAllPhotos(m_out.path());
+        QTest::qWait(50);
+    }
+    EXPECT_FALSE(QFileInfo::exists(temp));
+    // What was cut short left nothing half-written behind.
+    for (const QFileInfo& file : QDir(m_out.path()).entryInfoList(QDir::Files)) {
+        if (file.suffix() == QStringLiteral("MOV")) {
+            EXPECT_EQ(file.size(), 200 * 1024 * 1024);
+        }
+    }
 }
 
 } // namespace

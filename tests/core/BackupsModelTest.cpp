@@ -9,6 +9,8 @@
 #include <QTest>
 #include <QTimeZone>
 
+#include <atomic>
+
 #include <gtest/gtest.h>
 
 using namespace nuvrel;
@@ -62,10 +64,9 @@ TEST_F(BackupsModelTest, ScansOffTheGuiThreadAndPublishesEachOutcome)
     QSignalSpy changed(&model, &BackupsModel::stateChanged);
 
     model.refresh();
-    model.refresh(); // one scan at a time
+    model.refresh(); // one scan at a time: the second waits for the first
     EXPECT_TRUE(model.isScanning());
-    ASSERT_TRUE(QTest::qWaitFor([&] { return !model.isScanning(); }, 10'000));
-    EXPECT_EQ(changed.count(), 1);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return changed.count() == 2 && !model.isScanning(); }, 10'000));
     EXPECT_EQ(model.state(), BackupsModel::State::NeedsFullDiskAccess);
     EXPECT_NE(scanThread, QThread::currentThreadId());
 
@@ -97,6 +98,24 @@ TEST_F(BackupsModelTest, ChoosingTheFolderKeepsItAndScansIt)
     EXPECT_EQ(BackupLocator::root(), QStringLiteral("/media/disk/Backup"));
     model.chooseRoot(QString());
     EXPECT_EQ(scans, 1);
+    QSettings().remove(BackupLocator::settingsKey);
+}
+
+TEST_F(BackupsModelTest, AFolderChosenDuringAScanIsScannedAfterIt)
+{
+    std::atomic<bool> release{false};
+    std::atomic<int> scans{0};
+    BackupsModel model([&] {
+        const int scan = ++scans;
+        while (scan == 1 && !release)
+            QThread::msleep(5);
+        return scan == 1 ? BackupScan::empty() : BackupScan::found({backup(QStringLiteral("18.1"), std::nullopt)});
+    });
+    model.refresh();
+    model.chooseRoot(QStringLiteral("/media/other"));
+    release = true;
+    ASSERT_TRUE(QTest::qWaitFor([&] { return scans == 2 && !model.isScanning(); }, 10'000));
+    EXPECT_EQ(model.state(), BackupsModel::State::Found);
     QSettings().remove(BackupLocator::settingsKey);
 }
 
