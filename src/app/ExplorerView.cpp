@@ -169,9 +169,15 @@ QWidget* ExplorerView::buildPasswordPanel()
     cardLayout->addWidget(m_remember);
     cardLayout->addLayout(buttons);
 
+    // Centred by stretches, not by alignment: an aligned widget gets its size hint, and wrapped text
+    // then loses lines.
+    auto* row = new QHBoxLayout;
+    row->addStretch(1);
+    row->addWidget(card);
+    row->addStretch(1);
     auto* layout = new QVBoxLayout(panel);
     layout->setContentsMargins(0, 12, 0, 0);
-    layout->addWidget(card, 0, Qt::AlignHCenter | Qt::AlignTop);
+    layout->addLayout(row);
     layout->addStretch(1);
 
     connect(m_password, &QLineEdit::textEdited, &m_model, &ExplorerModel::setPassword);

@@ -54,9 +54,14 @@ WelcomeView::WelcomeView(QWidget* parent)
     cardLayout->addSpacing(8);
     cardLayout->addWidget(m_start, 0, Qt::AlignRight);
 
+    // Centred by stretches: an aligned widget would get its size hint and lose wrapped lines.
+    auto* row = new QHBoxLayout;
+    row->addStretch(1);
+    row->addWidget(card);
+    row->addStretch(1);
     auto* layout = new QVBoxLayout(this);
     layout->addStretch(1);
-    layout->addWidget(card, 0, Qt::AlignHCenter);
+    layout->addLayout(row);
     layout->addStretch(2);
 
     connect(m_start, &QPushButton::clicked, this, &WelcomeView::finished);
