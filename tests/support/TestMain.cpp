@@ -8,6 +8,7 @@
 #elif defined(NUVREL_GUI_TEST_MAIN)
 #include <QGuiApplication>
 #endif
+#include <QDir>
 #include <QFile>
 #include <QSettings>
 #include <QStandardPaths>
@@ -22,6 +23,12 @@ int main(int argc, char* argv[])
     if (!home.isValid())
         return 2;
     qputenv("HOME", QFile::encodeName(home.path()));
+    // The system temporary folder too: tests look for what readers leave there, and another test
+    // process must not be seen doing its own work in it.
+    const QString temp = home.filePath(QStringLiteral("tmp"));
+    if (!QDir().mkpath(temp))
+        return 2;
+    qputenv("TMPDIR", QFile::encodeName(temp));
 #if defined(NUVREL_WIDGETS_TEST_MAIN)
     // Window tests drive real widgets on the offscreen platform.
     qputenv("QT_QPA_PLATFORM", "offscreen");
