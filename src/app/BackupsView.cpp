@@ -28,7 +28,9 @@ BackupsView::BackupsView(BackupsModel& model, Workspace& workspace, QWidget* par
     , m_refresh(new QPushButton(this))
     , m_states(new QStackedWidget(this))
     , m_scanning(new QLabel(this))
+    , m_stateIcon(new QLabel(this))
     , m_explanation(new QLabel(this))
+    , m_messageRoot(new QLabel(this))
     , m_openSettings(new QPushButton(this))
     , m_chooseRoot(new QPushButton(this))
     , m_intro(new QLabel(this))
@@ -46,19 +48,39 @@ BackupsView::BackupsView(BackupsModel& model, Workspace& workspace, QWidget* par
     m_scanning->setObjectName(QStringLiteral("muted"));
     m_scanning->setAlignment(Qt::AlignCenter);
 
-    // Nothing to show, or no permission to look
+    // Nothing to show, or no permission to look: a card with what to do.
     auto* message = new QWidget(this);
-    auto* messageLayout = new QVBoxLayout(message);
+    auto* card = new QFrame(message);
+    card->setObjectName(QStringLiteral("card"));
+    card->setFixedWidth(560);
+    m_stateIcon->setFixedSize(40, 40);
     m_explanation->setWordWrap(true);
     m_explanation->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    m_messageRoot->setObjectName(QStringLiteral("muted"));
+    m_messageRoot->setWordWrap(true);
+    m_messageRoot->setTextInteractionFlags(Qt::TextSelectableByMouse);
     m_openSettings->setObjectName(QStringLiteral("primary"));
+    m_chooseRoot->setIcon(Icons::icon(QStringLiteral("folder")));
     auto* buttons = new QHBoxLayout;
-    buttons->addWidget(m_openSettings);
-    buttons->addWidget(m_chooseRoot);
     buttons->addStretch(1);
-    messageLayout->addWidget(m_explanation);
-    messageLayout->addSpacing(8);
-    messageLayout->addLayout(buttons);
+    buttons->addWidget(m_chooseRoot);
+    buttons->addWidget(m_openSettings);
+    auto* cardLayout = new QVBoxLayout(card);
+    cardLayout->setContentsMargins(24, 22, 24, 22);
+    cardLayout->setSpacing(12);
+    cardLayout->addWidget(m_stateIcon);
+    cardLayout->addWidget(m_explanation);
+    cardLayout->addWidget(m_messageRoot);
+    cardLayout->addSpacing(4);
+    cardLayout->addLayout(buttons);
+    // Centred by stretches: an aligned widget would get its size hint and lose wrapped lines.
+    auto* cardRow = new QHBoxLayout;
+    cardRow->addStretch(1);
+    cardRow->addWidget(card);
+    cardRow->addStretch(1);
+    auto* messageLayout = new QVBoxLayout(message);
+    messageLayout->setContentsMargins(0, 24, 0, 0);
+    messageLayout->addLayout(cardRow);
     messageLayout->addStretch(1);
 
     // The list
@@ -127,9 +149,12 @@ void BackupsView::render()
     m_refresh->setEnabled(!m_model.isScanning());
     const bool settingsPage = !BackupsModel::fullDiskAccessSettingsUrl().isEmpty();
     m_root->setText(L("Dossier des sauvegardes : %@", m_model.root()));
+    m_messageRoot->setText(m_root->text());
     switch (m_model.state()) {
     case BackupsModel::State::Scanning: m_states->setCurrentIndex(ScanningState); return;
     case BackupsModel::State::NeedsFullDiskAccess:
+        m_stateIcon->setPixmap(
+            Icons::icon(QStringLiteral("warning")).pixmap(m_stateIcon->size(), m_stateIcon->devicePixelRatioF()));
         m_explanation->setText(L("Pour lire tes sauvegardes, macOS demande ton accord : Réglages Système > "
                                  "Confidentialité et sécurité > Accès complet au disque, puis active Nuvrel. Ferme et "
                                  "rouvre Nuvrel, puis reviens ici."));
@@ -138,9 +163,10 @@ void BackupsView::render()
         m_states->setCurrentIndex(MessageState);
         return;
     case BackupsModel::State::Empty:
+        m_stateIcon->setPixmap(
+            Icons::icon(QStringLiteral("phone")).pixmap(m_stateIcon->size(), m_stateIcon->devicePixelRatioF()));
         m_explanation->setText(L("Branche ton iPhone, ouvre-le dans le Finder et choisis « Sauvegarder maintenant ». "
-                                 "Elle apparaîtra ici.") +
-                               u'\n' + L("Dossier des sauvegardes : %@", m_model.root()));
+                                 "Elle apparaîtra ici."));
         m_openSettings->setVisible(false);
         m_chooseRoot->setVisible(true);
         m_states->setCurrentIndex(MessageState);

@@ -38,7 +38,9 @@ private:
     QPushButton* m_refresh;
     QStackedWidget* m_states;
     QLabel* m_scanning;
+    QLabel* m_stateIcon;
     QLabel* m_explanation;
+    QLabel* m_messageRoot;
     QPushButton* m_openSettings;
     QPushButton* m_chooseRoot;
     QLabel* m_intro;

@@ -316,7 +316,7 @@ QWidget* ExplorerView::buildConversationsTab()
     controls->addWidget(m_search, 1);
     auto* bottom = new QHBoxLayout;
     bottom->addWidget(m_refine, 1);
-    bottom->addWidget(m_saveAll);
+    bottom->addWidget(m_saveAll, 0, Qt::AlignRight);
 
     auto* layout = new QVBoxLayout(tab);
     layout->setContentsMargins(12, 12, 12, 12);

@@ -85,6 +85,8 @@ QString styleSheet(bool dark)
     const QString card = dark ? QStringLiteral("#26292E") : QStringLiteral("#FFFFFF");
     const QString border = dark ? QStringLiteral("#3A3E45") : QStringLiteral("#DDE1E6");
     const QString muted = dark ? QStringLiteral("#9AA0A8") : QStringLiteral("#5F6670");
+    const QString accentHover = dark ? QStringLiteral("#3B76F0") : QStringLiteral("#1D4FD8");
+    const QString focusRing = dark ? QStringLiteral("#A8C4FF") : QStringLiteral("#93B4F8");
     return QStringLiteral(R"(
 QWidget#sidebarPane, QListWidget#sidebar { background: %1; border: none; outline: 0; }
 QListWidget#sidebar { padding: 10px 8px; }
@@ -99,17 +101,35 @@ QFrame#card { background: %3; border: 1px solid %4; border-radius: 10px; }
 QPushButton#card { background: %3; border: 1px solid %4; border-radius: 10px; padding: 0; text-align: left; }
 QPushButton#card:hover, QPushButton#card:focus { border: 1px solid %6; }
 QToolButton#languageButton::menu-indicator { image: none; }
-QPushButton { padding: 5px 14px; border-radius: 6px; }
-QPushButton#primary { background: %6; color: white; border: 1px solid %6; font-weight: 600; }
+QPushButton#primary { background: %6; color: white; border: 1px solid %6; font-weight: 600; padding: 5px 14px;
+                      border-radius: 6px; }
+QPushButton#primary:hover { background: %7; border-color: %7; }
+QPushButton#primary:focus { border: 2px solid %8; padding: 4px 13px; }
 QPushButton#primary:disabled { background: %4; border-color: %4; }
-QPushButton#link { border: none; color: %6; padding: 4px 2px; text-align: left; }
-QPushButton#link:hover { text-decoration: underline; }
+QPushButton#link { border: none; background: transparent; color: %6; padding: 4px 2px; text-align: left; }
+QPushButton#link:hover, QPushButton#link:focus { text-decoration: underline; }
 QPushButton#link:disabled { color: palette(window-text); font-weight: 600; }
+)")
+        .arg(sidebar, hover, card, border, muted, WindowStyler::accent().name(), accentHover, focusRing);
+}
+
+// Fusion's own controls, drawn flatter to match the cards; the native style of macOS keeps its own.
+[[maybe_unused]] QString fusionStyleSheet(bool dark)
+{
+    const QString button = dark ? QStringLiteral("#31353B") : QStringLiteral("#FFFFFF");
+    const QString hover = dark ? QStringLiteral("#3A3E45") : QStringLiteral("#F0F2F5");
+    const QString pressed = dark ? QStringLiteral("#2A2E34") : QStringLiteral("#E4E7EB");
+    const QString border = dark ? QStringLiteral("#4A4F57") : QStringLiteral("#CDD2D8");
+    return QStringLiteral(R"(
+QPushButton { background: %1; border: 1px solid %4; padding: 5px 14px; border-radius: 6px; }
+QPushButton:hover { background: %2; }
+QPushButton:pressed { background: %3; }
+QPushButton:focus { border: 1px solid %5; }
 QTabWidget::pane { border: 1px solid %4; border-radius: 8px; top: -1px; }
 QLineEdit { padding: 5px 8px; border-radius: 6px; border: 1px solid %4; background: palette(base); }
-QLineEdit:focus { border: 1px solid %6; }
+QLineEdit:focus { border: 1px solid %5; }
 )")
-        .arg(sidebar, hover, card, border, muted, WindowStyler::accent().name());
+        .arg(button, hover, pressed, border, WindowStyler::accent().name());
 }
 
 } // namespace
@@ -144,7 +164,12 @@ void WindowStyler::apply(QApplication& app)
     app.setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
     app.setPalette(g_dark ? darkPalette() : lightPalette());
 #endif
+#ifdef Q_OS_MACOS
     app.setStyleSheet(styleSheet(g_dark));
+#else
+    // The generic rules first: the roles' rules (primary, link…) override them.
+    app.setStyleSheet(fusionStyleSheet(g_dark) + styleSheet(g_dark));
+#endif
 }
 
 } // namespace nuvrel
