@@ -91,6 +91,7 @@ BackupsView::BackupsView(BackupsModel& model, Workspace& workspace, QWidget* par
     m_list->setItemDelegate(new TwoLineDelegate(m_list));
     m_list->setIconSize(QSize(28, 28));
     m_list->setUniformItemSizes(true);
+    m_list->setProperty("rowsAreActions", true);
     m_root->setObjectName(QStringLiteral("muted"));
     m_root->setTextInteractionFlags(Qt::TextSelectableByMouse);
     foundLayout->addWidget(m_intro);

@@ -263,6 +263,7 @@ QWidget* ExplorerView::buildFilesTab()
     m_fileList = new QListWidget(tab);
     m_fileList->setItemDelegate(new TwoLineDelegate(m_fileList));
     m_fileList->setUniformItemSizes(true);
+    m_fileList->setProperty("rowsAreActions", true);
     m_fileList->setIconSize(QSize(24, 24));
 
     auto* layout = new QVBoxLayout(tab);
@@ -306,6 +307,7 @@ QWidget* ExplorerView::buildConversationsTab()
     m_chatList = new QListWidget(tab);
     m_chatList->setItemDelegate(new TwoLineDelegate(m_chatList));
     m_chatList->setUniformItemSizes(true);
+    m_chatList->setProperty("rowsAreActions", true);
     m_chatList->setIconSize(QSize(24, 24));
     m_chatsMessage = wrappingLabel(tab);
     m_refine = wrappingLabel(tab, QStringLiteral("muted"));

@@ -77,7 +77,9 @@ QPalette darkPalette()
 }
 #endif
 
-// Object names carry the roles: "sidebar", "pageTitle", "card", "notice"…
+// Object names carry the roles: "sidebar", "pageTitle", "card", "notice"…; lists whose rows are
+// actions (a backup, a category, a conversation) say so with the "rowsAreActions" property and answer
+// one click, as their texts promise ("Clique sur une sauvegarde"), and a double click only once.
 QString styleSheet(bool dark)
 {
     const QString sidebar = dark ? QStringLiteral("#181A1E") : QStringLiteral("#ECEEF1");
@@ -94,6 +96,7 @@ QListWidget#sidebar::item { padding: 0 8px; border-radius: 7px; }
 QToolButton#languageButton { padding: 6px 10px; margin-left: 8px; }
 QListWidget#sidebar::item:hover { background: %2; }
 QListWidget#sidebar::item:selected { background: %6; color: white; }
+QAbstractItemView[rowsAreActions="true"] { activate-on-singleclick: 1; }
 QLabel#pageTitle { font-size: 20pt; font-weight: 600; }
 QLabel#sectionTitle { font-size: 13pt; font-weight: 600; }
 QLabel#muted { color: %5; }

@@ -285,4 +285,38 @@ TEST_F(MainWindowTest, EncryptedBackupJourney)
     EXPECT_TRUE(backups->isVisible());
 }
 
+// The texts say "Clique sur…": one click opens a backup or a category, and a person's double click
+// (a habit from file managers) still goes down only one level.
+TEST_F(MainWindowTest, OneClickOpensAndADoubleClickOpensOnce)
+{
+    SampleBackup plain;
+    plain.id = QStringLiteral("plain-backup");
+    plain.files = cameraRollPhotos(3);
+    plain.files.append({QStringLiteral("HomeDomain"), QStringLiteral("Library/Notes/notes.txt"), QByteArray("note")});
+    plain.write(m_root.path());
+
+    QSettings().setValue(QStringLiteral("welcomeDone"), true);
+    auto window = makeWindow();
+    window->setSection(Page::Explore);
+    QListWidget* list = window->explorePage()->backupsView()->list();
+    ASSERT_EQ(list->count(), 1);
+    QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualItemRect(list->item(0)).center());
+    ExplorerView* explorer = window->explorePage()->explorerView();
+    ASSERT_NE(explorer, nullptr);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return explorer->model().phase() == ExplorerModel::Phase::Ready; }, timeoutMs));
+
+    explorer->tabs()->setCurrentIndex(ExplorerModel::FilesTab);
+    QListWidget* files = explorer->fileList();
+    ASSERT_EQ(files->item(0)->text(), QStringLiteral("Photos et vidéos"));
+    const QPoint first = files->visualItemRect(files->item(0)).center();
+    // What a double click delivers: a click, then a press, the double click event and a release.
+    QTest::mouseClick(files->viewport(), Qt::LeftButton, {}, first);
+    QTest::mousePress(files->viewport(), Qt::LeftButton, {}, first);
+    QTest::mouseDClick(files->viewport(), Qt::LeftButton, {}, first);
+    QTest::mouseRelease(files->viewport(), Qt::LeftButton, {}, first);
+    EXPECT_EQ(explorer->model().domain(), QStringLiteral("CameraRollDomain"));
+    EXPECT_EQ(explorer->model().folder(), QStringList{});
+    EXPECT_EQ(files->item(0)->text(), QStringLiteral("Media"));
+}
+
 } // namespace
