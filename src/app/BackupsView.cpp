@@ -1,6 +1,7 @@
 #include "app/BackupsView.h"
 
 #include "app/Icons.h"
+#include "app/Layouts.h"
 #include "app/TwoLineDelegate.h"
 #include "core/BackupsModel.h"
 #include "l10n/L.h"
@@ -73,14 +74,9 @@ BackupsView::BackupsView(BackupsModel& model, Workspace& workspace, QWidget* par
     cardLayout->addWidget(m_messageRoot);
     cardLayout->addSpacing(4);
     cardLayout->addLayout(buttons);
-    // Centred by stretches: an aligned widget would get its size hint and lose wrapped lines.
-    auto* cardRow = new QHBoxLayout;
-    cardRow->addStretch(1);
-    cardRow->addWidget(card);
-    cardRow->addStretch(1);
     auto* messageLayout = new QVBoxLayout(message);
     messageLayout->setContentsMargins(0, 24, 0, 0);
-    messageLayout->addLayout(cardRow);
+    messageLayout->addLayout(centredRow(card));
     messageLayout->addStretch(1);
 
     // The list

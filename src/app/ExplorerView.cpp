@@ -1,6 +1,7 @@
 #include "app/ExplorerView.h"
 
 #include "app/Icons.h"
+#include "app/Layouts.h"
 #include "app/PhotoGrid.h"
 #include "app/TwoLineDelegate.h"
 #include "app/WindowStyler.h"
@@ -169,15 +170,9 @@ QWidget* ExplorerView::buildPasswordPanel()
     cardLayout->addWidget(m_remember);
     cardLayout->addLayout(buttons);
 
-    // Centred by stretches, not by alignment: an aligned widget gets its size hint, and wrapped text
-    // then loses lines.
-    auto* row = new QHBoxLayout;
-    row->addStretch(1);
-    row->addWidget(card);
-    row->addStretch(1);
     auto* layout = new QVBoxLayout(panel);
     layout->setContentsMargins(0, 12, 0, 0);
-    layout->addLayout(row);
+    layout->addLayout(centredRow(card));
     layout->addStretch(1);
 
     connect(m_password, &QLineEdit::textEdited, &m_model, &ExplorerModel::setPassword);
@@ -402,6 +397,9 @@ void ExplorerView::renderPhase()
         m_passwordError->setVisible(!m_model.failureMessage().isEmpty());
         if (isVisible())
             m_password->setFocus();
+        // A refused password is selected, so that the next try replaces it.
+        if (!m_model.failureMessage().isEmpty())
+            m_password->selectAll();
         break;
     case ExplorerModel::Phase::Loading:
         m_phases->setCurrentIndex(MessagePanel);

@@ -1,6 +1,7 @@
 #include "app/WelcomeView.h"
 
 #include "app/Icons.h"
+#include "app/Layouts.h"
 #include "l10n/L.h"
 
 #include <QHBoxLayout>
@@ -54,14 +55,9 @@ WelcomeView::WelcomeView(QWidget* parent)
     cardLayout->addSpacing(8);
     cardLayout->addWidget(m_start, 0, Qt::AlignRight);
 
-    // Centred by stretches: an aligned widget would get its size hint and lose wrapped lines.
-    auto* row = new QHBoxLayout;
-    row->addStretch(1);
-    row->addWidget(card);
-    row->addStretch(1);
     auto* layout = new QVBoxLayout(this);
     layout->addStretch(1);
-    layout->addLayout(row);
+    layout->addLayout(centredRow(card));
     layout->addStretch(2);
 
     connect(m_start, &QPushButton::clicked, this, &WelcomeView::finished);

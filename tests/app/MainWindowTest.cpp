@@ -215,8 +215,10 @@ TEST_F(MainWindowTest, EncryptedBackupJourney)
     EXPECT_TRUE(labelTexts(*explorer).contains(BackupReadError::wrongPassword().message()));
     screenshot(*window, QStringLiteral("06-wrong-password"));
 
-    explorer->passwordField()->clear();
+    // The refused password is selected: typing the next one replaces it.
+    EXPECT_EQ(explorer->passwordField()->selectedText(), QStringLiteral("wrong"));
     QTest::keyClicks(explorer->passwordField(), QStringLiteral("secret"));
+    EXPECT_EQ(explorer->passwordField()->text(), QStringLiteral("secret"));
     QTest::mouseClick(explorer->openButton(), Qt::LeftButton);
     ASSERT_TRUE(QTest::qWaitFor([&] { return model.phase() == ExplorerModel::Phase::Ready; }, timeoutMs));
     EXPECT_EQ(explorer->tabs()->tabText(0), QStringLiteral("Photos et vidéos (8)"));
