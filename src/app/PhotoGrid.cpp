@@ -8,6 +8,7 @@
 #include <QKeyEvent>
 #include <QPainter>
 #include <QPainterPath>
+#include <QScrollBar>
 
 namespace nuvrel {
 
@@ -131,9 +132,11 @@ void PhotoDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option,
     painter->restore();
 }
 
-QSize PhotoDelegate::sizeHint(const QStyleOptionViewItem&, const QModelIndex&) const
+QSize PhotoDelegate::sizeHint(const QStyleOptionViewItem& option, const QModelIndex&) const
 {
-    return {cellSide, cellSide};
+    if (const auto* view = qobject_cast<const QListView*>(option.widget); view && view->gridSize().isValid())
+        return view->gridSize();
+    return {minimumCellSide, minimumCellSide};
 }
 
 PhotoGridView::PhotoGridView(PhotoGridModel& model, QWidget* parent)
@@ -146,12 +149,31 @@ PhotoGridView::PhotoGridView(PhotoGridModel& model, QWidget* parent)
     setResizeMode(QListView::Adjust);
     setMovement(QListView::Static);
     setUniformItemSizes(true);
-    setGridSize(QSize(PhotoDelegate::cellSide, PhotoDelegate::cellSide));
+    setGridSize(QSize(PhotoDelegate::minimumCellSide, PhotoDelegate::minimumCellSide));
     setSelectionMode(QAbstractItemView::NoSelection);
     setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
     setSpacing(0);
     setMouseTracking(true);
     connect(this, &QListView::clicked, this, &PhotoGridView::toggle);
+}
+
+void PhotoGridView::resizeEvent(QResizeEvent* event)
+{
+    fitCellsToWidth();
+    QListView::resizeEvent(event);
+}
+
+// Square cells that share the width out evenly, so no empty band stays at the right edge. The
+// scroll bar's room is always kept: sizing from the width it leaves would let the bar's coming
+// and going change the column count, and the column count bring the bar back and forth.
+void PhotoGridView::fitCellsToWidth()
+{
+    const QScrollBar* bar = verticalScrollBar();
+    const int width = viewport()->width() - (bar->isVisible() ? 0 : bar->sizeHint().width());
+    const int columns = std::max(1, width / PhotoDelegate::minimumCellSide);
+    const int side = std::max(PhotoDelegate::minimumCellSide, width / columns);
+    if (gridSize().width() != side)
+        setGridSize(QSize(side, side));
 }
 
 void PhotoGridView::toggle(const QModelIndex& index)

@@ -36,7 +36,8 @@ private:
 class PhotoDelegate final : public QStyledItemDelegate
 {
 public:
-    static constexpr int cellSide = 132;
+    /// The smallest cell; the grid widens its cells so that whole columns fill the width.
+    static constexpr int minimumCellSide = 132;
 
     using QStyledItemDelegate::QStyledItemDelegate;
     void paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const override;
@@ -53,9 +54,11 @@ public:
 
 protected:
     void keyPressEvent(QKeyEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
 
 private:
     void toggle(const QModelIndex& index);
+    void fitCellsToWidth();
     PhotoGridModel& m_model;
 };
 

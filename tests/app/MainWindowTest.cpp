@@ -24,6 +24,7 @@
 #include <QListWidget>
 #include <QMenu>
 #include <QPushButton>
+#include <QScrollBar>
 #include <QSettings>
 #include <QStandardPaths>
 #include <QTabWidget>
@@ -319,6 +320,56 @@ TEST_F(MainWindowTest, OneClickOpensAndADoubleClickOpensOnce)
     EXPECT_EQ(explorer->model().domain(), QStringLiteral("CameraRollDomain"));
     EXPECT_EQ(explorer->model().folder(), QStringList{});
     EXPECT_EQ(files->item(0)->text(), QStringLiteral("Media"));
+}
+
+// Cells widen so that whole columns fill the grid, whether or not the scroll bar shows, and at
+// any width: an empty band at the right edge looks like a layout fault.
+TEST_F(MainWindowTest, PhotoCellsShareOutTheWidth)
+{
+    for (const int photos : {3, 60}) {
+        SampleBackup plain;
+        plain.id = QStringLiteral("grid-%1").arg(photos);
+        plain.files = cameraRollPhotos(photos);
+        plain.write(m_root.path());
+    }
+    QSettings().setValue(QStringLiteral("welcomeDone"), true);
+    auto window = makeWindow();
+    window->setSection(Page::Explore);
+    QListWidget* list = window->explorePage()->backupsView()->list();
+    ASSERT_EQ(list->count(), 2);
+
+    for (int row = 0; row < 2; ++row) {
+        list->setCurrentRow(row);
+        QTest::keyClick(list, Qt::Key_Return);
+        ExplorerView* explorer = window->explorePage()->explorerView();
+        ASSERT_NE(explorer, nullptr);
+        ASSERT_TRUE(
+            QTest::qWaitFor([&] { return explorer->model().phase() == ExplorerModel::Phase::Ready; }, timeoutMs));
+        PhotoGridView* grid = explorer->photoGrid();
+        const int count = grid->model()->rowCount();
+        for (const int width : {760, 1031, 1280, 1587}) {
+            window->resize(width, 800);
+            QTest::qWait(50); // the list lays its items out later
+            const QScrollBar* bar = grid->verticalScrollBar();
+            const int barRoom = bar->isVisible() ? 0 : bar->sizeHint().width();
+            const QRect first = grid->visualRect(grid->model()->index(0, 0));
+            EXPECT_EQ(first.width(), first.height());
+            EXPECT_GE(first.width(), PhotoDelegate::minimumCellSide);
+            int columns = 0;
+            while (columns < count && grid->visualRect(grid->model()->index(columns, 0)).top() == first.top())
+                ++columns;
+            const int used = grid->visualRect(grid->model()->index(columns - 1, 0)).right() + 1 - first.left();
+            const int room = grid->viewport()->width() - first.left() - barRoom;
+            SCOPED_TRACE(QStringLiteral("%1 photos, window %2 px").arg(count).arg(width).toStdString());
+            EXPECT_LE(used, room);
+            if (columns < count) {
+                EXPECT_LT(room - used, columns); // only the rounding of an even share
+            }
+        }
+        window->resize(1280, 800);
+        QTest::mouseClick(explorer->backButton(), Qt::LeftButton);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return window->explorePage()->explorerView() == nullptr; }, timeoutMs));
+    }
 }
 
 } // namespace
