@@ -25,6 +25,12 @@ if [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ] || [ "$(uname -s)" = Darwin ]; then
 fi
 printf '\nNo display: the same journey with nuvrel-cli.\n'
 cli=build/default/src/cli/nuvrel-cli
+# A root shell without a login session has no runtime folder; Qt would warn about it on every PDF.
+if [ -z "${XDG_RUNTIME_DIR:-}" ] && [ "$(uname -s)" != Darwin ]; then
+  XDG_RUNTIME_DIR="$(mktemp -d)"
+  export XDG_RUNTIME_DIR
+  trap 'rm -rf "$XDG_RUNTIME_DIR"' EXIT
+fi
 
 run() {
   printf '\n$ nuvrel-cli %s\n' "$*"
