@@ -104,6 +104,25 @@ protected:
         return window;
     }
 
+    // The window on its backups screen, the welcome already seen.
+    std::unique_ptr<MainWindow> makeBackupsWindow()
+    {
+        QSettings().setValue(QStringLiteral("welcomeDone"), true);
+        auto window = makeWindow();
+        window->setSection(Page::Explore);
+        return window;
+    }
+
+    // The explorer the backups screen has opened, once its backup is ready to browse; null otherwise.
+    static ExplorerView* readyExplorer(MainWindow& window)
+    {
+        ExplorerView* explorer = window.explorePage()->explorerView();
+        const bool ready =
+            explorer &&
+            QTest::qWaitFor([&] { return explorer->model().phase() == ExplorerModel::Phase::Ready; }, timeoutMs);
+        return ready ? explorer : nullptr;
+    }
+
     QTemporaryDir m_root;
     QTemporaryDir m_out;
     MemorySecretStore m_secrets;
@@ -133,9 +152,7 @@ TEST_F(MainWindowTest, WelcomeShowsOnceThenTheSidebar)
 
 TEST_F(MainWindowTest, LanguageChangeRendersEveryTextAgain)
 {
-    QSettings().setValue(QStringLiteral("welcomeDone"), true);
-    auto window = makeWindow();
-    window->setSection(Page::Explore);
+    auto window = makeBackupsWindow();
     EXPECT_EQ(window->explorePage()->backupsView()->findChild<QLabel*>(QStringLiteral("pageTitle"))->text(),
               QStringLiteral("Explorer les sauvegardes"));
     EXPECT_TRUE(labelTexts(*window->explorePage()).contains(QStringLiteral("Branche ton iPhone")));
@@ -190,9 +207,7 @@ TEST_F(MainWindowTest, EncryptedBackupJourney)
     plain.files = cameraRollPhotos(2);
     plain.write(m_root.path());
 
-    QSettings().setValue(QStringLiteral("welcomeDone"), true);
-    auto window = makeWindow();
-    window->setSection(Page::Explore);
+    auto window = makeBackupsWindow();
     BackupsView* backups = window->explorePage()->backupsView();
     ASSERT_EQ(backups->list()->count(), 2);
     EXPECT_EQ(backups->list()->item(0)->text(), sample.deviceName);
@@ -298,15 +313,12 @@ TEST_F(MainWindowTest, OneClickOpensAndADoubleClickOpensOnce)
     plain.files.append({QStringLiteral("HomeDomain"), QStringLiteral("Library/Notes/notes.txt"), QByteArray("note")});
     plain.write(m_root.path());
 
-    QSettings().setValue(QStringLiteral("welcomeDone"), true);
-    auto window = makeWindow();
-    window->setSection(Page::Explore);
+    auto window = makeBackupsWindow();
     QListWidget* list = window->explorePage()->backupsView()->list();
     ASSERT_EQ(list->count(), 1);
     QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualItemRect(list->item(0)).center());
-    ExplorerView* explorer = window->explorePage()->explorerView();
+    ExplorerView* explorer = readyExplorer(*window);
     ASSERT_NE(explorer, nullptr);
-    ASSERT_TRUE(QTest::qWaitFor([&] { return explorer->model().phase() == ExplorerModel::Phase::Ready; }, timeoutMs));
 
     explorer->tabs()->setCurrentIndex(ExplorerModel::FilesTab);
     QListWidget* files = explorer->fileList();
@@ -332,19 +344,15 @@ TEST_F(MainWindowTest, PhotoCellsShareOutTheWidth)
         plain.files = cameraRollPhotos(photos);
         plain.write(m_root.path());
     }
-    QSettings().setValue(QStringLiteral("welcomeDone"), true);
-    auto window = makeWindow();
-    window->setSection(Page::Explore);
+    auto window = makeBackupsWindow();
     QListWidget* list = window->explorePage()->backupsView()->list();
     ASSERT_EQ(list->count(), 2);
 
     for (int row = 0; row < 2; ++row) {
         list->setCurrentRow(row);
         QTest::keyClick(list, Qt::Key_Return);
-        ExplorerView* explorer = window->explorePage()->explorerView();
+        ExplorerView* explorer = readyExplorer(*window);
         ASSERT_NE(explorer, nullptr);
-        ASSERT_TRUE(
-            QTest::qWaitFor([&] { return explorer->model().phase() == ExplorerModel::Phase::Ready; }, timeoutMs));
         PhotoGridView* grid = explorer->photoGrid();
         const int count = grid->model()->rowCount();
         for (const int width : {760, 1031, 1280, 1587}) {
