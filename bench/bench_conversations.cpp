@@ -6,10 +6,10 @@
 // - writing conversations of 10,000 and 100,000 messages as PDF (the time must grow linearly).
 //   NUVREL_BENCH_DATA=DIR build/default/bench/bench_conversations   (bench/run.sh prepares DIR)
 
-#include "conversations/ConversationPdf.h"
-#include "conversations/MessagesReader.h"
-#include "conversations/PrivateDatabase.h"
-#include "conversations/WhatsAppParser.h"
+#include "engines/conversations/ConversationPdf.h"
+#include "engines/conversations/MessagesReader.h"
+#include "engines/conversations/WhatsAppParser.h"
+#include "formats/sqlite/PrivateDatabase.h"
 
 #include <QDir>
 #include <QFile>

@@ -8,9 +8,9 @@
 // - StartUp: the application to its first shown window (offscreen), against an empty Qt Widgets window.
 // Data is written into a temporary folder at start:   build/default/bench/bench_explorer
 
-#include "backup/ExplorerModel.h"
-#include "backup/IPhoneBackupReader.h"
-#include "core/BackupLocator.h"
+#include "engines/backup/BackupLocator.h"
+#include "engines/backup/IPhoneBackupReader.h"
+#include "models/explorer/ExplorerModel.h"
 #include "platform/SecretStore.h"
 #include "platform/Workspace.h"
 #include "support/SampleBackup.h"
@@ -134,7 +134,7 @@ void Sqlite3ReadsTheSameRows(benchmark::State& state)
 void Organize50k(benchmark::State& state)
 {
     for (auto _ : state) {
-        const ExplorerModel::LoadResult result = ExplorerModel::organize(data().largeEntries);
+        const BackupCatalogue result = BackupCatalogue::organize(data().largeEntries);
         benchmark::DoNotOptimize(result.photos.size());
     }
 }

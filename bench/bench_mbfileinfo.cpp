@@ -2,7 +2,7 @@
 // A manifest holds one blob per backed-up file, so this is the inner loop of opening a backup.
 //   build/release/bench/bench_mbfileinfo --benchmark_counters_tabular=true
 
-#include "backup/MBFileInfo.h"
+#include "engines/backup/MBFileInfo.h"
 
 #include "support/FileRecordBlob.h"
 

@@ -3,8 +3,8 @@
 // the same run. The data comes from `nuvrel-make-samples --bench-data DIR` (bench/run.sh does it):
 //   NUVREL_BENCH_DATA=DIR build/default/bench/bench_reader
 
-#include "backup/IPhoneBackupReader.h"
-#include "core/BackupLocator.h"
+#include "engines/backup/BackupLocator.h"
+#include "engines/backup/IPhoneBackupReader.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -3,7 +3,7 @@
 // SHA-256 compression function itself: two compressions per iteration, 20,000,000 in all.
 //   build/default/bench/bench_unlock
 
-#include "backup/BackupKeyBag.h"
+#include "engines/backup/BackupKeyBag.h"
 
 #include "support/KeyBagWriter.h"
 

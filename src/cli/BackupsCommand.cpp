@@ -2,7 +2,7 @@
 
 #include "cli/CommandLine.h"
 #include "cli/TextTable.h"
-#include "core/BackupLocator.h"
+#include "engines/backup/BackupLocator.h"
 #include "l10n/L.h"
 
 #include <QDir>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/PhoneBackup.h"
+#include "engines/backup/PhoneBackup.h"
 
 #include <QString>
 #include <QTextStream>

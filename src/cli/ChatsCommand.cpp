@@ -1,11 +1,11 @@
 #include "cli/ChatsCommand.h"
 
 #include "cli/TextTable.h"
-#include "conversations/ConversationError.h"
-#include "conversations/ConversationPdf.h"
-#include "conversations/MessagesReader.h"
-#include "conversations/WhatsAppParser.h"
-#include "conversations/WhatsAppReader.h"
+#include "engines/conversations/ConversationError.h"
+#include "engines/conversations/ConversationPdf.h"
+#include "engines/conversations/MessagesReader.h"
+#include "engines/conversations/WhatsAppParser.h"
+#include "engines/conversations/WhatsAppReader.h"
 #include "l10n/L.h"
 
 #include <QCryptographicHash>

@@ -1,10 +1,13 @@
 #include "cli/FilesCommand.h"
 
-#include "backup/BackupPasswordStore.h"
-#include "backup/IPhoneBackupReader.h"
 #include "cli/TextTable.h"
-#include "core/BackupLocator.h"
+#include "engines/backup/BackupCatalogue.h"
+#include "engines/backup/BackupLocator.h"
+#include "engines/backup/BackupPasswordStore.h"
+#include "engines/backup/Extraction.h"
+#include "engines/backup/IPhoneBackupReader.h"
 #include "l10n/L.h"
+#include "platform/system/SystemServices.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -19,9 +22,6 @@
 namespace nuvrel::cli {
 
 namespace {
-
-const QString cameraRoll = QStringLiteral("CameraRollDomain");
-const QString cameraRollFolder = QStringLiteral("Media/DCIM/");
 
 // A backup named on the command line: its folder, or its name in the backups folder.
 std::optional<PhoneBackup> findBackup(const QString& name, const QString& root)
@@ -76,7 +76,7 @@ Opened open(const CommandLine& line, QTextStream& err)
         if (line.passwordFromStdin) {
             QTextStream in(stdin);
             password = in.readLine();
-        } else if (std::optional<QString> kept = BackupPasswordStore().load(backup->id)) {
+        } else if (std::optional<QString> kept = BackupPasswordStore(systemSecretStore()).load(backup->id)) {
             password = *kept;
         } else {
             err << BackupReadError::needsPassword().message() << ' '
@@ -91,7 +91,7 @@ Opened open(const CommandLine& line, QTextStream& err)
     try {
         auto reader = std::make_unique<IPhoneBackupReader>(*backup, password);
         if (line.remember && line.passwordFromStdin) {
-            if (BackupPasswordStore().save(password, backup->id))
+            if (BackupPasswordStore(systemSecretStore()).save(password, backup->id))
                 err << L("Mot de passe gardé dans le trousseau de cet ordinateur.") << '\n';
             else
                 err << L("Le trousseau n'a pas pu garder le mot de passe.") << '\n';
@@ -107,7 +107,7 @@ QList<BackupEntry> selected(const IPhoneBackupReader& reader, const CommandLine&
 {
     QList<BackupEntry> entries = reader.loadEntries();
     entries.removeIf([&line](const BackupEntry& entry) {
-        if (line.photos && (entry.domain != cameraRoll || !entry.path.startsWith(cameraRollFolder)))
+        if (line.photos && !BackupCatalogue::isPhoto(entry))
             return true;
         if (line.domain && entry.domain != *line.domain)
             return true;
@@ -219,36 +219,44 @@ int runExtract(const CommandLine& line, QTextStream& out, QTextStream& err)
         return NothingFound;
     }
 
-    const QDir destination(*line.destination);
-    qsizetype done = 0;
-    qsizetype failed = 0;
-    QString firstFailure;
-    ProgressBar progress(err, entries.size());
-    for (const BackupEntry& entry : std::as_const(entries)) {
-        // Photos land side by side; anything else keeps its place under its domain.
-        const QString target = line.photos ? destination.filePath(entry.fileName())
-                                           : destination.filePath(entry.domain + u'/' + entry.safeRelativePath());
-        try {
-            reader.extract(entry, target);
-            ++done;
-        } catch (const BackupReadError& error) {
-            if (firstFailure.isEmpty())
-                firstFailure = error.message();
-            ++failed;
-            if (error.kind() == BackupReadError::Kind::WriteFailed)
-                break; // a full disk fails every file after it
-        }
-        progress.update(done + failed);
+    if (Extraction::isForbiddenDestination(*line.destination, reader.backup(),
+                                           line.root.value_or(BackupLocator::root()))) {
+        err << L("Choisis un autre dossier : Nuvrel n'écrit jamais dans une sauvegarde.") << '\n';
+        return BadUsage;
     }
+
+    QList<Extraction::Item> items;
+    items.reserve(entries.size());
+    for (const BackupEntry& entry : std::as_const(entries))
+        items.append(line.photos ? Extraction::photo(entry) : Extraction::byDomain(entry));
+    ProgressBar progress(err, items.size());
+    Extraction::Options options;
+    options.progress = [&progress](qsizetype done, qsizetype) { progress.update(done); };
+    const Extraction::Report report = Extraction::run(reader, items, *line.destination, options);
     progress.finish();
     reader.cleanup();
 
-    out << L("%@ fichier(s) extraits", done) << " → " << QDir::cleanPath(destination.absolutePath()) << '\n';
-    if (failed > 0) {
-        err << L("%@ fichier(s) n'ont pas pu être extraits : %@", failed, firstFailure) << '\n';
-        return SomeFilesFailed;
+    out << L("%@ fichier(s) extraits", report.done) << " → " << report.destination << '\n';
+    if (report.totalFailed() == 0)
+        return Found;
+    const QLocale locale = Localizer::locale();
+    const auto count = [&](Extraction::Failure why) { return locale.toString(report.failures(why)); };
+    if (report.failures(Extraction::Failure::Missing) > 0)
+        err << L("%@ fichier(s) absents de la sauvegarde", count(Extraction::Failure::Missing)) << '\n';
+    if (report.failures(Extraction::Failure::Undecryptable) > 0)
+        err << L("%@ fichier(s) impossibles à déchiffrer", count(Extraction::Failure::Undecryptable)) << '\n';
+    if (report.failures(Extraction::Failure::Unwritable) > 0)
+        err << L("%@ fichier(s) impossibles à écrire : %@", count(Extraction::Failure::Unwritable),
+                 report.firstWriteError.value_or(QString()))
+            << '\n';
+    if (report.failures(Extraction::Failure::Refused) > 0) {
+        err << L("%@ fichier(s) refusés : leur nom les placerait hors du dossier choisi",
+                 count(Extraction::Failure::Refused))
+            << '\n';
+        for (const QString& refused : report.refused)
+            err << "  " << refused << '\n';
     }
-    return Found;
+    return SomeFilesFailed;
 }
 
 } // namespace nuvrel::cli

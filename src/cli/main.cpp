@@ -2,7 +2,7 @@
 #include "cli/ChatsCommand.h"
 #include "cli/CommandLine.h"
 #include "cli/FilesCommand.h"
-#include "core/BackupLocator.h"
+#include "engines/backup/BackupLocator.h"
 #include "l10n/L.h"
 #include "l10n/LanguageStore.h"
 

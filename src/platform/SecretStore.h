@@ -21,7 +21,4 @@ public:
     virtual bool remove(const QString& service, const QString& account) = 0;
 };
 
-/// The store of this system.
-SecretStore& systemSecretStore();
-
 } // namespace nuvrel

@@ -19,7 +19,4 @@ public:
     virtual bool openUrl(const QUrl& url) = 0;
 };
 
-/// The workspace of this system. Needs a QGuiApplication.
-Workspace& systemWorkspace();
-
 } // namespace nuvrel

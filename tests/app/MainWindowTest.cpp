@@ -1,17 +1,18 @@
-#include "app/MainWindow.h"
+#include "app/shell/MainWindow.h"
 
-#include "app/BackupsView.h"
-#include "app/ExplorePage.h"
-#include "app/ExplorerView.h"
-#include "app/HomeView.h"
-#include "app/PhotoGrid.h"
-#include "app/WelcomeView.h"
-#include "app/WindowStyler.h"
-#include "backup/BackupReadError.h"
-#include "backup/ExplorerModel.h"
-#include "core/BackupsModel.h"
+#include "app/shell/WindowStyler.h"
+#include "app/views/explore/BackupsView.h"
+#include "app/views/explore/ExplorePage.h"
+#include "app/views/explore/ExplorerView.h"
+#include "app/views/explore/PhotoGrid.h"
+#include "app/views/home/HomeView.h"
+#include "app/views/welcome/WelcomeView.h"
+#include "engines/backup/BackupReadError.h"
 #include "l10n/LanguageStore.h"
+#include "models/backups/BackupsModel.h"
+#include "models/explorer/ExplorerModel.h"
 #include "support/ChatFixtures.h"
+#include "support/FolderSnapshot.h"
 #include "support/MemorySecretStore.h"
 #include "support/RecordingWorkspace.h"
 #include "support/SampleBackup.h"
@@ -96,7 +97,7 @@ protected:
 
     std::unique_ptr<MainWindow> makeWindow()
     {
-        auto window = std::make_unique<MainWindow>(m_secrets, m_workspace);
+        auto window = std::make_unique<MainWindow>(Services{m_secrets, m_workspace});
         window->resize(1280, 800);
         window->show();
         EXPECT_TRUE(QTest::qWaitForWindowExposed(window.get()));
@@ -299,8 +300,11 @@ TEST_F(MainWindowTest, EncryptedBackupJourney)
     EXPECT_TRUE(QFileInfo::exists(temp));
     QTest::mouseClick(explorer->backButton(), Qt::LeftButton);
     ASSERT_TRUE(QTest::qWaitFor([&] { return window->explorePage()->explorerView() == nullptr; }, timeoutMs));
-    EXPECT_FALSE(QFileInfo::exists(temp));
     EXPECT_TRUE(backups->isVisible());
+    EXPECT_TRUE(window->explorePage()->backupsView()->notice()->isHidden()); // nothing was running
+    // The copies go on a worker, never holding the window.
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !QFileInfo::exists(temp); }, timeoutMs))
+        << allEntries(temp).join(u' ').toStdString();
 }
 
 // The texts say "Clique sur…": one click opens a backup or a category, and a person's double click

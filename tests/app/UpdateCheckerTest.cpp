@@ -1,4 +1,4 @@
-#include "app/UpdateChecker.h"
+#include "app/shell/UpdateChecker.h"
 
 #include "l10n/L.h"
 

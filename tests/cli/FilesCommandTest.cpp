@@ -2,6 +2,10 @@
 
 #include "CliRunner.h"
 
+#include "engines/backup/BackupCatalogue.h"
+#include "engines/backup/BackupLocator.h"
+#include "engines/backup/IPhoneBackupReader.h"
+#include "support/FolderSnapshot.h"
 #include "support/SampleBackup.h"
 
 #include <QDir>
@@ -27,6 +31,17 @@ protected:
         plain.files = cameraRollPhotos(3);
         plain.files.append({QStringLiteral("HomeDomain"), QStringLiteral("Library/SMS/sms.db"), QByteArray("sms")});
         plain.files.append({QStringLiteral("HomeDomain"), QStringLiteral("../../escape.txt"), QByteArray("hostile")});
+        plain.files.append(
+            {QStringLiteral("../../../somewhere"), QStringLiteral("domain-escape.txt"), QByteArray("hostile")});
+        // Beside the photos, what is no photo: a sidecar, a photo outside DCIM, one of another domain.
+        plain.files.append({QStringLiteral("CameraRollDomain"), QStringLiteral("Media/DCIM/100APPLE/IMG_0001.AAE"),
+                            QByteArray("<plist/>")});
+        plain.files.append(
+            {QStringLiteral("CameraRollDomain"), QStringLiteral("Media/PhotoData/thumb.jpg"), QByteArray("jpg")});
+        plain.files.append(
+            {QStringLiteral("MediaDomain"), QStringLiteral("Media/DCIM/100APPLE/IMG_9999.JPG"), QByteArray("jpg")});
+        plain.files.append({QStringLiteral("CameraRollDomain"), QStringLiteral("Media/DCIM/100APPLE/IMG_0004.mov"),
+                            QByteArray("mov")});
         plain.write(m_root.path());
 
         SampleBackup locked = plain;
@@ -77,7 +92,7 @@ TEST_F(FilesCommandTest, ExtractsPlainAndEncryptedBackupsAndStaysInsideTheDestin
     const CliRun photos = runCli(with({QStringLiteral("extract"), QStringLiteral("plain"), QStringLiteral("--photos"),
                                        QStringLiteral("--to"), out(QStringLiteral("photos"))}));
     EXPECT_EQ(photos.exitCode, 0) << qPrintable(photos.err);
-    EXPECT_EQ(QDir(out(QStringLiteral("photos"))).entryList(QDir::Files).size(), 3);
+    EXPECT_EQ(QDir(out(QStringLiteral("photos"))).entryList(QDir::Files).size(), 4);
 
     const CliRun everything =
         runCli(with({QStringLiteral("extract"), QStringLiteral("locked"), QStringLiteral("--password-stdin"),
@@ -128,4 +143,48 @@ TEST_F(FilesCommandTest, RememberedPasswordOpensTheBackupNextTime)
     const CliRun later = runCli(with({QStringLiteral("files"), QStringLiteral("locked")}));
     EXPECT_EQ(later.exitCode, 0) << qPrintable(later.err);
     EXPECT_TRUE(later.out.contains(QStringLiteral("Library/SMS/sms.db"))) << qPrintable(later.out);
+}
+
+TEST_F(FilesCommandTest, HostileDomainsStayInsideAndBackupsAreNeverADestination)
+{
+    const CliRun everything = runCli(
+        with({QStringLiteral("extract"), QStringLiteral("plain"), QStringLiteral("--to"), out(QStringLiteral("all"))}));
+    EXPECT_EQ(everything.exitCode, 0) << qPrintable(everything.err);
+    EXPECT_TRUE(QFile::exists(out(QStringLiteral("all/somewhere/domain-escape.txt"))));
+    for (const QString& entry : allEntries(m_out.path()))
+        EXPECT_TRUE(entry.startsWith(QStringLiteral("all"))) << qPrintable(entry);
+    EXPECT_EQ(QDir(m_root.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+              (QStringList{QStringLiteral("locked"), QStringLiteral("plain")}));
+
+    // Inside a backup, below it, or the folder of backups itself: refused before anything is written.
+    const QMap<QString, QByteArray> before = snapshot(m_root.path());
+    for (const QString& inside :
+         {m_root.filePath(QStringLiteral("plain")), m_root.filePath(QStringLiteral("plain/new/x")), m_root.path()}) {
+        const CliRun refused = runCli(with({QStringLiteral("extract"), QStringLiteral("plain"),
+                                            QStringLiteral("--photos"), QStringLiteral("--to"), inside}));
+        EXPECT_EQ(refused.exitCode, 3) << qPrintable(inside);
+        EXPECT_TRUE(refused.err.contains(QStringLiteral("never writes"))) << qPrintable(refused.err);
+    }
+    EXPECT_EQ(snapshot(m_root.path()), before);
+}
+
+TEST_F(FilesCommandTest, TheCommandLineAndTheWindowTakeTheSamePhotos)
+{
+    const CliRun listed = runCli(
+        with({QStringLiteral("files"), QStringLiteral("plain"), QStringLiteral("--photos"), QStringLiteral("--json")}));
+    ASSERT_EQ(listed.exitCode, 0) << qPrintable(listed.err);
+    QStringList cli;
+    for (const QJsonValue& file : QJsonDocument::fromJson(listed.out.toUtf8()).array())
+        cli.append(file.toObject().value(QStringLiteral("path")).toString());
+
+    // The window's photo roll is the catalogue of the same index.
+    nuvrel::IPhoneBackupReader reader(*nuvrel::BackupLocator::read(m_root.filePath(QStringLiteral("plain"))), {});
+    QStringList window;
+    for (const nuvrel::BackupPhoto& photo : nuvrel::BackupCatalogue::organize(reader.loadEntries()).photos)
+        window.append(photo.entry.path);
+    reader.cleanup();
+    cli.sort();
+    window.sort();
+    EXPECT_EQ(cli, window);
+    EXPECT_EQ(cli.size(), 4); // three JPEGs and a lower-case .mov; no sidecar, no foreign or stray picture
 }

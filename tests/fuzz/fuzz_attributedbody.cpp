@@ -1,6 +1,6 @@
 // Arbitrary bytes as a Messages attributedBody blob: a decoded text is never empty and always valid.
 
-#include "conversations/MessagesReader.h"
+#include "engines/conversations/MessagesReader.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -1,8 +1,8 @@
 // Feeds arbitrary bytes to the binary property-list reader and the file-record parser, and checks
 // that the direct walk of MBFileInfo::parse agrees with the walk over the fully decoded tree.
 
-#include "backup/BPlist.h"
-#include "backup/MBFileInfo.h"
+#include "engines/backup/MBFileInfo.h"
+#include "formats/plist/BPlist.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -1,7 +1,7 @@
 // Arbitrary bytes as a backup key bag: parsing, and unlocking with a cheap header, must never
 // misbehave, and a key bag that parses must keep its class records consistent.
 
-#include "backup/BackupKeyBag.h"
+#include "engines/backup/BackupKeyBag.h"
 
 #include <cstdint>
 #include <cstdlib>

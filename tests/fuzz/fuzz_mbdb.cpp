@@ -1,7 +1,7 @@
 // Arbitrary bytes as an oldest-layout index (Manifest.mbdb): every entry it yields must be a
 // regular file with a well-formed identifier.
 
-#include "backup/ManifestMbdb.h"
+#include "engines/backup/ManifestMbdb.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -1,6 +1,6 @@
 // Arbitrary text as a WhatsApp export: a transcript is never empty and every date in it is valid.
 
-#include "conversations/WhatsAppParser.h"
+#include "engines/conversations/WhatsAppParser.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -1,0 +1,67 @@
+#pragma once
+
+#include "app/shell/Page.h"
+#include "platform/Services.h"
+
+#include <QMainWindow>
+
+class QActionGroup;
+class QListWidget;
+class QMenu;
+class QStackedWidget;
+class QTranslator;
+
+namespace nuvrel {
+
+class BackupsModel;
+class ExplorePage;
+class HomeView;
+class WelcomeView;
+
+/// The one window: the welcome screen on first use, then the sidebar of pages and the page shown.
+/// Each page's model is made with the window and lives as long as it.
+class MainWindow final : public QMainWindow
+{
+    Q_OBJECT
+
+public:
+    static constexpr QLatin1StringView welcomeDoneKey{"welcomeDone"};
+
+    explicit MainWindow(Services services, QWidget* parent = nullptr);
+    ~MainWindow() override;
+
+    Page section() const { return m_section; }
+    void setSection(Page page);
+    bool welcomeDone() const;
+    void finishWelcome();
+
+    /// Every text again, in the language in force; also Qt's own texts (dialog buttons, file dialogs).
+    void retranslate();
+
+    QListWidget* sidebar() const { return m_sidebar; }
+    WelcomeView* welcomeView() const { return m_welcome; }
+    HomeView* homeView() const { return m_home; }
+    ExplorePage* explorePage() const { return m_explore; }
+    BackupsModel& backupsModel() const { return *m_backups; }
+    QMenu* languageMenu() const { return m_languageMenu; }
+
+private:
+    void buildMenus();
+    void installQtTranslations();
+
+    std::unique_ptr<BackupsModel> m_backups;
+    QStackedWidget* m_root;
+    WelcomeView* m_welcome;
+    QWidget* m_shell;
+    QListWidget* m_sidebar;
+    QStackedWidget* m_pages;
+    HomeView* m_home;
+    ExplorePage* m_explore;
+    QMenu* m_languageMenu = nullptr;
+    QActionGroup* m_languages = nullptr;
+    QAction* m_quit = nullptr;
+    std::unique_ptr<QTranslator> m_qtTranslator;
+    Page m_section = Page::Home;
+};
+
+} // namespace nuvrel

@@ -1,0 +1,572 @@
+#include "app/views/explore/ExplorerView.h"
+
+#include "app/shell/Icons.h"
+#include "app/shell/WindowStyler.h"
+#include "app/views/explore/PhotoGrid.h"
+#include "app/widgets/Layouts.h"
+#include "app/widgets/TwoLineDelegate.h"
+#include "l10n/L.h"
+#include "models/explorer/ExplorerModel.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QFileDialog>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QStackedWidget>
+#include <QStandardPaths>
+#include <QTabWidget>
+#include <QVBoxLayout>
+
+namespace nuvrel {
+
+namespace {
+
+enum PhasePanel { PasswordPanel, MessagePanel, ReadyPanel };
+constexpr int ChatIDRole = Qt::UserRole + 1;
+constexpr int FileRowRole = Qt::UserRole + 2;
+
+QLabel* wrappingLabel(QWidget* parent, const QString& objectName = {})
+{
+    auto* label = new QLabel(parent);
+    label->setWordWrap(true);
+    if (!objectName.isEmpty())
+        label->setObjectName(objectName);
+    return label;
+}
+
+void setColour(QLabel* label, const QColor& colour)
+{
+    QPalette palette = label->palette();
+    palette.setColor(QPalette::WindowText, colour);
+    label->setPalette(palette);
+}
+
+} // namespace
+
+ExplorerView::ExplorerView(ExplorerModel& model, QWidget* parent)
+    : QWidget(parent)
+    , m_model(model)
+{
+    m_back = new QPushButton(this);
+    m_back->setObjectName(QStringLiteral("link"));
+    m_device = new QLabel(this);
+    m_device->setObjectName(QStringLiteral("pageTitle"));
+    m_readOnly = wrappingLabel(this, QStringLiteral("muted"));
+
+    // The password's line, for an encrypted backup: kept or not, and its recovery sheet.
+    m_keyBar = new QWidget(this);
+    m_kept = new QLabel(m_keyBar);
+    m_forget = new QPushButton(m_keyBar);
+    m_forget->setObjectName(QStringLiteral("link"));
+    m_printSheet = new QPushButton(Icons::icon(QStringLiteral("printsheet")), QString(), m_keyBar);
+    m_printSheet->setObjectName(QStringLiteral("link"));
+    auto* keyLayout = new QHBoxLayout(m_keyBar);
+    keyLayout->setContentsMargins(0, 0, 0, 0);
+    keyLayout->addWidget(m_kept);
+    keyLayout->addWidget(m_forget);
+    keyLayout->addSpacing(12);
+    keyLayout->addWidget(m_printSheet);
+    keyLayout->addStretch(1);
+    connect(m_forget, &QPushButton::clicked, &m_model, &ExplorerModel::forgetPassword);
+    connect(m_printSheet, &QPushButton::clicked, &m_model, &ExplorerModel::printRescueSheet);
+
+    m_phases = new QStackedWidget(this);
+    m_phases->insertWidget(PasswordPanel, buildPasswordPanel());
+    m_phases->insertWidget(MessagePanel, buildMessagePanel());
+    m_tabs = new QTabWidget(this);
+    m_tabs->setDocumentMode(false);
+    m_tabs->addTab(buildPhotosTab(), Icons::icon(QStringLiteral("photo")), QString());
+    m_tabs->addTab(buildFilesTab(), Icons::icon(QStringLiteral("folder")), QString());
+    m_tabs->addTab(buildConversationsTab(), Icons::icon(QStringLiteral("conversations")), QString());
+    m_phases->insertWidget(ReadyPanel, m_tabs);
+
+    // The status lines under every panel.
+    m_busy = new QLabel(this);
+    m_progress = new QProgressBar(this);
+    m_progress->setTextVisible(false);
+    m_progress->setMaximumHeight(6);
+    m_stop = new QPushButton(this);
+    auto* busyRow = new QHBoxLayout;
+    busyRow->addWidget(m_busy, 1);
+    busyRow->addWidget(m_stop);
+    m_notice = wrappingLabel(this);
+    m_notice->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    m_reveal = new QPushButton(Icons::icon(QStringLiteral("reveal")), QString(), this);
+    auto* noticeRow = new QHBoxLayout;
+    noticeRow->addWidget(m_notice, 1);
+    noticeRow->addWidget(m_reveal);
+
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(28, 16, 28, 16);
+    layout->setSpacing(8);
+    auto* backRow = new QHBoxLayout;
+    backRow->addWidget(m_back);
+    backRow->addStretch(1);
+    layout->addLayout(backRow);
+    layout->addWidget(m_device);
+    layout->addWidget(m_readOnly);
+    layout->addWidget(m_keyBar);
+    layout->addSpacing(6);
+    layout->addWidget(m_phases, 1);
+    layout->addLayout(busyRow);
+    layout->addWidget(m_progress);
+    layout->addLayout(noticeRow);
+
+    connect(m_back, &QPushButton::clicked, this, &ExplorerView::backRequested);
+    connect(m_reveal, &QPushButton::clicked, &m_model, &ExplorerModel::revealLastFolder);
+    connect(m_stop, &QPushButton::clicked, &m_model, &ExplorerModel::stop);
+    connect(m_tabs, &QTabWidget::currentChanged, &m_model, &ExplorerModel::setTab);
+
+    connect(&m_model, &ExplorerModel::phaseChanged, this, &ExplorerView::renderPhase);
+    connect(&m_model, &ExplorerModel::passwordChanged, this, &ExplorerView::renderPassword);
+    connect(&m_model, &ExplorerModel::contentsChanged, this, [this] {
+        renderPhotos();
+        renderPlace();
+        renderTabTitles();
+    });
+    connect(&m_model, &ExplorerModel::shownPhotosChanged, this, &ExplorerView::renderPhotos);
+    connect(&m_model, &ExplorerModel::selectedChanged, this, &ExplorerView::renderPhotos);
+    connect(&m_model, &ExplorerModel::placeChanged, this, &ExplorerView::renderPlace);
+    connect(&m_model, &ExplorerModel::chatsChanged, this, &ExplorerView::renderChats);
+    connect(&m_model, &ExplorerModel::chatQueryChanged, this, &ExplorerView::renderChats);
+    connect(&m_model, &ExplorerModel::busyChanged, this, &ExplorerView::renderStatus);
+    connect(&m_model, &ExplorerModel::noticeChanged, this, &ExplorerView::renderStatus);
+    connect(&m_model, &ExplorerModel::lastFolderChanged, this, &ExplorerView::renderStatus);
+    connect(&m_model, &ExplorerModel::tabChanged, this, [this] { m_tabs->setCurrentIndex(m_model.tab()); });
+
+    retranslate();
+}
+
+QWidget* ExplorerView::buildPasswordPanel()
+{
+    auto* panel = new QWidget(this);
+    auto* card = new QFrame(panel);
+    card->setObjectName(QStringLiteral("card"));
+    card->setFixedWidth(600);
+
+    m_prompt = wrappingLabel(card);
+    m_password = new QLineEdit(card);
+    m_password->setEchoMode(QLineEdit::Password);
+    m_password->setClearButtonEnabled(true);
+    m_passwordError = wrappingLabel(card);
+    setColour(m_passwordError, WindowStyler::errorColour());
+    m_remember = new QCheckBox(card);
+    m_open = new QPushButton(Icons::icon(QStringLiteral("lockopen"), Qt::white), QString(), card);
+    m_open->setObjectName(QStringLiteral("primary"));
+    m_open->setDefault(true);
+    auto* buttons = new QHBoxLayout;
+    buttons->addStretch(1);
+    buttons->addWidget(m_open);
+
+    auto* cardLayout = new QVBoxLayout(card);
+    cardLayout->setContentsMargins(22, 20, 22, 20);
+    cardLayout->setSpacing(10);
+    auto* lock = new QLabel(card);
+    lock->setPixmap(Icons::icon(QStringLiteral("vault")).pixmap(QSize(32, 32), devicePixelRatioF()));
+    cardLayout->addWidget(lock);
+    cardLayout->addWidget(m_prompt);
+    cardLayout->addWidget(m_password);
+    cardLayout->addWidget(m_passwordError);
+    cardLayout->addWidget(m_remember);
+    cardLayout->addLayout(buttons);
+
+    auto* layout = new QVBoxLayout(panel);
+    layout->setContentsMargins(0, 12, 0, 0);
+    layout->addLayout(centredRow(card));
+    layout->addStretch(1);
+
+    connect(m_password, &QLineEdit::textEdited, &m_model, &ExplorerModel::setPassword);
+    connect(m_password, &QLineEdit::returnPressed, &m_model, &ExplorerModel::openBackup);
+    connect(m_open, &QPushButton::clicked, &m_model, &ExplorerModel::openBackup);
+    connect(m_remember, &QCheckBox::toggled, &m_model, &ExplorerModel::setRememberPassword);
+    return panel;
+}
+
+QWidget* ExplorerView::buildMessagePanel()
+{
+    auto* panel = new QWidget(this);
+    m_message = wrappingLabel(panel);
+    m_message->setAlignment(Qt::AlignCenter);
+    m_spinner = new QProgressBar(panel);
+    m_spinner->setRange(0, 0); // moving while the backup opens
+    m_spinner->setTextVisible(false);
+    m_spinner->setMaximumWidth(320);
+    m_retry = new QPushButton(Icons::icon(QStringLiteral("refresh")), QString(), panel);
+    auto* layout = new QVBoxLayout(panel);
+    layout->addStretch(1);
+    layout->addWidget(m_message);
+    layout->addWidget(m_spinner, 0, Qt::AlignHCenter);
+    layout->addWidget(m_retry, 0, Qt::AlignHCenter);
+    layout->addStretch(2);
+    connect(m_retry, &QPushButton::clicked, &m_model, &ExplorerModel::openBackup);
+    return panel;
+}
+
+QWidget* ExplorerView::buildPhotosTab()
+{
+    auto* tab = new QWidget(this);
+    m_photosHeader = wrappingLabel(tab);
+    m_gridModel = new PhotoGridModel(m_model, this);
+    m_grid = new PhotoGridView(*m_gridModel, tab);
+    m_showMore = new QPushButton(tab);
+    m_noneChosen = new QLabel(tab);
+    m_noneChosen->setObjectName(QStringLiteral("muted"));
+    m_extractSelected = new QPushButton(Icons::icon(QStringLiteral("extract"), Qt::white), QString(), tab);
+    m_extractSelected->setObjectName(QStringLiteral("primary"));
+    m_extractAll = new QPushButton(Icons::icon(QStringLiteral("extract")), QString(), tab);
+
+    auto* actions = new QHBoxLayout;
+    actions->addWidget(m_showMore);
+    actions->addStretch(1);
+    actions->addWidget(m_noneChosen);
+    actions->addWidget(m_extractSelected);
+    actions->addWidget(m_extractAll);
+
+    auto* layout = new QVBoxLayout(tab);
+    layout->setContentsMargins(12, 12, 12, 12);
+    layout->addWidget(m_photosHeader);
+    layout->addWidget(m_grid, 1);
+    layout->addLayout(actions);
+
+    connect(m_showMore, &QPushButton::clicked, &m_model, &ExplorerModel::showMorePhotos);
+    connect(m_extractSelected, &QPushButton::clicked, this, [this] {
+        const QString destination = pickDestination();
+        if (!destination.isEmpty())
+            m_model.extractSelectedPhotos(destination);
+    });
+    connect(m_extractAll, &QPushButton::clicked, this, [this] {
+        const QString destination = pickDestination();
+        if (!destination.isEmpty())
+            m_model.extractAllPhotos(destination);
+    });
+    return tab;
+}
+
+QWidget* ExplorerView::buildFilesTab()
+{
+    auto* tab = new QWidget(this);
+    m_domainsIntro = wrappingLabel(tab);
+    m_placeBar = new QWidget(tab);
+    m_crumbs = new QHBoxLayout;
+    m_crumbs->setSpacing(2);
+    m_extractFolder = new QPushButton(Icons::icon(QStringLiteral("extract")), QString(), m_placeBar);
+    auto* placeLayout = new QHBoxLayout(m_placeBar);
+    placeLayout->setContentsMargins(0, 0, 0, 0);
+    placeLayout->addLayout(m_crumbs, 1);
+    placeLayout->addWidget(m_extractFolder);
+
+    m_fileList = new QListWidget(tab);
+    m_fileList->setItemDelegate(new TwoLineDelegate(m_fileList));
+    m_fileList->setUniformItemSizes(true);
+    m_fileList->setProperty("rowsAreActions", true);
+    m_fileList->setIconSize(QSize(24, 24));
+
+    auto* layout = new QVBoxLayout(tab);
+    layout->setContentsMargins(12, 12, 12, 12);
+    layout->addWidget(m_domainsIntro);
+    layout->addWidget(m_placeBar);
+    layout->addWidget(m_fileList, 1);
+
+    connect(m_fileList, &QListWidget::itemActivated, this, [this](QListWidgetItem* item) {
+        if (m_model.domain().isEmpty()) {
+            m_model.openDomain(item->data(Qt::UserRole).toString());
+            return;
+        }
+        const int row = item->data(FileRowRole).toInt();
+        if (row < 0 || row >= m_model.items().size())
+            return;
+        const FolderItem& entry = m_model.items().at(row);
+        if (entry.isFolder)
+            m_model.openFolder(entry.name);
+        else if (entry.entry)
+            m_model.openFile(*entry.entry);
+    });
+    connect(m_extractFolder, &QPushButton::clicked, this, [this] {
+        const QString destination = pickDestination();
+        if (!destination.isEmpty())
+            m_model.extractCurrentFolder(destination);
+    });
+    return tab;
+}
+
+QWidget* ExplorerView::buildConversationsTab()
+{
+    auto* tab = new QWidget(this);
+    m_chatsIntro = wrappingLabel(tab);
+    m_source = new QComboBox(tab);
+    m_source->addItem(Icons::icon(QStringLiteral("conversations")), QStringLiteral("Messages"));
+    m_source->addItem(Icons::icon(QStringLiteral("conversations")), QStringLiteral("WhatsApp"));
+    m_search = new QLineEdit(tab);
+    m_search->setClearButtonEnabled(true);
+    m_search->addAction(Icons::icon(QStringLiteral("search")), QLineEdit::LeadingPosition);
+    m_chatList = new QListWidget(tab);
+    m_chatList->setItemDelegate(new TwoLineDelegate(m_chatList));
+    m_chatList->setUniformItemSizes(true);
+    m_chatList->setProperty("rowsAreActions", true);
+    m_chatList->setIconSize(QSize(24, 24));
+    m_chatsMessage = wrappingLabel(tab);
+    m_refine = wrappingLabel(tab, QStringLiteral("muted"));
+    m_saveAll = new QPushButton(Icons::icon(QStringLiteral("pdf")), QString(), tab);
+
+    auto* controls = new QHBoxLayout;
+    controls->addWidget(m_source);
+    controls->addWidget(m_search, 1);
+    auto* bottom = new QHBoxLayout;
+    bottom->addWidget(m_refine, 1);
+    bottom->addWidget(m_saveAll, 0, Qt::AlignRight);
+
+    auto* layout = new QVBoxLayout(tab);
+    layout->setContentsMargins(12, 12, 12, 12);
+    layout->addWidget(m_chatsIntro);
+    layout->addLayout(controls);
+    layout->addWidget(m_chatsMessage);
+    layout->addWidget(m_chatList, 1);
+    layout->addLayout(bottom);
+
+    connect(m_source, &QComboBox::currentIndexChanged, &m_model, &ExplorerModel::setConvSource);
+    connect(m_search, &QLineEdit::textChanged, &m_model, &ExplorerModel::setChatQuery);
+    connect(m_chatList, &QListWidget::itemActivated, this,
+            [this](QListWidgetItem* item) { m_model.createChatPDF(item->data(ChatIDRole).toLongLong()); });
+    connect(m_saveAll, &QPushButton::clicked, &m_model, &ExplorerModel::createAllChatPDFs);
+    return tab;
+}
+
+QString ExplorerView::pickDestination()
+{
+    if (m_pickDestination)
+        return m_pickDestination();
+    return QFileDialog::getExistingDirectory(this, L("Où veux-tu mettre les fichiers extraits ?"),
+                                             QStandardPaths::writableLocation(QStandardPaths::PicturesLocation));
+}
+
+void ExplorerView::retranslate()
+{
+    m_back->setText(L("← Retour aux sauvegardes"));
+    m_device->setText(m_model.backup().deviceName);
+    m_readOnly->setText(
+        L("Lecture seule : ta sauvegarde n'est jamais modifiée. Nuvrel en sort une copie de ce que tu choisis."));
+    m_prompt->setText(L("Entre le mot de passe choisi dans le Finder pour cette sauvegarde. Nuvrel ne l'enregistre "
+                        "nulle part : il sert seulement à ouvrir la sauvegarde pendant que tu l'explores. Si tu l'as "
+                        "oublié, personne (pas même Apple) ne peut le retrouver."));
+    m_password->setAccessibleName(L("Mot de passe de la sauvegarde"));
+    m_password->setPlaceholderText(L("Mot de passe de la sauvegarde"));
+    m_remember->setText(L("Garder ce mot de passe dans le Trousseau de ce Mac (recommandé : tu ne le perdras plus)"));
+    m_open->setText(L("Ouvrir la sauvegarde"));
+    m_kept->setText(L("🔑 Mot de passe gardé dans le Trousseau de ce Mac"));
+    m_forget->setText(L("Oublier le mot de passe"));
+    m_printSheet->setText(L("Imprimer une fiche de secours"));
+    m_retry->setText(L("Réessayer"));
+    m_showMore->setAccessibleName(L("Afficher plus"));
+    m_grid->setAccessibleName(L("Photos et vidéos"));
+    m_noneChosen->setText(L("Aucune photo choisie"));
+    m_extractSelected->setText(L("Extraire la sélection"));
+    m_domainsIntro->setText(L("Choisis une catégorie. Les plus utiles sont en haut."));
+    m_extractFolder->setText(L("Extraire tout ce dossier"));
+    m_fileList->setAccessibleName(L("Tous les fichiers"));
+    m_chatsIntro->setText(L("Les messages d'un téléphone sont dans une base de données qu'aucune appli ne sait ouvrir. "
+                            "Choisis une conversation : Nuvrel en fait un PDF lisible, qui s'ouvre tout de suite."));
+    m_source->setAccessibleName(L("Source des conversations"));
+    m_search->setPlaceholderText(L("Chercher une conversation ou un numéro"));
+    m_search->setAccessibleName(L("Chercher une conversation ou un numéro"));
+    m_chatList->setAccessibleName(L("Conversations"));
+    m_refine->setText(L("Affine la recherche pour voir les autres conversations."));
+    m_reveal->setText(L("Afficher dans le Finder"));
+    m_stop->setText(L("Arrêter"));
+    renderPhase();
+    renderPassword();
+    renderPhotos();
+    renderPlace();
+    renderChats();
+    renderStatus();
+    renderTabTitles();
+}
+
+void ExplorerView::renderTabTitles()
+{
+    m_tabs->setTabText(ExplorerModel::PhotosTab,
+                       L("Photos et vidéos (%@)", Localizer::locale().toString(m_model.photos().size())));
+    m_tabs->setTabText(ExplorerModel::FilesTab, L("Tous les fichiers"));
+    m_tabs->setTabText(ExplorerModel::ConversationsTab, L("Messages / iMessage"));
+}
+
+void ExplorerView::renderPhase()
+{
+    switch (m_model.phase()) {
+    case ExplorerModel::Phase::AskPassword:
+        m_phases->setCurrentIndex(PasswordPanel);
+        m_passwordError->setText(m_model.failureMessage());
+        m_passwordError->setVisible(!m_model.failureMessage().isEmpty());
+        if (isVisible())
+            m_password->setFocus();
+        // A refused password is selected, so that the next try replaces it.
+        if (!m_model.failureMessage().isEmpty())
+            m_password->selectAll();
+        break;
+    case ExplorerModel::Phase::Loading:
+        m_phases->setCurrentIndex(MessagePanel);
+        m_message->setText(L("Lecture de la sauvegarde… une grosse sauvegarde peut prendre une minute."));
+        m_spinner->show();
+        m_retry->hide();
+        break;
+    case ExplorerModel::Phase::Failed:
+        m_phases->setCurrentIndex(MessagePanel);
+        m_message->setText(m_model.failureMessage());
+        m_spinner->hide();
+        m_retry->show();
+        break;
+    case ExplorerModel::Phase::Ready:
+        m_phases->setCurrentIndex(ReadyPanel);
+        m_tabs->setCurrentIndex(m_model.tab());
+        break;
+    }
+    renderPassword();
+}
+
+void ExplorerView::renderPassword()
+{
+    if (m_password->text() != m_model.password())
+        m_password->setText(m_model.password());
+    m_remember->setChecked(m_model.rememberPassword());
+    m_remember->setVisible(!m_model.savedPassword());
+    m_kept->setVisible(m_model.savedPassword());
+    m_forget->setVisible(m_model.savedPassword());
+    m_printSheet->setVisible(m_model.canPrintRescueSheet());
+    m_keyBar->setVisible(m_model.backup().isEncrypted && (m_model.savedPassword() || m_model.canPrintRescueSheet()));
+    m_open->setEnabled(!m_model.password().isEmpty());
+}
+
+void ExplorerView::renderPhotos()
+{
+    const qsizetype total = m_model.photos().size();
+    const QLocale locale = Localizer::locale();
+    m_photosHeader->setText(m_model.photosHeader());
+    const qsizetype hidden = total - std::min<qsizetype>(total, m_model.shownPhotos());
+    m_showMore->setVisible(hidden > 0);
+    m_showMore->setText(L("Afficher plus (%@)", locale.toString(hidden)));
+    const bool none = m_model.selected().isEmpty();
+    m_noneChosen->setVisible(none && total > 0);
+    m_extractSelected->setVisible(!none);
+    if (!none)
+        m_extractSelected->setText(L("Extraire la sélection") +
+                                   QStringLiteral(" (%1)").arg(locale.toString(m_model.selected().size())));
+    m_extractAll->setText(L("Tout extraire (%@)", locale.toString(total)));
+    m_extractAll->setEnabled(total > 0 && m_model.busy().isEmpty());
+    m_grid->setVisible(total > 0);
+}
+
+void ExplorerView::renderPlace()
+{
+    const bool inDomain = !m_model.domain().isEmpty();
+    m_domainsIntro->setVisible(!inDomain);
+    m_placeBar->setVisible(inDomain);
+    m_fileList->clear();
+    const QLocale locale = Localizer::locale();
+
+    // The path as buttons: each one goes back up to its place.
+    // Later, not now: the button clicked may be the one that asked for this.
+    while (QLayoutItem* item = m_crumbs->takeAt(0)) {
+        if (QWidget* widget = item->widget()) {
+            widget->hide();
+            widget->deleteLater();
+        }
+        delete item;
+    }
+    if (!inDomain) {
+        for (const DomainRow& row : m_model.domains()) {
+            // Titled now, not when the backup was opened: the language may have changed since.
+            auto* item = new QListWidgetItem(Icons::icon(QStringLiteral("folder")),
+                                             BackupCatalogue::friendly(row.domain), m_fileList);
+            item->setData(Qt::UserRole, row.domain);
+            item->setData(TwoLineDelegate::DetailRole, L("%@ fichier(s)", locale.toString(row.count)));
+        }
+        return;
+    }
+    const auto addCrumb = [this](const QString& text, int depth, bool current) {
+        auto* button = new QPushButton(text, m_placeBar);
+        button->setObjectName(QStringLiteral("link"));
+        button->setEnabled(!current);
+        connect(button, &QPushButton::clicked, &m_model, [this, depth] { m_model.goUp(depth); });
+        if (m_crumbs->count() > 0) {
+            auto* separator = new QLabel(QStringLiteral("›"), m_placeBar);
+            separator->setObjectName(QStringLiteral("muted"));
+            m_crumbs->addWidget(separator);
+        }
+        m_crumbs->addWidget(button);
+    };
+    addCrumb(L("Tous les fichiers"), -1, false);
+    addCrumb(BackupCatalogue::friendly(m_model.domain()), 0, m_model.folder().isEmpty());
+    for (int depth = 0; depth < m_model.folder().size(); ++depth)
+        addCrumb(m_model.folder().at(depth), depth + 1, depth + 1 == m_model.folder().size());
+    m_crumbs->addStretch(1);
+
+    int row = 0;
+    for (const FolderItem& item : m_model.items()) {
+        auto* listItem = new QListWidgetItem(
+            Icons::icon(item.isFolder ? QStringLiteral("folder") : QStringLiteral("file")), item.name, m_fileList);
+        listItem->setData(FileRowRole, row++);
+        const QString detail = item.isFolder ? L("%@ fichier(s)", locale.toString(item.count)) + QStringLiteral(" · ") +
+                                                   Localizer::formatByteCount(item.size)
+                                             : Localizer::formatByteCount(item.size);
+        listItem->setData(TwoLineDelegate::DetailRole, detail);
+    }
+    if (m_fileList->count() > 0)
+        m_fileList->setCurrentRow(0);
+}
+
+void ExplorerView::renderChats()
+{
+    m_source->setCurrentIndex(m_model.convSource());
+    if (m_search->text() != m_model.chatQuery())
+        m_search->setText(m_model.chatQuery());
+    const QString message = m_model.chatsLoading() ? L("Lecture des conversations…") : m_model.chatsMessage();
+    m_chatsMessage->setText(message);
+    m_chatsMessage->setVisible(!message.isEmpty());
+
+    m_chatList->clear();
+    const QList<MessagesChatInfo> chats = m_model.visibleChats();
+    for (const MessagesChatInfo& chat : chats) {
+        auto* item = new QListWidgetItem(Icons::icon(QStringLiteral("pdf")), chat.title, m_chatList);
+        item->setData(ChatIDRole, chat.id);
+        const QString detail = L("%@ messages · dernier le ", Localizer::locale().toString(chat.count)) +
+                               Localizer::formatDateTime(chat.last);
+        item->setData(TwoLineDelegate::DetailRole, detail);
+    }
+    m_chatList->setVisible(!chats.isEmpty());
+    m_refine->setVisible(m_model.chatsTruncated());
+    m_saveAll->setVisible(!chats.isEmpty());
+    m_saveAll->setText(L("Tout enregistrer (%@)", Localizer::locale().toString(chats.size())));
+}
+
+void ExplorerView::renderStatus()
+{
+    const bool busy = !m_model.busy().isEmpty();
+    m_busy->setText(m_model.busy());
+    m_busy->setVisible(busy && m_model.phase() == ExplorerModel::Phase::Ready);
+    m_progress->setVisible(busy && m_model.phase() == ExplorerModel::Phase::Ready);
+    m_stop->setVisible(m_model.canStop());
+    if (m_model.progress() < 0) {
+        m_progress->setRange(0, 0);
+    } else {
+        m_progress->setRange(0, 1000);
+        m_progress->setValue(int(m_model.progress() * 1000));
+    }
+    const bool failure = !m_model.errorNotice().isEmpty();
+    m_notice->setText(failure ? m_model.errorNotice() : m_model.notice());
+    m_notice->setVisible(!m_notice->text().isEmpty());
+    setColour(m_notice, failure ? WindowStyler::errorColour() : WindowStyler::successColour());
+    m_reveal->setVisible(!m_model.lastFolder().isEmpty() && !busy);
+
+    // One task at a time: the actions wait for the running one.
+    for (QPushButton* action : {m_extractSelected, m_extractFolder, m_saveAll})
+        action->setEnabled(!busy);
+    m_extractAll->setEnabled(!busy && !m_model.photos().isEmpty());
+    m_chatList->setEnabled(!busy);
+    m_fileList->setEnabled(!busy);
+}
+
+} // namespace nuvrel

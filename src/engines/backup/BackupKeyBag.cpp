@@ -1,0 +1,216 @@
+#include "engines/backup/BackupKeyBag.h"
+
+#include "formats/crypto/Pbkdf2.h"
+
+#include <QtEndian>
+
+#include <openssl/evp.h>
+
+#include <array>
+#include <cstring>
+#include <memory>
+
+namespace nuvrel {
+
+namespace {
+
+constexpr int derivedKeySize = 32;
+constexpr quint64 wrapFlagPasscode = 2;
+const QByteArray uuidTag = QByteArrayLiteral("UUID");
+
+bool isClassTag(QByteArrayView tag)
+{
+    return tag == "CLAS" || tag == "WRAP" || tag == "WPKY" || tag == "KTYP" || tag == "PBKY";
+}
+
+bool isAesKeySize(qsizetype size)
+{
+    return size == 16 || size == 24 || size == 32;
+}
+
+const EVP_CIPHER* ecbCipher(qsizetype keySize)
+{
+    switch (keySize) {
+    case 16: return EVP_aes_128_ecb();
+    case 24: return EVP_aes_192_ecb();
+    case 32: return EVP_aes_256_ecb();
+    default: return nullptr;
+    }
+}
+
+struct CipherContextDeleter
+{
+    void operator()(EVP_CIPHER_CTX* context) const { EVP_CIPHER_CTX_free(context); }
+};
+using CipherContext = std::unique_ptr<EVP_CIPHER_CTX, CipherContextDeleter>;
+
+// An ECB decryptor for whole blocks, set up once for the many blocks of one unwrap.
+CipherContext ecbDecryptor(QByteArrayView key)
+{
+    const EVP_CIPHER* cipher = ecbCipher(key.size());
+    if (!cipher)
+        return nullptr;
+    CipherContext context(EVP_CIPHER_CTX_new());
+    if (!context ||
+        EVP_DecryptInit_ex(context.get(), cipher, nullptr, reinterpret_cast<const unsigned char*>(key.data()),
+                           nullptr) != 1 ||
+        EVP_CIPHER_CTX_set_padding(context.get(), 0) != 1)
+        return nullptr;
+    return context;
+}
+
+bool decryptBlock(EVP_CIPHER_CTX* context, const unsigned char* in, unsigned char* out)
+{
+    int written = 0;
+    return EVP_DecryptUpdate(context, out, &written, in, 16) == 1 && written == 16;
+}
+
+} // namespace
+
+quint64 BackupKeyBag::intValue(QByteArrayView bytes)
+{
+    quint64 value = 0;
+    for (char byte : bytes)
+        value = (value << 8) | static_cast<quint8>(byte);
+    return value;
+}
+
+std::optional<BackupKeyBag> BackupKeyBag::parse(QByteArrayView data)
+{
+    BackupKeyBag bag;
+    std::optional<Record> current;
+    qsizetype at = 0;
+    while (at < data.size()) {
+        if (data.size() - at < 8)
+            return std::nullopt;
+        const QByteArray tag = data.sliced(at, 4).toByteArray();
+        const quint32 length = qFromBigEndian<quint32>(data.data() + at + 4);
+        at += 8;
+        if (length > static_cast<quint64>(data.size() - at))
+            return std::nullopt;
+        const QByteArray value = data.sliced(at, length).toByteArray();
+        at += length;
+
+        if (tag == uuidTag && bag.m_attrs.contains(uuidTag)) {
+            // Once the header has its identifier, each further one opens a class record.
+            if (current)
+                bag.m_classes.append(*current);
+            current = Record{{tag, value}};
+        } else if (current && isClassTag(tag)) {
+            current->insert(tag, value);
+        } else {
+            // Before the first class record every tag is the header's, its own "WRAP" included.
+            bag.m_attrs.insert(tag, value);
+        }
+    }
+    if (current)
+        bag.m_classes.append(*current);
+    if (!bag.m_attrs.contains("SALT") || !bag.m_attrs.contains("ITER"))
+        return std::nullopt;
+    return bag;
+}
+
+bool BackupKeyBag::unlock(const QString& password, const std::atomic<bool>* cancel)
+{
+    m_classKeys.clear();
+    const QByteArray secret = password.toUtf8();
+    const quint64 iterations = intValue(m_attrs.value("ITER"));
+    // The platform's derivation takes a 32-bit round count and refuses zero; keep the same contract.
+    const auto acceptable = [](quint64 rounds) { return rounds >= 1 && rounds <= 0xFFFFFFFFu; };
+    if (!acceptable(iterations))
+        return false;
+
+    std::optional<QByteArray> key;
+    if (m_attrs.contains("DPSL") && m_attrs.contains("DPIC")) {
+        const quint64 firstIterations = intValue(m_attrs.value("DPIC"));
+        if (!acceptable(firstIterations))
+            return false;
+        const std::optional<QByteArray> first = Pbkdf2::derive(Pbkdf2::Hash::Sha256, secret, m_attrs.value("DPSL"),
+                                                               firstIterations, derivedKeySize, cancel);
+        if (!first)
+            return false;
+        key = Pbkdf2::derive(Pbkdf2::Hash::Sha1, *first, m_attrs.value("SALT"), iterations, derivedKeySize, cancel);
+    } else {
+        key = Pbkdf2::derive(Pbkdf2::Hash::Sha1, secret, m_attrs.value("SALT"), iterations, derivedKeySize, cancel);
+    }
+    if (!key)
+        return false;
+
+    for (const Record& record : std::as_const(m_classes)) {
+        const quint64 wrap = intValue(record.value("WRAP"));
+        const auto wrapped = record.constFind("WPKY");
+        if (!(wrap & wrapFlagPasscode) || wrapped == record.cend())
+            continue;
+        const std::optional<QByteArray> classKey = aesUnwrap(*key, *wrapped);
+        if (!classKey) {
+            m_classKeys.clear();
+            return false;
+        }
+        m_classKeys.insert(intValue(record.value("CLAS")), *classKey);
+    }
+    return true;
+}
+
+std::optional<BackupKeyBag::WrappedKey> BackupKeyBag::WrappedKey::split(QByteArrayView value)
+{
+    if (value.size() < 5)
+        return std::nullopt;
+    return WrappedKey{qFromLittleEndian<quint32>(value.data()), value.sliced(4)};
+}
+
+std::optional<QByteArray> BackupKeyBag::unwrap(const WrappedKey& key) const
+{
+    const auto classKey = m_classKeys.constFind(key.protectionClass);
+    if (classKey == m_classKeys.cend())
+        return std::nullopt;
+    std::optional<QByteArray> plain = aesUnwrap(*classKey, key.wrapped);
+    if (!plain || !isAesKeySize(plain->size()))
+        return std::nullopt;
+    return plain;
+}
+
+std::optional<QByteArray> BackupKeyBag::aesUnwrap(QByteArrayView kek, QByteArrayView wrapped)
+{
+    if (wrapped.size() < 24 || wrapped.size() % 8 != 0)
+        return std::nullopt;
+    const CipherContext context = ecbDecryptor(kek);
+    if (!context)
+        return std::nullopt;
+
+    const qsizetype n = wrapped.size() / 8 - 1;
+    quint64 a = qFromBigEndian<quint64>(wrapped.data());
+    QByteArray r = wrapped.sliced(8).toByteArray();
+    auto* blocks = reinterpret_cast<unsigned char*>(r.data());
+    std::array<unsigned char, 16> in;
+    std::array<unsigned char, 16> out;
+    for (int j = 5; j >= 0; --j) {
+        for (qsizetype i = n; i >= 1; --i) {
+            const auto t = static_cast<quint64>(n * j + i);
+            qToBigEndian(a ^ t, in.data());
+            std::memcpy(in.data() + 8, blocks + (i - 1) * 8, 8);
+            if (!decryptBlock(context.get(), in.data(), out.data()))
+                return std::nullopt;
+            a = qFromBigEndian<quint64>(out.data());
+            std::memcpy(blocks + (i - 1) * 8, out.data() + 8, 8);
+        }
+    }
+    if (a != 0xA6A6A6A6A6A6A6A6ull)
+        return std::nullopt;
+    return r;
+}
+
+QByteArray BackupKeyBag::aesECBDecrypt(QByteArrayView key, QByteArrayView block)
+{
+    if (block.size() != 16)
+        return {};
+    const CipherContext context = ecbDecryptor(key);
+    if (!context)
+        return {};
+    QByteArray out(16, Qt::Uninitialized);
+    if (!decryptBlock(context.get(), reinterpret_cast<const unsigned char*>(block.data()),
+                      reinterpret_cast<unsigned char*>(out.data())))
+        return {};
+    return out;
+}
+
+} // namespace nuvrel

@@ -1,0 +1,96 @@
+#include "engines/backup/BackupLocator.h"
+
+#include "formats/plist/PropertyList.h"
+
+#include <QDir>
+#include <QSettings>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace nuvrel {
+
+namespace {
+
+QString textOr(const QVariantMap& info, QLatin1StringView key, const QString& fallback)
+{
+    const QVariant value = info.value(key);
+    return value.typeId() == QMetaType::QString ? value.toString() : fallback;
+}
+
+} // namespace
+
+QString BackupLocator::defaultRoot()
+{
+    return QDir::homePath() + QLatin1StringView("/Library/Application Support/MobileSync/Backup");
+}
+
+QString BackupLocator::root()
+{
+    QString fromEnvironment = qEnvironmentVariable(environmentVariable.data());
+    if (!fromEnvironment.isEmpty())
+        return fromEnvironment;
+    QString fromSettings = QSettings().value(settingsKey).toString();
+    if (!fromSettings.isEmpty())
+        return fromSettings;
+    return defaultRoot();
+}
+
+BackupScan BackupLocator::scan()
+{
+    return scan(root());
+}
+
+bool BackupLocator::isPermissionRefusal(int error)
+{
+    return error == EACCES || error == EPERM;
+}
+
+BackupScan BackupLocator::scan(const QString& root, const DirectoryLister& lister)
+{
+    const DirectoryListing listing = lister(root);
+    if (listing.error != 0)
+        return isPermissionRefusal(listing.error) ? BackupScan::needsFullDiskAccess() : BackupScan::empty();
+
+    QList<PhoneBackup> backups;
+    const QDir rootDir(root);
+    for (const QString& name : listing.names) {
+        if (name.startsWith(u'.'))
+            continue;
+        if (std::optional<PhoneBackup> backup = read(rootDir.filePath(name)))
+            backups.append(std::move(*backup));
+    }
+    // Newest first; undated backups last; equal dates keep the listing order.
+    std::stable_sort(backups.begin(), backups.end(), [](const PhoneBackup& a, const PhoneBackup& b) {
+        if (!b.lastBackup)
+            return a.lastBackup.has_value();
+        return a.lastBackup && *a.lastBackup > *b.lastBackup;
+    });
+    return BackupScan::found(std::move(backups));
+}
+
+std::optional<PhoneBackup> BackupLocator::read(const QString& folder)
+{
+    const QDir dir(folder);
+    const QVariant info = PropertyList::readFile(dir.filePath(QStringLiteral("Info.plist")));
+    if (info.typeId() != QMetaType::QVariantMap)
+        return std::nullopt;
+    const QVariantMap infoMap = info.toMap();
+
+    PhoneBackup backup;
+    backup.id = dir.dirName();
+    backup.url = dir.absolutePath();
+    backup.deviceName = textOr(infoMap, QLatin1StringView("Device Name"), QStringLiteral("iPhone"));
+    backup.productType = textOr(infoMap, QLatin1StringView("Product Type"), {});
+    backup.iosVersion = textOr(infoMap, QLatin1StringView("Product Version"), {});
+    const QVariant date = infoMap.value(QStringLiteral("Last Backup Date"));
+    if (date.typeId() == QMetaType::QDateTime && date.toDateTime().isValid())
+        backup.lastBackup = date.toDateTime();
+
+    const QVariant manifest = PropertyList::readFile(dir.filePath(QStringLiteral("Manifest.plist")));
+    const QVariant encrypted = manifest.toMap().value(QStringLiteral("IsEncrypted"));
+    backup.isEncrypted = encrypted.typeId() == QMetaType::Bool && encrypted.toBool();
+    return backup;
+}
+
+} // namespace nuvrel

@@ -1,0 +1,65 @@
+#pragma once
+
+#include "ground/SystemError.h"
+
+#include <QString>
+
+#include <exception>
+
+namespace nuvrel {
+
+/// Why a backup, or one file of it, could not be read. Thrown by IPhoneBackupReader; the caller shows
+/// message(), which is localised when it is asked for.
+class BackupReadError final : public std::exception
+{
+public:
+    enum class Kind { Unreadable, NeedsPassword, WrongPassword, Unsupported, WriteFailed, Cancelled };
+    /// The part of the backup an Unreadable error is about.
+    enum class Subject { ManifestDb, ManifestMbdb, FileList, MissingFile, Decryption, MissingFileKey, FileKey };
+
+    static BackupReadError unreadable(Subject subject) { return BackupReadError(Kind::Unreadable, subject, {}); }
+    static BackupReadError needsPassword() { return BackupReadError(Kind::NeedsPassword, {}, {}); }
+    static BackupReadError wrongPassword() { return BackupReadError(Kind::WrongPassword, {}, {}); }
+    static BackupReadError unsupported() { return BackupReadError(Kind::Unsupported, {}, {}); }
+    /// Writing an extracted file failed (full disk, no permission); `path` is the file.
+    static BackupReadError writeFailed(const QString& path, SystemErrorKind why = SystemErrorKind::Other)
+    {
+        BackupReadError error(Kind::WriteFailed, {}, path);
+        error.m_writeKind = why;
+        return error;
+    }
+    static BackupReadError writeFailed(const FileError& error) { return writeFailed(error.path(), error.kind()); }
+    /// The caller asked the work to stop (the explorer closed while a file was being copied).
+    static BackupReadError cancelled() { return BackupReadError(Kind::Cancelled, {}, {}); }
+
+    Kind kind() const { return m_kind; }
+    Subject subject() const { return m_subject; }
+    QString path() const { return m_path; }
+    /// Why a write failed, as far as the system said.
+    SystemErrorKind writeKind() const { return m_writeKind; }
+
+    /// The text for the user, in the language in force.
+    QString message() const;
+    /// A fixed English description, for logs and test output.
+    const char* what() const noexcept override;
+
+    friend bool operator==(const BackupReadError& a, const BackupReadError& b)
+    {
+        return a.m_kind == b.m_kind && (a.m_kind != Kind::Unreadable || a.m_subject == b.m_subject) &&
+               a.m_path == b.m_path;
+    }
+
+private:
+    BackupReadError(Kind kind, Subject subject, QString path)
+        : m_kind(kind)
+        , m_subject(subject)
+        , m_path(std::move(path))
+    {}
+
+    Kind m_kind;
+    Subject m_subject;
+    QString m_path;
+    SystemErrorKind m_writeKind = SystemErrorKind::Other;
+};
+
+} // namespace nuvrel

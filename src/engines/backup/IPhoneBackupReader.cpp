@@ -1,0 +1,382 @@
+#include "engines/backup/IPhoneBackupReader.h"
+
+#include "engines/backup/ManifestMbdb.h"
+#include "formats/crypto/AesCbcDecryptor.h"
+#include "formats/plist/PropertyList.h"
+#include "ground/FreeName.h"
+#include "ground/NewFile.h"
+
+#include <QBuffer>
+#include <QDir>
+#include <QFileInfo>
+#include <QHash>
+#include <QSaveFile>
+#include <QStandardPaths>
+#include <QUrl>
+#include <QUuid>
+
+#include <sqlite3.h>
+
+#include <cerrno>
+
+namespace nuvrel {
+
+namespace {
+
+constexpr qint64 chunkSize = 1 << 20;
+constexpr qint64 smallestPlainIndex = 101; // a real index database is never this small
+
+// The backup's id names a folder of ours; keep it from naming anything else.
+QString safeFolderName(const QString& id)
+{
+    QString name = id;
+    name.replace(u'/', u'_').replace(u'\\', u'_');
+    if (name.isEmpty() || name == u"." || name == u"..")
+        name = QStringLiteral("backup");
+    return name;
+}
+
+QString deviceName(const QIODevice& device)
+{
+    const auto* file = qobject_cast<const QFileDevice*>(&device);
+    return file ? file->fileName() : QString();
+}
+
+// Decrypts `input` into `output` in 1 MiB pieces and returns the bytes written. With `limit` set, the
+// output stops at that many bytes: the recorded size, which drops the cipher's padding without reading it.
+qint64 decryptStream(QIODevice& input, AesCbcDecryptor& decryptor, QIODevice& output, std::optional<qint64> limit,
+                     BackupReadError::Subject readFailure, const std::atomic<bool>* cancel = nullptr)
+{
+    QByteArray in(chunkSize, Qt::Uninitialized);
+    QByteArray out(chunkSize + 64, Qt::Uninitialized);
+    qint64 written = 0;
+    while (!limit || written < *limit) {
+        if (cancel && cancel->load(std::memory_order_relaxed))
+            throw BackupReadError::cancelled();
+        const qint64 read = input.read(in.data(), chunkSize);
+        if (read < 0)
+            throw BackupReadError::unreadable(readFailure);
+        if (read == 0)
+            break;
+        const qsizetype produced = decryptor.update(QByteArrayView(in.constData(), read), out.data());
+        if (produced < 0)
+            throw BackupReadError::unreadable(BackupReadError::Subject::Decryption);
+        const qint64 take = limit ? std::min<qint64>(produced, *limit - written) : produced;
+        if (output.write(out.constData(), take) != take)
+            throw BackupReadError::writeFailed(deviceName(output), systemErrorKind(errno));
+        written += take;
+    }
+    return written;
+}
+
+// Copies a plain stored file in 1 MiB pieces, so that a cancel is seen inside a large video.
+void copyStream(QIODevice& input, QIODevice& output, const std::atomic<bool>* cancel)
+{
+    QByteArray buffer(chunkSize, Qt::Uninitialized);
+    while (true) {
+        if (cancel && cancel->load(std::memory_order_relaxed))
+            throw BackupReadError::cancelled();
+        const qint64 read = input.read(buffer.data(), chunkSize);
+        if (read < 0)
+            throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
+        if (read == 0)
+            return;
+        if (output.write(buffer.constData(), read) != read)
+            throw BackupReadError::writeFailed(deviceName(output), systemErrorKind(errno));
+    }
+}
+
+} // namespace
+
+IPhoneBackupReader::IPhoneBackupReader(PhoneBackup backup, const QString& password, const std::atomic<bool>* cancel)
+    : m_backup(std::move(backup))
+    // A folder of this reader's own: a reader closing late (its last work ending on a worker) must not
+    // delete the copies of a newer reader of the same backup.
+    , m_tempDir(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
+                QStringLiteral("/Nuvrel/Temp/") + safeFolderName(m_backup.id) + u'/' +
+                QUuid::createUuid().toString(QUuid::Id128).left(12))
+{
+    const QString temp = tempDir();
+    QDir().mkpath(temp);
+    // It will hold the decrypted index and decrypted files: nobody else may read it.
+    QFile::setPermissions(temp, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+
+    const QDir folder(m_backup.url);
+    const QString manifest = folder.filePath(QStringLiteral("Manifest.db"));
+    const bool hasDatabase = QFileInfo(manifest).isFile();
+    try {
+        if (m_backup.isEncrypted)
+            openEncrypted(password, cancel, hasDatabase ? manifest : QString());
+        else if (hasDatabase)
+            openDatabase(manifest);
+        if (!hasDatabase) {
+            QFile mbdb(folder.filePath(QStringLiteral("Manifest.mbdb")));
+            if (!mbdb.open(QIODevice::ReadOnly))
+                throw BackupReadError::unreadable(BackupReadError::Subject::ManifestMbdb);
+            QList<BackupEntry> entries = ManifestMbdb::parse(mbdb.readAll());
+            if (entries.isEmpty())
+                throw BackupReadError::unsupported();
+            m_legacyEntries = std::move(entries);
+        }
+    } catch (...) {
+        closeDatabase();
+        cleanup(); // a reader that never opened leaves no folder behind
+        throw;
+    }
+}
+
+IPhoneBackupReader::~IPhoneBackupReader()
+{
+    closeDatabase();
+}
+
+void IPhoneBackupReader::openEncrypted(const QString& password, const std::atomic<bool>* cancel,
+                                       const QString& manifest)
+{
+    if (password.isEmpty())
+        throw BackupReadError::needsPassword();
+    const QVariant plist = PropertyList::readFile(QDir(m_backup.url).filePath(QStringLiteral("Manifest.plist")));
+    const QVariant bagValue = plist.toMap().value(QStringLiteral("BackupKeyBag"));
+    if (plist.typeId() != QMetaType::QVariantMap || bagValue.typeId() != QMetaType::QByteArray)
+        throw BackupReadError::unsupported();
+    m_keybag = BackupKeyBag::parse(bagValue.toByteArray());
+    if (!m_keybag)
+        throw BackupReadError::unsupported();
+    if (!m_keybag->unlock(password, cancel))
+        throw BackupReadError::wrongPassword();
+    if (manifest.isEmpty())
+        return; // the oldest layout: its index is not encrypted
+
+    const QVariant manifestKey = plist.toMap().value(QStringLiteral("ManifestKey"));
+    const std::optional<BackupKeyBag::WrappedKey> wrapped =
+        manifestKey.typeId() == QMetaType::QByteArray ? BackupKeyBag::WrappedKey::split(manifestKey.toByteArray())
+                                                      : std::nullopt;
+    if (!wrapped || !m_keybag->classKeys().contains(wrapped->protectionClass))
+        throw BackupReadError::unsupported();
+    const std::optional<QByteArray> key = m_keybag->unwrap(*wrapped);
+    if (!key)
+        throw BackupReadError::wrongPassword();
+    decryptIndex(manifest, *key);
+    openDatabase(*m_tempDB);
+}
+
+void IPhoneBackupReader::decryptIndex(const QString& manifest, const QByteArray& key)
+{
+    // Streamed rather than decrypted whole: an index of a large phone runs to hundreds of megabytes.
+    QFile input(manifest);
+    if (!input.open(QIODevice::ReadOnly))
+        throw BackupReadError::unreadable(BackupReadError::Subject::ManifestDb);
+    AesCbcDecryptor decryptor(key);
+    if (!decryptor.isValid())
+        throw BackupReadError::unreadable(BackupReadError::Subject::Decryption);
+    const QString plainPath = QDir(tempDir()).filePath(QStringLiteral("manifest.db"));
+    QSaveFile output(plainPath);
+    if (!output.open(QIODevice::WriteOnly))
+        throw BackupReadError::writeFailed(plainPath);
+    const qint64 total = decryptStream(input, decryptor, output, std::nullopt, BackupReadError::Subject::ManifestDb);
+    if (total < smallestPlainIndex)
+        throw BackupReadError::unreadable(BackupReadError::Subject::Decryption);
+    if (!output.commit())
+        throw BackupReadError::writeFailed(plainPath);
+    m_tempDB = plainPath;
+}
+
+void IPhoneBackupReader::openDatabase(const QString& path)
+{
+    // Immutable: SQLite takes no lock and writes no journal beside a file we must not touch.
+    const QByteArray uri = QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()).toEncoded() + "?immutable=1";
+    if (sqlite3_open_v2(uri.constData(), &m_db, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr) != SQLITE_OK) {
+        sqlite3_close(m_db);
+        m_db = nullptr;
+        throw BackupReadError::unreadable(BackupReadError::Subject::ManifestDb);
+    }
+}
+
+QList<BackupEntry> IPhoneBackupReader::loadEntries() const
+{
+    if (m_legacyEntries)
+        return *m_legacyEntries;
+    if (!m_db)
+        return {};
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_prepare_v2(m_db, "SELECT fileID, domain, relativePath, file FROM Files WHERE flags = 1", -1, &statement,
+                           nullptr) != SQLITE_OK) {
+        sqlite3_finalize(statement);
+        throw BackupReadError::unreadable(BackupReadError::Subject::FileList);
+    }
+    const auto text = [statement](int column) {
+        return QString::fromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(statement, column)),
+                                 sqlite3_column_bytes(statement, column));
+    };
+    QList<BackupEntry> entries;
+    // A few dozen domains are shared by hundreds of thousands of rows: keep one copy of each.
+    QHash<QByteArray, QString> domains;
+    // A damaged index can fail half-way; what was read before stays usable, as with a truncated old index.
+    while (sqlite3_step(statement) == SQLITE_ROW) {
+        if (sqlite3_column_type(statement, 0) != SQLITE_TEXT || sqlite3_column_type(statement, 1) != SQLITE_TEXT ||
+            sqlite3_column_type(statement, 2) != SQLITE_TEXT)
+            continue;
+        BackupEntry entry;
+        entry.fileID = text(0);
+        const QByteArray domainKey(reinterpret_cast<const char*>(sqlite3_column_text(statement, 1)),
+                                   sqlite3_column_bytes(statement, 1));
+        auto domain = domains.find(domainKey);
+        if (domain == domains.end())
+            domain = domains.insert(domainKey, QString::fromUtf8(domainKey));
+        entry.domain = *domain;
+        entry.path = text(2);
+        if (const int size = sqlite3_column_bytes(statement, 3); size > 0)
+            entry.blob = QByteArray(static_cast<const char*>(sqlite3_column_blob(statement, 3)), size);
+        entries.append(std::move(entry));
+    }
+    sqlite3_finalize(statement);
+    return entries;
+}
+
+std::optional<QString> IPhoneBackupReader::storedURL(const QString& fileID) const
+{
+    if (!BackupEntry::isValidFileID(fileID))
+        return std::nullopt;
+    const QDir folder(m_backup.url);
+    const QString nested = folder.filePath(fileID.left(2) + u'/' + fileID);
+    if (QFileInfo(nested).isFile())
+        return nested;
+    const QString flat = folder.filePath(fileID);
+    if (QFileInfo(flat).isFile())
+        return flat;
+    return std::nullopt;
+}
+
+QString IPhoneBackupReader::uniqueURL(const QString& location)
+{
+    return freeName(location, FreeNameStyle::Parenthesised);
+}
+
+QString IPhoneBackupReader::extract(const BackupEntry& entry, const QString& destination,
+                                    const std::atomic<bool>* cancel) const
+{
+    const MBFileInfo meta = entry.meta();
+    const std::optional<QString> stored = storedURL(entry.fileID);
+    if (!stored)
+        throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
+    // Written under a temporary name and named when whole: a failure or a cancel leaves nothing.
+    try {
+        NewFile output(destination, FreeNameStyle::Parenthesised);
+        if (m_keybag) {
+            decrypt(entry, output.device(), cancel);
+        } else {
+            QFile input(*stored);
+            if (!input.open(QIODevice::ReadOnly))
+                throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
+            copyStream(input, output.device(), cancel);
+        }
+        return output.commit(meta.mtime);
+    } catch (const FileError& error) {
+        throw BackupReadError::writeFailed(error);
+    } catch (const BackupReadError& error) {
+        if (error.kind() != BackupReadError::Kind::WriteFailed)
+            throw;
+        throw BackupReadError::writeFailed(destination, error.writeKind()); // not the temporary name
+    }
+}
+
+QString IPhoneBackupReader::openableURL(const BackupEntry& entry, const QString& name) const
+{
+    // One folder per entry keeps the file's own name while two entries may share it.
+    QString fileName = QFileInfo(name).fileName();
+    if (fileName.isEmpty() || fileName == u"." || fileName == u"..")
+        fileName = entry.fileName().isEmpty() ? QStringLiteral("fichier") : entry.fileName();
+    const QString folder = QDir(tempDir()).filePath(
+        QStringLiteral("ouvrir/") + (BackupEntry::isValidFileID(entry.fileID) ? entry.fileID : QStringLiteral("x")));
+    const QString target = QDir(folder).filePath(fileName);
+    if (QFileInfo(target).isFile())
+        return target; // made before, and whole: a copy only ever appears there complete
+    return extract(entry, target);
+}
+
+QByteArray IPhoneBackupReader::fileKey(const MBFileInfo& meta) const
+{
+    if (!m_keybag || !meta.encKey)
+        throw BackupReadError::unreadable(BackupReadError::Subject::MissingFileKey);
+    const std::optional<BackupKeyBag::WrappedKey> wrapped = BackupKeyBag::WrappedKey::split(*meta.encKey);
+    const std::optional<QByteArray> key = wrapped ? m_keybag->unwrap(*wrapped) : std::nullopt;
+    if (!key)
+        throw BackupReadError::unreadable(BackupReadError::Subject::FileKey);
+    return *key;
+}
+
+void IPhoneBackupReader::decrypt(const BackupEntry& entry, QFileDevice& output, const std::atomic<bool>* cancel) const
+{
+    const MBFileInfo meta = entry.meta();
+    const QByteArray key = fileKey(meta);
+    const std::optional<QString> stored = storedURL(entry.fileID);
+    if (!stored)
+        throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
+    AesCbcDecryptor decryptor(key);
+    if (!decryptor.isValid())
+        throw BackupReadError::unreadable(BackupReadError::Subject::Decryption);
+    QFile input(*stored);
+    if (!input.open(QIODevice::ReadOnly))
+        throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
+
+    decryptStream(input, decryptor, output, std::max<qint64>(meta.size, 0), BackupReadError::Subject::MissingFile,
+                  cancel);
+    if (!output.flush())
+        throw BackupReadError::writeFailed(output.fileName());
+}
+
+QByteArray IPhoneBackupReader::contents(const BackupEntry& entry, qint64 maxBytes) const
+{
+    const MBFileInfo meta = entry.meta();
+    if (meta.size > maxBytes)
+        throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
+    if (m_keybag) {
+        QBuffer buffer;
+        buffer.open(QIODevice::WriteOnly);
+        const std::optional<QString> stored = storedURL(entry.fileID);
+        if (!stored)
+            throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
+        AesCbcDecryptor decryptor(fileKey(meta));
+        if (!decryptor.isValid())
+            throw BackupReadError::unreadable(BackupReadError::Subject::Decryption);
+        QFile input(*stored);
+        if (!input.open(QIODevice::ReadOnly))
+            throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
+        decryptStream(input, decryptor, buffer, std::max<qint64>(meta.size, 0), BackupReadError::Subject::MissingFile);
+        return buffer.data();
+    }
+    const std::optional<QString> stored = storedURL(entry.fileID);
+    QFile input(stored.value_or(QString()));
+    if (!stored || !input.open(QIODevice::ReadOnly))
+        throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
+    // The index may understate the size; the cap holds whatever it says.
+    QByteArray data = input.read(maxBytes + 1);
+    if (data.size() > maxBytes)
+        throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
+    return data;
+}
+
+QString IPhoneBackupReader::tempDir() const
+{
+    return m_tempDir;
+}
+
+void IPhoneBackupReader::closeDatabase()
+{
+    if (m_db) {
+        sqlite3_close(m_db);
+        m_db = nullptr;
+    }
+    if (m_tempDB) {
+        QFile::remove(*m_tempDB);
+        m_tempDB.reset();
+    }
+}
+
+void IPhoneBackupReader::cleanup()
+{
+    QDir(m_tempDir).removeRecursively();
+    QDir().rmdir(QFileInfo(m_tempDir).absolutePath()); // the backup's folder, when no other reader uses it
+}
+
+} // namespace nuvrel

@@ -1,0 +1,85 @@
+#pragma once
+
+#include "engines/backup/BackupEntry.h"
+#include "engines/backup/BackupKeyBag.h"
+#include "engines/backup/BackupReadError.h"
+#include "engines/backup/PhoneBackup.h"
+
+#include <QFile>
+#include <QList>
+#include <QString>
+
+#include <atomic>
+#include <optional>
+
+struct sqlite3;
+
+namespace nuvrel {
+
+/// Opens one backup folder, lists its files and copies (or decrypts) any of them out.
+/// Nothing in the backup folder is ever written: the index is opened read-only and immutable, and an
+/// encrypted index is decrypted into the reader's own temporary folder. Errors are BackupReadError.
+/// Use one reader from one thread at a time; create it off the GUI thread (unlocking is slow).
+class IPhoneBackupReader final
+{
+public:
+    /// Opens the backup; `password` is empty when none was given. `cancel` stops a slow unlock, which
+    /// then reports a wrong password; the caller knows it cancelled.
+    IPhoneBackupReader(PhoneBackup backup, const QString& password, const std::atomic<bool>* cancel = nullptr);
+    ~IPhoneBackupReader();
+    Q_DISABLE_COPY_MOVE(IPhoneBackupReader)
+
+    const PhoneBackup& backup() const { return m_backup; }
+    bool isEncrypted() const { return m_keybag.has_value(); }
+
+    /// Every file of the backup, in index order. Folders and links are not listed.
+    QList<BackupEntry> loadEntries() const;
+
+    /// Where the stored copy of a file lies (two-level layout first, then flat); nothing when absent or
+    /// when the identifier is not 40 lowercase hexadecimal digits.
+    std::optional<QString> storedURL(const QString& fileID) const;
+
+    /// Copies or decrypts the entry to `destination`, or to "name (2).ext", "name (3).ext"… when taken;
+    /// returns the path written. The file is written under a temporary name and named when complete,
+    /// with its modification time: a failed or cancelled copy leaves nothing behind.
+    QString extract(const BackupEntry& entry, const QString& destination,
+                    const std::atomic<bool>* cancel = nullptr) const;
+
+    /// A readable plain copy of the entry under the temporary folder, keeping `name` and its extension.
+    QString openableURL(const BackupEntry& entry, const QString& name) const;
+
+    /// The unwrapped AES key of an encrypted file.
+    QByteArray fileKey(const MBFileInfo& meta) const;
+
+    /// Writes the plain contents of an encrypted entry to `output`, exactly meta.size bytes.
+    void decrypt(const BackupEntry& entry, QFileDevice& output, const std::atomic<bool>* cancel = nullptr) const;
+
+    /// The plain contents of a file that fits in memory, for a preview; throws when it is larger than
+    /// `maxBytes` or cannot be read. Safe to call from several threads once the index is closed.
+    QByteArray contents(const BackupEntry& entry, qint64 maxBytes) const;
+
+    /// The reader's temporary folder: <data>/Nuvrel/Temp/<id>/<reader>, owner-only.
+    QString tempDir() const;
+
+    /// Closes the index and deletes its decrypted copy, if one was made.
+    void closeDatabase();
+    /// Deletes the whole temporary folder.
+    void cleanup();
+
+    /// The free name for `location`: itself, or "base (n).ext" with n = 2, 3, …
+    static QString uniqueURL(const QString& location);
+
+private:
+    void openEncrypted(const QString& password, const std::atomic<bool>* cancel, const QString& manifest);
+    void openDatabase(const QString& path);
+    void decryptIndex(const QString& manifest, const QByteArray& key);
+
+    PhoneBackup m_backup;
+    QString m_tempDir;
+    sqlite3* m_db = nullptr;
+    std::optional<BackupKeyBag> m_keybag;
+    std::optional<QString> m_tempDB;
+    std::optional<QList<BackupEntry>> m_legacyEntries;
+};
+
+} // namespace nuvrel

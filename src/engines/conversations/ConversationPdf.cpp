@@ -1,0 +1,348 @@
+#include "engines/conversations/ConversationPdf.h"
+
+#include "l10n/L.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QFontDatabase>
+#include <QHash>
+#include <QImageReader>
+#include <QPageLayout>
+#include <QPainter>
+#include <QPdfWriter>
+#include <QSaveFile>
+#include <QTextLayout>
+
+namespace nuvrel {
+
+namespace {
+
+// Points: the page is drawn at 72 dots per inch.
+constexpr int resolution = 72;
+constexpr qreal pageWidth = 595;
+constexpr qreal pageHeight = 842;
+constexpr qreal margin = 50;
+constexpr qreal textWidth = 495;
+constexpr qreal textHeight = 732;
+constexpr qreal footerTop = 804;
+constexpr qreal imageWidth = 220;
+constexpr int thumbnailPixels = 880; // four pixels per point at the largest displayed width
+
+const QColor secondary = QColor::fromRgbF(0.45f, 0.45f, 0.45f);
+const QColor noticeRed = QColor::fromRgbF(0.75f, 0.07f, 0.24f);
+const QColor palette[] = {QColor::fromRgbF(0.11f, 0.31f, 0.85f), QColor::fromRgbF(0.02f, 0.47f, 0.34f),
+                          QColor::fromRgbF(0.71f, 0.33f, 0.04f), QColor::fromRgbF(0.49f, 0.23f, 0.93f),
+                          QColor::fromRgbF(0.75f, 0.07f, 0.24f)};
+
+QFont systemFont(qreal points, bool bold = false)
+{
+    QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
+    // Colour emoji fonts are bitmaps that a PDF cannot carry as text: a monochrome emoji font comes
+    // before the system's own fallback, so that emoji print as outlines rather than blanks.
+    font.setFamilies({QFontInfo(font).family(), QStringLiteral("Symbola")});
+    font.setPointSizeF(points);
+    font.setBold(bold);
+    return font;
+}
+
+// One paragraph of the document, or one picture.
+struct Block
+{
+    QString text;
+    QList<QTextLayout::FormatRange> formats;
+    QFont font;
+    Qt::Alignment alignment = Qt::AlignLeft;
+    qreal before = 0;
+    qreal after = 0;
+    QImage image;
+    QSizeF imageSize;
+};
+
+QTextLayout::FormatRange range(qsizetype start, qsizetype length, const QColor& color)
+{
+    QTextCharFormat format;
+    format.setForeground(color);
+    return {static_cast<int>(start), static_cast<int>(length), format};
+}
+
+Block paragraph(QString text, QFont font, qreal after, const QColor& color = Qt::black)
+{
+    Block block;
+    block.text = std::move(text);
+    block.font = std::move(font);
+    block.formats.append(range(0, block.text.size(), color));
+    block.after = after;
+    return block;
+}
+
+// A thumbnail with its orientation applied, or nothing when the file cannot be read as a picture.
+std::optional<Block> picture(const QString& path)
+{
+    QImageReader reader(path);
+    reader.setAutoTransform(true);
+    const QSize size = reader.size();
+    if (size.isValid() && (size.width() > thumbnailPixels || size.height() > thumbnailPixels))
+        reader.setScaledSize(size.scaled(thumbnailPixels, thumbnailPixels, Qt::KeepAspectRatio));
+    QImage image = reader.read();
+    if (image.isNull())
+        return std::nullopt;
+    const QSize shown =
+        reader.transformation().testFlag(QImageIOHandler::TransformationRotate90) ? size.transposed() : size;
+    const qreal width = std::min<qreal>(imageWidth, shown.isValid() ? shown.width() : image.width());
+    Block block;
+    block.image = std::move(image);
+    block.imageSize = QSizeF(width, width * block.image.height() / block.image.width());
+    block.after = 8;
+    return block;
+}
+
+// Lays the blocks out page after page; with a painter, draws them too. Returns the number of pages.
+class Paginator
+{
+public:
+    Paginator(QPaintDevice* device, QPdfWriter* writer, QPainter* painter, int pageCount, const QString& fingerprint)
+        : m_device(device)
+        , m_writer(writer)
+        , m_painter(painter)
+        , m_pageCount(pageCount)
+        , m_fingerprint(fingerprint)
+    {}
+
+    int run(const QList<Block>& blocks)
+    {
+        for (const Block& block : blocks) {
+            if (m_page >= ConversationPDF::maxPages)
+                break;
+            if (m_y > 0)
+                m_y += block.before;
+            if (block.image.isNull())
+                layOutText(block);
+            else
+                placeImage(block);
+            m_y += block.after;
+        }
+        const int pages = std::min(m_page + 1, ConversationPDF::maxPages);
+        if (m_painter)
+            drawFooter(pages);
+        return pages;
+    }
+
+private:
+    bool nextPage()
+    {
+        if (m_page + 1 >= ConversationPDF::maxPages)
+            return false;
+        if (m_painter) {
+            drawFooter(m_pageCount);
+            m_writer->newPage();
+        }
+        ++m_page;
+        m_y = 0;
+        return true;
+    }
+
+    void layOutText(const Block& block)
+    {
+        QTextLayout layout(block.text, block.font, m_device);
+        QTextOption option(block.alignment);
+        option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+        layout.setTextOption(option);
+        layout.setFormats(block.formats);
+        layout.beginLayout();
+        QList<std::pair<QTextLine, QPointF>> placed;
+        for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
+            line.setLineWidth(textWidth);
+            if (m_y > 0 && m_y + line.height() > textHeight) {
+                flush(placed);
+                if (!nextPage())
+                    break;
+            }
+            line.setPosition(QPointF(0, 0));
+            placed.append({line, QPointF(margin, margin + m_y)});
+            m_y += line.height() + 2; // line spacing 2
+        }
+        layout.endLayout();
+        flush(placed);
+    }
+
+    void flush(QList<std::pair<QTextLine, QPointF>>& placed)
+    {
+        if (m_painter) {
+            for (const auto& [line, position] : std::as_const(placed))
+                line.draw(m_painter, position);
+        }
+        placed.clear();
+    }
+
+    void placeImage(const Block& block)
+    {
+        if (m_y > 0 && m_y + block.imageSize.height() > textHeight && !nextPage())
+            return;
+        if (m_painter)
+            m_painter->drawImage(QRectF(QPointF(margin, margin + m_y), block.imageSize), block.image);
+        m_y += block.imageSize.height() + 2;
+    }
+
+    void drawFooter(int pageCount)
+    {
+        m_painter->setFont(systemFont(8));
+        m_painter->setPen(secondary);
+        const QString footer =
+            L("Nuvrel · page %@ / %@ · empreinte du contenu : ", m_page + 1, pageCount) + m_fingerprint.left(16) + u'…';
+        m_painter->drawText(QPointF(margin, footerTop + QFontMetricsF(m_painter->font(), m_device).ascent()), footer);
+    }
+
+    QPaintDevice* m_device;
+    QPdfWriter* m_writer;
+    QPainter* m_painter;
+    int m_pageCount;
+    QString m_fingerprint;
+    int m_page = 0;
+    qreal m_y = 0;
+};
+
+QList<Block> documentBlocks(const ChatTranscript& transcript, const QString& sourceLabel, const QString& fingerprint,
+                            const QDateTime& generated)
+{
+    const QLocale locale = Localizer::locale();
+    const auto day = [&locale](const QDateTime& date) {
+        return locale.toString(date.toLocalTime().date(), QStringLiteral("dddd d MMMM yyyy"));
+    };
+    QList<Block> blocks;
+    blocks.reserve(transcript.messages.size() + 8);
+    blocks.append(paragraph(transcript.title, systemFont(20, true), 10));
+    const QFont info = systemFont(10.5);
+    blocks.append(paragraph(L("Source : ") + sourceLabel, info, 2));
+    if (!transcript.messages.isEmpty())
+        blocks.append(paragraph(L("Période : ") + day(transcript.messages.front().date) + L(" au ") +
+                                    day(transcript.messages.back().date),
+                                info, 2));
+    blocks.append(paragraph(L("Nombre de messages : ") + QString::number(transcript.messages.size()), info, 2));
+    blocks.append(paragraph(L("Document généré par Nuvrel le ") +
+                                locale.toString(generated, QStringLiteral("dddd d MMMM yyyy, HH:mm")),
+                            info, 2));
+    blocks.append(paragraph(L("Empreinte numérique du contenu (SHA-256) : ") + fingerprint, info, 2));
+    Block notice = paragraph(L("Ce document est une copie mise en forme d'une conversation, créée à partir des données "
+                               "fournies par l'utilisateur. Il ne remplace pas un constat de commissaire de justice."),
+                             systemFont(9.5), 14, noticeRed);
+    notice.before = 8;
+    blocks.append(std::move(notice));
+
+    const QFont separatorFont = systemFont(10, true);
+    const QFont messageFont = systemFont(10.5);
+    const QHash<QString, QColor> colours = ConversationPDF::senderColours(transcript);
+    QString previousDay;
+    for (const ChatMessage& message : transcript.messages) {
+        const QString thisDay = day(message.date);
+        if (thisDay != previousDay) {
+            Block separator = paragraph(QStringLiteral("— ") + thisDay + QStringLiteral(" —"), separatorFont, 6);
+            separator.alignment = Qt::AlignHCenter;
+            separator.before = 10;
+            blocks.append(std::move(separator));
+            previousDay = thisDay;
+        }
+        const QColor colour = colours.value(message.sender);
+        const QString time =
+            locale.toString(message.date.toLocalTime().time(), QStringLiteral("HH:mm")) + QStringLiteral("  ");
+        Block block;
+        block.font = messageFont;
+        block.text = time + message.sender + QStringLiteral(" : ") + message.text;
+        block.formats = {range(0, time.size(), secondary), range(time.size(), message.sender.size(), colour),
+                         range(time.size() + message.sender.size(), block.text.size(), Qt::black)};
+        block.after = 5;
+        blocks.append(std::move(block));
+        for (const QString& image : message.images) {
+            if (std::optional<Block> shown = picture(image))
+                blocks.append(std::move(*shown));
+        }
+    }
+    return blocks;
+}
+
+QString sha256Hex(const QByteArray& data)
+{
+    return QString::fromLatin1(QCryptographicHash::hash(data, QCryptographicHash::Sha256).toHex());
+}
+
+} // namespace
+
+QString ConversationPDF::contentFingerprint(const ChatTranscript& transcript)
+{
+    const QLocale posix = QLocale::c();
+    QStringList lines;
+    lines.reserve(transcript.messages.size());
+    for (const ChatMessage& message : transcript.messages) {
+        QStringList names;
+        for (const QString& image : message.images)
+            names.append(QFileInfo(image).fileName());
+        lines.append(posix.toString(message.date.toLocalTime(), QStringLiteral("yyyy-MM-dd HH:mm:ss")) + u'|' +
+                     message.sender + u'|' + message.text + u'|' + names.join(u','));
+    }
+    return sha256Hex(lines.join(u'\n').toUtf8());
+}
+
+QHash<QString, QColor> ConversationPDF::senderColours(const ChatTranscript& transcript)
+{
+    QHash<QString, QColor> colours;
+    for (const ChatMessage& message : transcript.messages) {
+        if (!colours.contains(message.sender))
+            colours.insert(message.sender, palette[colours.size() % std::size(palette)]);
+    }
+    return colours;
+}
+
+QString ConversationPDF::sideFilePath(const QString& pdf)
+{
+    const QFileInfo info(pdf);
+    return info.dir().filePath(info.completeBaseName() + QStringLiteral(".empreinte.txt"));
+}
+
+ConversationPDF::Result ConversationPDF::build(const QString& destination, const ChatTranscript& transcript,
+                                               const QString& sourceLabel)
+{
+    Result result;
+    result.contentFingerprint = contentFingerprint(transcript);
+    const QDateTime generated = QDateTime::currentDateTime();
+    const QList<Block> blocks = documentBlocks(transcript, sourceLabel, result.contentFingerprint, generated);
+
+    {
+        QPdfWriter writer(destination);
+        writer.setResolution(resolution);
+        writer.setPageLayout(QPageLayout(QPageSize(QSizeF(pageWidth, pageHeight), QPageSize::Point),
+                                         QPageLayout::Portrait, QMarginsF(), QPageLayout::Point));
+        writer.setTitle(transcript.title);
+        writer.setCreator(QStringLiteral("Nuvrel"));
+        // The footers name the page count, so a first pass only counts the pages.
+        const int pages = Paginator(&writer, nullptr, nullptr, 0, result.contentFingerprint).run(blocks);
+        QPainter painter;
+        if (!painter.begin(&writer))
+            throw Error(L("Impossible de créer le PDF : ") + QDir::toNativeSeparators(destination));
+        result.pages = Paginator(&writer, &writer, &painter, pages, result.contentFingerprint).run(blocks);
+        if (!painter.end())
+            throw Error(L("Impossible de créer le PDF : ") + QDir::toNativeSeparators(destination));
+    }
+
+    QFile pdf(destination);
+    if (!pdf.open(QIODevice::ReadOnly))
+        throw Error(L("Impossible de créer le PDF : ") + QDir::toNativeSeparators(destination));
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    hash.addData(&pdf);
+    result.pdfFingerprint = QString::fromLatin1(hash.result().toHex());
+
+    result.sideFile = sideFilePath(destination);
+    QSaveFile side(result.sideFile);
+    const QString text =
+        L("Fichier : ") + QFileInfo(destination).fileName() + L("\nCréé le : ") +
+        Localizer::locale().toString(generated, QStringLiteral("dddd d MMMM yyyy, HH:mm")) +
+        L(" par Nuvrel\nEmpreinte SHA-256 du PDF : ") + result.pdfFingerprint +
+        L("\nEmpreinte SHA-256 du contenu des messages : ") + result.contentFingerprint +
+        L("\n\nSi le PDF est modifié, même d'un seul caractère, son empreinte change. Garde ce fichier avec le "
+          "PDF.\nCe document ne remplace pas un constat de commissaire de justice.");
+    if (!side.open(QIODevice::WriteOnly) || side.write(text.toUtf8()) < 0 || !side.commit())
+        throw Error(L("Impossible de créer le PDF : ") + QDir::toNativeSeparators(result.sideFile));
+    return result;
+}
+
+} // namespace nuvrel

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "engines/conversations/ChatRecords.h"
+
+#include <optional>
+
+namespace nuvrel {
+
+/// Reads the text file of WhatsApp's "Export Chat": the iPhone layout ("[31/12/2023, 21:05:07] Ann: hi")
+/// and the Android one ("31/12/2023, 21:05 - Ann: hi"), day- or month-first, 12- or 24-hour.
+class WhatsAppParser final
+{
+public:
+    WhatsAppParser() = delete;
+
+    /// The conversation of an export, or nothing when no line could be read. `fallbackTitle` names it
+    /// when it has no participant or more than three.
+    static std::optional<ChatTranscript> parse(QStringView text, const QString& fallbackTitle);
+};
+
+} // namespace nuvrel

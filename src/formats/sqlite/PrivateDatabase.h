@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QString>
+
+struct sqlite3;
+
+namespace nuvrel {
+
+/// A private copy of a conversation database, opened. The user's database and its -wal and -shm
+/// companions are only read (copied), never opened: the Messages and WhatsApp applications may be
+/// writing them, and a read-only open of a live WAL database can still leave files behind.
+/// The copy lives in a fresh "Nuvrel-chatdb-<uuid>" folder of the temporary directory, removed with it.
+class PrivateDatabase final
+{
+public:
+    /// Copies and opens; throws SqlError::copyFailed when a copy fails, unreadable when the
+    /// copy does not open. The folder is gone again on every failure.
+    explicit PrivateDatabase(const QString& file);
+    ~PrivateDatabase();
+    Q_DISABLE_COPY_MOVE(PrivateDatabase)
+
+    sqlite3* handle() const { return m_db; }
+    QString folder() const { return m_folder; }
+
+private:
+    void removeFolder();
+
+    QString m_folder;
+    sqlite3* m_db = nullptr;
+};
+
+/// Runs `body` with the connection of a private copy of `file`, then closes and removes the copy.
+template <typename Body>
+auto withDatabase(const QString& file, Body&& body)
+{
+    PrivateDatabase database(file);
+    return body(database.handle());
+}
+
+} // namespace nuvrel

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <optional>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace nuvrel {
+
+/// One prepared SQLite statement. Every failure is SqlError::unreadable: SQLite's own messages
+/// never reach the user.
+class SqlStatement final
+{
+public:
+    /// The statement, or an unreadable error when it does not prepare.
+    static SqlStatement prepare(sqlite3* db, const char* sql);
+    /// The statement, or nothing when it does not prepare (a table of another schema generation).
+    static std::optional<SqlStatement> tryPrepare(sqlite3* db, const char* sql);
+
+    SqlStatement(SqlStatement&& other) noexcept;
+    SqlStatement& operator=(SqlStatement&&) = delete;
+    SqlStatement(const SqlStatement&) = delete;
+    SqlStatement& operator=(const SqlStatement&) = delete;
+    ~SqlStatement();
+
+    void bind(int parameter, qint64 value);
+    /// Steps to the next row: true on a row, false at the end.
+    bool next();
+    void reset();
+
+    bool isNull(int column) const;
+    qint64 int64(int column) const;
+    double real(int column) const;
+    /// The column as text, or nothing when it is NULL.
+    std::optional<QString> text(int column) const;
+    QByteArray blob(int column) const;
+
+private:
+    explicit SqlStatement(sqlite3_stmt* statement)
+        : m_statement(statement)
+    {}
+    sqlite3_stmt* m_statement = nullptr;
+};
+
+} // namespace nuvrel

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <QString>
+
+#include <functional>
+
+namespace nuvrel {
+
+/// How a taken file name is numbered: "IMG_0001 (2).JPG" for extracted files, "photo-2.jpg" for the
+/// program's own outputs.
+enum class FreeNameStyle { Parenthesised, Hyphenated };
+
+/// The `n`th candidate for `name` (n ≥ 2): the number goes before the extension; a leading dot starts
+/// the name (".profile" → ".profile (2)"), it is no extension.
+QString numberedName(const QString& name, int n, FreeNameStyle style);
+
+/// `location` when nothing is there, else the first numbered name in the same folder that is free.
+/// A check only: writers that must never replace a file use NewFile, which claims the name.
+QString freeName(const QString& location, FreeNameStyle style);
+
+} // namespace nuvrel

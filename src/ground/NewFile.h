@@ -1,0 +1,48 @@
+#pragma once
+
+#include "ground/FreeName.h"
+
+#include <QDateTime>
+#include <QFile>
+#include <QString>
+
+#include <optional>
+
+namespace nuvrel {
+
+/// A file written under a temporary name in its destination folder, then given a free final name:
+/// an interrupted write never leaves a truncated file under a final name, and an existing file is
+/// never replaced, not even by a writer racing for the same name. Throws FileError.
+///
+///     NewFile out(folder + "/IMG_0001.JPG", FreeNameStyle::Parenthesised);
+///     write(out.device());
+///     QString written = out.commit(mtime); // "IMG_0001 (2).JPG" if the name was taken
+///
+/// Destroyed without commit(), the temporary file is removed.
+class NewFile final
+{
+public:
+    /// Creates the destination's folder (with its parents) and the temporary file in it.
+    NewFile(QString destination, FreeNameStyle style, QFileDevice::Permissions permissions = defaultPermissions);
+    ~NewFile();
+    Q_DISABLE_COPY_MOVE(NewFile)
+
+    static constexpr QFileDevice::Permissions defaultPermissions =
+        QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup | QFileDevice::ReadOther;
+
+    /// Where the bytes go until commit().
+    QFileDevice& device();
+    QString temporaryPath() const;
+
+    /// Flushes, sets the modification time (when given), and links the file to the destination's
+    /// free name; returns that name.
+    QString commit(const std::optional<QDateTime>& modified = std::nullopt);
+
+private:
+    QString m_destination;
+    FreeNameStyle m_style;
+    QFile m_file;
+    bool m_committed = false;
+};
+
+} // namespace nuvrel

@@ -1,0 +1,163 @@
+#include "media/Thumbnailer.h"
+
+#include <QBuffer>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QImageReader>
+#include <QProcess>
+#include <QStandardPaths>
+
+#include <libheif/heif.h>
+
+#include <memory>
+
+namespace nuvrel {
+
+namespace {
+
+constexpr int videoTimeoutMs = 15'000;
+
+QImage fitted(QImage image, int maxSide)
+{
+    if (image.isNull() || (image.width() <= maxSide && image.height() <= maxSide))
+        return image;
+    return image.scaled(maxSide, maxSide, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+}
+
+struct HeifDeleter
+{
+    void operator()(heif_context* context) const { heif_context_free(context); }
+    void operator()(heif_image_handle* handle) const { heif_image_handle_release(handle); }
+    void operator()(heif_image* image) const { heif_image_release(image); }
+};
+template <typename T>
+using HeifPointer = std::unique_ptr<T, HeifDeleter>;
+
+QImage decodeHeif(const QByteArray& data, int maxSide)
+{
+    HeifPointer<heif_context> context(heif_context_alloc());
+    if (!context)
+        return {};
+    // The data outlives the context: no copy needed.
+    if (heif_context_read_from_memory_without_copy(context.get(), data.constData(), size_t(data.size()), nullptr)
+            .code != heif_error_Ok)
+        return {};
+    heif_image_handle* primaryRaw = nullptr;
+    if (heif_context_get_primary_image_handle(context.get(), &primaryRaw).code != heif_error_Ok)
+        return {};
+    HeifPointer<heif_image_handle> primary(primaryRaw);
+
+    // Phones store a small picture beside the tiled full-size one; it is decoded a hundred times faster
+    // and is large enough for a grid cell.
+    HeifPointer<heif_image_handle> chosen;
+    const int thumbnails = heif_image_handle_get_number_of_thumbnails(primary.get());
+    if (thumbnails > 0) {
+        heif_item_id id = 0;
+        heif_image_handle_get_list_of_thumbnail_IDs(primary.get(), &id, 1);
+        heif_image_handle* thumbRaw = nullptr;
+        if (heif_image_handle_get_thumbnail(primary.get(), id, &thumbRaw).code == heif_error_Ok && thumbRaw) {
+            HeifPointer<heif_image_handle> thumb(thumbRaw);
+            const int longest =
+                std::max(heif_image_handle_get_width(thumb.get()), heif_image_handle_get_height(thumb.get()));
+            if (longest * 2 >= maxSide)
+                chosen = std::move(thumb);
+        }
+    }
+    heif_image_handle* handle = chosen ? chosen.get() : primary.get();
+
+    heif_image* decodedRaw = nullptr;
+    if (heif_decode_image(handle, &decodedRaw, heif_colorspace_RGB, heif_chroma_interleaved_RGBA, nullptr).code !=
+        heif_error_Ok)
+        return {};
+    HeifPointer<heif_image> decoded(decodedRaw);
+    const int width = heif_image_get_width(decoded.get(), heif_channel_interleaved);
+    const int height = heif_image_get_height(decoded.get(), heif_channel_interleaved);
+    int stride = 0;
+    const uint8_t* pixels = heif_image_get_plane_readonly(decoded.get(), heif_channel_interleaved, &stride);
+    if (!pixels || width <= 0 || height <= 0)
+        return {};
+    // The wrapping image does not own the pixels: copy before the decoded image goes.
+    const QImage view(pixels, width, height, stride, QImage::Format_RGBA8888);
+    return fitted(view.copy(), maxSide);
+}
+
+} // namespace
+
+bool Thumbnailer::isHeif(const QByteArray& data)
+{
+    if (data.size() < 12 || data.mid(4, 4) != "ftyp")
+        return false;
+    const QByteArray brand = data.mid(8, 4);
+    return brand == "heic" || brand == "heix" || brand == "heim" || brand == "heis" || brand == "hevc" ||
+           brand == "hevx" || brand == "mif1" || brand == "msf1" || brand == "avif";
+}
+
+QImage Thumbnailer::image(const QByteArray& data, int maxSide)
+{
+    if (data.isEmpty() || maxSide <= 0)
+        return {};
+    if (isHeif(data))
+        return decodeHeif(data, maxSide);
+
+    QBuffer buffer;
+    buffer.setData(data);
+    buffer.open(QIODevice::ReadOnly);
+    QImageReader reader(&buffer);
+    reader.setAutoTransform(true);
+    const QSize size = reader.size();
+    if (size.isValid() && (size.width() > maxSide || size.height() > maxSide)) {
+        // JPEG decodes straight to a fraction of its size; other formats scale after decoding.
+        reader.setScaledSize(size.scaled(maxSide, maxSide, Qt::KeepAspectRatio));
+    }
+    return fitted(reader.read(), maxSide);
+}
+
+QString Thumbnailer::ffmpegPath()
+{
+    // An application started from the Dock does not inherit the shell's PATH: look where Homebrew puts it.
+    static const QString path = [] {
+        QString found = QStandardPaths::findExecutable(QStringLiteral("ffmpeg"));
+        if (found.isEmpty())
+            found = QStandardPaths::findExecutable(
+                QStringLiteral("ffmpeg"), {QStringLiteral("/opt/homebrew/bin"), QStringLiteral("/usr/local/bin")});
+        return found;
+    }();
+    return path;
+}
+
+QImage Thumbnailer::videoFrame(const QString& path, int maxSide, const std::atomic<bool>* cancel)
+{
+    const QString ffmpeg = ffmpegPath();
+    if (ffmpeg.isEmpty() || maxSide <= 0)
+        return {};
+    QProcess process;
+    process.setProcessChannelMode(QProcess::SeparateChannels);
+    process.setStandardInputFile(QProcess::nullDevice());
+    // The filter keeps the aspect ratio; ffmpeg already turns phone videos upright.
+    const QString scale =
+        QStringLiteral("scale=w=%1:h=%1:force_original_aspect_ratio=decrease:force_divisible_by=2").arg(maxSide);
+    process.start(ffmpeg,
+                  {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-nostdin"), QStringLiteral("-i"),
+                   QDir::toNativeSeparators(path), QStringLiteral("-frames:v"), QStringLiteral("1"),
+                   QStringLiteral("-vf"), scale, QStringLiteral("-f"), QStringLiteral("image2pipe"),
+                   QStringLiteral("-c:v"), QStringLiteral("png"), QStringLiteral("-")});
+    // In slices, so that a closing explorer does not wait for a slow video.
+    QElapsedTimer waited;
+    waited.start();
+    while (!process.waitForFinished(100)) {
+        if (process.state() == QProcess::NotRunning)
+            break;
+        if (waited.elapsed() > videoTimeoutMs || (cancel && cancel->load(std::memory_order_relaxed))) {
+            process.kill();
+            process.waitForFinished();
+            return {};
+        }
+    }
+    if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0)
+        return {};
+    QImage frame;
+    frame.loadFromData(process.readAllStandardOutput(), "PNG");
+    return fitted(frame, maxSide);
+}
+
+} // namespace nuvrel

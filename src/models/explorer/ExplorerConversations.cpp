@@ -1,0 +1,381 @@
+// The explorer's conversations tab: the Messages or WhatsApp database taken out of the backup, its
+// conversations listed and searched, and one or all of them saved as PDFs.
+
+#include "engines/backup/BackupReadError.h"
+#include "engines/backup/IPhoneBackupReader.h"
+#include "engines/conversations/ConversationError.h"
+#include "engines/conversations/ConversationPdf.h"
+#include "engines/conversations/MessagesReader.h"
+#include "engines/conversations/WhatsAppReader.h"
+#include "l10n/L.h"
+#include "models/explorer/ExplorerModel.h"
+#include "platform/Workspace.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QStandardPaths>
+
+#include <algorithm>
+
+namespace nuvrel {
+
+namespace {
+
+// Digits only: a number is found however it is spaced.
+QString digitsOf(QStringView text)
+{
+    QString digits;
+    for (const QChar c : text) {
+        if (c.isDigit())
+            digits += c;
+    }
+    return digits;
+}
+
+// The search of the conversation list: part of the title, or, for a query that is mostly a number, its
+// digits anywhere in the title's digits ("06 12 34" finds "+33 6 12 34 56 78" only by "61234").
+class ChatFilter
+{
+public:
+    explicit ChatFilter(const QString& query)
+        : m_query(query.trimmed())
+        , m_digits(digitsOf(m_query))
+        , m_byNumber(m_digits.size() >= 3 && m_digits.size() * 2 >= m_query.size())
+    {}
+
+    bool operator()(const MessagesChatInfo& chat) const
+    {
+        return m_query.isEmpty() || chat.title.contains(m_query, Qt::CaseInsensitive) ||
+               (m_byNumber && digitsOf(chat.title).contains(m_digits));
+    }
+
+private:
+    QString m_query;
+    QString m_digits;
+    bool m_byNumber;
+};
+
+} // namespace
+
+QString ExplorerModel::conversationFileName(const QString& title)
+{
+    constexpr qsizetype maxCodePoints = 80;
+    const QString forbidden = QStringLiteral("/\\:*?\"<>|");
+    QList<char32_t> kept;
+    for (const char32_t c : title.toUcs4()) {
+        // Printable characters, and the joiner that holds emoji sequences together.
+        if (QChar::isSpace(c))
+            kept.append(char32_t(' '));
+        else if ((QChar::isPrint(c) || c == 0x200D) && !(c < 0x80 && forbidden.contains(QChar(c))))
+            kept.append(c);
+    }
+    QString name = QString::fromUcs4(kept.constData(), std::min(kept.size(), maxCodePoints)).simplified();
+    while (name.startsWith(u'.'))
+        name.remove(0, 1);
+    if (name.trimmed().isEmpty())
+        name = L("Conversation");
+    return name + QStringLiteral(".pdf");
+}
+
+// Conversations
+
+void ExplorerModel::setConvSource(int source)
+{
+    source = std::clamp(source, int(MessagesSource), int(WhatsAppSource));
+    if (source == m_convSource)
+        return;
+    m_convSource = source;
+    Q_EMIT convSourceChanged();
+    m_chats.clear();
+    m_chatsMessage = nullptr;
+    Q_EMIT chatsChanged();
+    if (m_phase == Phase::Ready)
+        loadChats();
+}
+
+void ExplorerModel::setChatQuery(const QString& query)
+{
+    if (query == m_chatQuery)
+        return;
+    m_chatQuery = query;
+    Q_EMIT chatQueryChanged();
+}
+
+QString ExplorerModel::sourceLabel(int source) const
+{
+    return source == WhatsAppSource ? L("WhatsApp (sauvegarde iPhone)") : L("Messages (sauvegarde iPhone)");
+}
+
+QString ExplorerModel::conversationsFolder()
+{
+    return QDir(QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation))
+        .filePath(QStringLiteral("Nuvrel/Conversations"));
+}
+
+void ExplorerModel::loadChats()
+{
+    if (!m_reader || m_chatsLoading)
+        return;
+    if (workRunning()) {
+        m_chatsPending = true; // read when the running job ends
+        return;
+    }
+    const int source = m_convSource;
+    const std::optional<BackupEntry> entry = source == WhatsAppSource ? m_waEntry : m_smsEntry;
+    m_chats.clear();
+    if (!entry) {
+        m_chatsMessage = [] { return L("Cette sauvegarde ne contient pas ces conversations."); };
+        Q_EMIT chatsChanged();
+        return;
+    }
+    struct Outcome
+    {
+        QString database;
+        QList<MessagesChatInfo> chats;
+        Text message; ///< shown instead of a list
+        Text error;
+    };
+    std::shared_ptr<const IPhoneBackupReader> reader = m_reader;
+    const QList<BackupEntry> domainEntries = m_byDomain.value(entry->domain);
+    const QString known = m_chatDatabases.value(source);
+    const bool started = startJob(
+        [reader, entry = *entry, domainEntries, source, known](JobContext&) -> Outcome {
+            Outcome outcome;
+            try {
+                QString database = known;
+                if (database.isEmpty() || !QFileInfo::exists(database)) {
+                    // The journal files hold the newest messages: they travel with the database.
+                    const QDir folder(QDir(reader->tempDir())
+                                          .filePath(source == WhatsAppSource
+                                                        ? QStringLiteral("conversations/whatsapp")
+                                                        : QStringLiteral("conversations/messages")));
+                    QDir(folder.path()).removeRecursively();
+                    database = reader->extract(entry, folder.filePath(entry.fileName()));
+                    for (const QString& suffix : {QStringLiteral("-wal"), QStringLiteral("-shm")}) {
+                        for (const BackupEntry& sibling : domainEntries) {
+                            if (sibling.path == entry.path + suffix) {
+                                reader->extract(sibling, database + suffix);
+                                break;
+                            }
+                        }
+                    }
+                }
+                outcome.database = database;
+                if (source == WhatsAppSource) {
+                    outcome.chats = WhatsAppReader::listChats(database);
+                    if (outcome.chats.isEmpty())
+                        outcome.message = [] { return L("Aucune conversation trouvée dans cette base."); };
+                } else {
+                    outcome.chats = MessagesReader::listChats(database);
+                    if (outcome.chats.isEmpty()) {
+                        const qint64 messages = MessagesReader::messageCount(database);
+                        if (messages > 0)
+                            outcome.message = [messages] {
+                                return L("La base contient %@ message(s) mais Nuvrel n'a pas réussi à les regrouper "
+                                         "(format très ancien). Dis-le moi, je l'ajoute.",
+                                         Localizer::locale().toString(messages));
+                            };
+                        else
+                            outcome.message = [] {
+                                return L("Cette sauvegarde ne contient aucun message. Si « Messages dans iCloud » est "
+                                         "activé sur l'iPhone, les messages restent dans iCloud et ne sont pas dans la "
+                                         "sauvegarde.");
+                            };
+                    }
+                }
+            } catch (const ConversationError& error) {
+                outcome.error = [error] { return error.errorDescription(); };
+            } catch (const BackupReadError& error) {
+                outcome.error = [error] { return error.message(); };
+            } catch (const std::exception&) {
+                outcome.error = [] { return ConversationError::unreadable().errorDescription(); };
+            }
+            return outcome;
+        },
+        [this, source](const Outcome& outcome) {
+            if (!outcome.database.isEmpty())
+                m_chatDatabases.insert(source, outcome.database);
+            if (source != m_convSource) { // the user switched meanwhile: that source's turn is queued
+                m_chatsLoading = false;
+                Q_EMIT chatsChanged();
+                loadChats();
+                return;
+            }
+            m_chatsLoading = false;
+            m_chats = outcome.chats;
+            m_chatsMessage = outcome.message;
+            if (outcome.error)
+                // An explicit QString: a deduced type would be a builder holding dead temporaries.
+                m_chatsMessage = [error = outcome.error]() -> QString {
+                    return L("Impossible de lire les conversations : ") + error();
+                };
+            Q_EMIT chatsChanged();
+            if (outcome.error)
+                setErrorNotice(m_chatsMessage);
+        });
+    if (!started)
+        return;
+    m_chatsLoading = true;
+    m_chatsMessage = nullptr;
+    Q_EMIT chatsChanged();
+}
+
+QList<MessagesChatInfo> ExplorerModel::visibleChats() const
+{
+    const ChatFilter matches(m_chatQuery);
+    QList<MessagesChatInfo> shown;
+    for (const MessagesChatInfo& chat : m_chats) {
+        if (shown.size() == chatListLimit)
+            break;
+        if (matches(chat))
+            shown.append(chat);
+    }
+    return shown;
+}
+
+bool ExplorerModel::chatsTruncated() const
+{
+    const ChatFilter matches(m_chatQuery);
+    return std::count_if(m_chats.cbegin(), m_chats.cend(), matches) > chatListLimit;
+}
+
+void ExplorerModel::createChatPDF(qint64 chatID)
+{
+    const QString database = m_chatDatabases.value(m_convSource);
+    const auto chat = std::find_if(m_chats.cbegin(), m_chats.cend(),
+                                   [chatID](const MessagesChatInfo& info) { return info.id == chatID; });
+    if (database.isEmpty() || chat == m_chats.cend() || workRunning())
+        return;
+    const int source = m_convSource;
+    const QString label = sourceLabel(source);
+    const MessagesChatInfo& info = *chat; // copied into the task
+
+    struct Outcome
+    {
+        QString pdf;
+        Text error;
+    };
+    const bool started = startJob(
+        [database, source, label, info](JobContext&) -> Outcome {
+            try {
+                const ChatTranscript transcript = source == WhatsAppSource
+                                                      ? WhatsAppReader::messages(info.id, info.title, database)
+                                                      : MessagesReader::messages(info.id, info.title, database);
+                if (transcript.messages.isEmpty())
+                    return {{}, [] { return ConversationError::empty().errorDescription(); }};
+                const QString folder = conversationsFolder();
+                if (!QDir().mkpath(folder))
+                    return {{}, [folder] { return BackupReadError::writeFailed(folder).message(); }};
+                const QString destination =
+                    IPhoneBackupReader::uniqueURL(QDir(folder).filePath(conversationFileName(info.title)));
+                ConversationPDF::build(destination, transcript, label);
+                return {destination, {}};
+            } catch (const ConversationPDF::Error& error) {
+                return {{}, [message = error.message()] { return message; }};
+            } catch (const ConversationError& error) {
+                return {{}, [error] { return error.errorDescription(); }};
+            } catch (const std::exception&) {
+                return {{}, [] { return ConversationError::unreadable().errorDescription(); }};
+            }
+        },
+        [this](const Outcome& outcome) {
+            setBusy({});
+            if (outcome.error) {
+                setErrorNotice(
+                    [error = outcome.error]() -> QString { return L("Impossible de créer le PDF : ") + error(); });
+                return;
+            }
+            m_lastFolder = QFileInfo(outcome.pdf).absolutePath();
+            Q_EMIT lastFolderChanged();
+            setNotice([] {
+                return L("PDF créé. Tu le retrouveras toujours dans « Garder une conversation », section « Mes "
+                         "conversations enregistrées ».");
+            });
+            m_services.workspace.open(outcome.pdf);
+        });
+    if (started)
+        setBusy(L("Création du PDF…"));
+}
+
+void ExplorerModel::createAllChatPDFs()
+{
+    const QString database = m_chatDatabases.value(m_convSource);
+    const QList<MessagesChatInfo> chats = visibleChats();
+    if (database.isEmpty() || chats.isEmpty() || workRunning())
+        return;
+    const int source = m_convSource;
+    const QString label = sourceLabel(source);
+
+    struct Outcome
+    {
+        int saved = 0;
+        int empty = 0;
+        int failed = 0;
+        bool stopped = false;
+        QString folder;
+    };
+    const bool started = startJob(
+        [database, source, label, chats](JobContext& context) -> Outcome {
+            Outcome outcome;
+            outcome.folder = conversationsFolder();
+            if (!QDir().mkpath(outcome.folder)) {
+                outcome.failed = int(chats.size());
+                return outcome;
+            }
+            for (qsizetype i = 0; i < chats.size(); ++i) {
+                if (context.isCancelled()) {
+                    outcome.stopped = true;
+                    break;
+                }
+                context.progress(i, chats.size());
+                const MessagesChatInfo& info = chats[i];
+                try {
+                    const ChatTranscript transcript = source == WhatsAppSource
+                                                          ? WhatsAppReader::messages(info.id, info.title, database)
+                                                          : MessagesReader::messages(info.id, info.title, database);
+                    if (transcript.messages.isEmpty()) {
+                        ++outcome.empty;
+                        continue;
+                    }
+                    const QString destination =
+                        IPhoneBackupReader::uniqueURL(QDir(outcome.folder).filePath(conversationFileName(info.title)));
+                    ConversationPDF::build(destination, transcript, label);
+                    ++outcome.saved;
+                } catch (const std::exception&) {
+                    ++outcome.failed;
+                }
+            }
+            return outcome;
+        },
+        [this](const Outcome& outcome) {
+            setBusy({});
+            Text text = [outcome] {
+                const QLocale numbers = Localizer::locale();
+                QString line = outcome.stopped
+                                   ? L("Enregistrement arrêté : %@ conversation(s) enregistrées en PDF, gardées",
+                                       numbers.toString(outcome.saved))
+                                   : L("%@ conversation(s) enregistrées en PDF", numbers.toString(outcome.saved));
+                if (outcome.empty > 0)
+                    line += L(" · %@ vide(s) ignorée(s)", numbers.toString(outcome.empty));
+                if (outcome.failed > 0)
+                    line += L(" · %@ en échec", numbers.toString(outcome.failed));
+                line += L(". Retrouve-les dans « Garder une conversation », section « Mes conversations "
+                          "enregistrées ».");
+                return line;
+            };
+            m_lastFolder = outcome.folder;
+            Q_EMIT lastFolderChanged();
+            if (outcome.saved == 0 && outcome.failed > 0)
+                setErrorNotice(std::move(text));
+            else
+                setNotice(std::move(text));
+        },
+        [](qint64 done, qint64 all) {
+            const QLocale locale = Localizer::locale();
+            return L("Conversation %@ sur %@…", locale.toString(done + 1), locale.toString(all));
+        });
+    if (started)
+        setBusy(L("Conversation %@ sur %@…", QStringLiteral("1"), Localizer::locale().toString(chats.size())), 0);
+}
+
+} // namespace nuvrel

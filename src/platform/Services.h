@@ -1,0 +1,17 @@
+#pragma once
+
+namespace nuvrel {
+
+class SecretStore;
+class Workspace;
+
+/// The operating system's services, as the pages and commands reach them: one object handed down,
+/// so that a page needing one more service does not grow every constructor on the way. The
+/// application and the CLI pass the system's (platform/system/SystemServices.h), tests pass fakes.
+struct Services
+{
+    SecretStore& secrets;
+    Workspace& workspace;
+};
+
+} // namespace nuvrel

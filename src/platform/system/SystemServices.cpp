@@ -1,0 +1,26 @@
+#include "platform/system/SystemServices.h"
+
+#include "platform/system/KeychainSecretStore.h"
+#include "platform/system/SystemWorkspace.h"
+
+namespace nuvrel {
+
+SecretStore& systemSecretStore()
+{
+    // QtKeychain speaks to the Keychain on macOS and to the Secret Service on Linux.
+    static KeychainSecretStore store;
+    return store;
+}
+
+Workspace& systemWorkspace()
+{
+    static SystemWorkspace workspace;
+    return workspace;
+}
+
+Services systemServices()
+{
+    return Services{systemSecretStore(), systemWorkspace()};
+}
+
+} // namespace nuvrel

@@ -1,0 +1,317 @@
+#include "engines/backup/IPhoneBackupReader.h"
+
+#include "engines/backup/BackupLocator.h"
+#include "l10n/LanguageStore.h"
+#include "support/BackupFixture.h"
+#include "support/SampleBackup.h"
+
+#include <QCryptographicHash>
+#include <QDirIterator>
+#include <QTemporaryDir>
+
+#include <sqlite3.h>
+
+#include <gtest/gtest.h>
+
+using namespace nuvrel;
+using namespace nuvrel::test;
+using Subject = BackupReadError::Subject;
+
+namespace {
+
+QByteArray readAll(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<unreadable>");
+}
+
+// Every file below a folder with its digest, so that any change — even a new journal file — shows.
+QMap<QString, QByteArray> snapshot(const QString& folder)
+{
+    QMap<QString, QByteArray> files;
+    QDirIterator it(folder, QDir::Files | QDir::Dirs | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        files.insert(path, QCryptographicHash::hash(readAll(path), QCryptographicHash::Sha256) +
+                               QByteArray::number(QFileInfo(path).lastModified().toMSecsSinceEpoch()));
+    }
+    return files;
+}
+
+template <typename Call>
+std::optional<BackupReadError> errorOf(Call call)
+{
+    try {
+        call();
+    } catch (const BackupReadError& error) {
+        return error;
+    }
+    return std::nullopt;
+}
+
+QList<SampleFile> sampleFiles()
+{
+    QList<SampleFile> files = cameraRollPhotos(1) + cameraRollHeicAndMov();
+    files.append({QStringLiteral("HomeDomain"), QStringLiteral("Library/SMS/sms.db"), pseudoRandomBytes(70'000, 8)});
+    files.append({QStringLiteral("HomeDomain"), QStringLiteral("Library/Notes/empty.txt"), QByteArray()});
+    files.append({QStringLiteral("AppDomain-net.whatsapp.WhatsApp"), QStringLiteral("Documents/notes"),
+                  QByteArray("exactly sixteen!"), 0}); // a block-sized file, and no "LastModified"
+    return files;
+}
+
+class ReaderTest : public testing::Test
+{
+protected:
+    PhoneBackup write(SampleBackup sample)
+    {
+        if (sample.files.isEmpty())
+            sample.files = sampleFiles();
+        const QString folder = sample.write(m_root.path());
+        return *BackupLocator::read(folder);
+    }
+    QString out(const QString& name = {}) const { return m_out.filePath(name); }
+
+    QTemporaryDir m_root;
+    QTemporaryDir m_out;
+};
+
+SampleBackup encryptedSample(SampleBackup::Layout layout = SampleBackup::Layout::Current, bool modern = true)
+{
+    SampleBackup sample;
+    sample.layout = layout;
+    sample.password = QStringLiteral("Été 2024 !");
+    sample.keyBag.modern = modern;
+    return sample;
+}
+
+} // namespace
+
+class ReaderLayouts : public ReaderTest, public testing::WithParamInterface<std::tuple<SampleBackup::Layout, bool>>
+{};
+
+TEST_P(ReaderLayouts, ListsAndExtractsEveryFileExactly)
+{
+    const auto [layout, encrypted] = GetParam();
+    SampleBackup sample = encrypted ? encryptedSample(layout) : SampleBackup();
+    sample.layout = layout;
+    const PhoneBackup backup = write(sample);
+    IPhoneBackupReader reader(backup, sample.password.value_or(QString()));
+    EXPECT_EQ(reader.isEncrypted(), encrypted);
+
+    const QList<BackupEntry> entries = reader.loadEntries();
+    const QList<SampleFile> files = sampleFiles();
+    ASSERT_EQ(entries.size(), files.size()); // folders and links are not listed
+    for (qsizetype i = 0; i < files.size(); ++i) {
+        const BackupEntry& entry = entries[i];
+        EXPECT_EQ(entry.domain, files[i].domain);
+        EXPECT_EQ(entry.path, files[i].path);
+        EXPECT_EQ(entry.fileID, SampleBackup::fileID(files[i].domain, files[i].path));
+        EXPECT_EQ(entry.meta().size, files[i].contents.size());
+        ASSERT_TRUE(reader.storedURL(entry.fileID));
+
+        const QString written = reader.extract(entry, out(entry.domain + u'/' + entry.safeRelativePath()));
+        EXPECT_EQ(readAll(written), files[i].contents) << qPrintable(entry.path);
+        if (files[i].lastModified != 0 || layout == SampleBackup::Layout::Oldest) {
+            // The oldest index always records a time, 0 included.
+            EXPECT_EQ(QFileInfo(written).lastModified().toSecsSinceEpoch(), files[i].lastModified);
+        } else {
+            EXPECT_GT(QFileInfo(written).lastModified(), QDateTime::currentDateTime().addSecs(-600));
+        }
+    }
+    // Asked again, a file is never overwritten: "IMG_0001 (2).JPG", then "(3)"; "notes" becomes "notes (2)".
+    const QString again = reader.extract(entries[0], out(QStringLiteral("IMG_0001.JPG")));
+    EXPECT_EQ(QFileInfo(again).fileName(), QStringLiteral("IMG_0001.JPG"));
+    EXPECT_EQ(QFileInfo(reader.extract(entries[0], again)).fileName(), QStringLiteral("IMG_0001 (2).JPG"));
+    EXPECT_EQ(QFileInfo(reader.extract(entries[0], again)).fileName(), QStringLiteral("IMG_0001 (3).JPG"));
+    const QString notes = reader.extract(entries[5], out(QStringLiteral("notes")));
+    EXPECT_EQ(QFileInfo(reader.extract(entries[5], notes)).fileName(), QStringLiteral("notes (2)"));
+
+    // A viewable copy keeps its name; two entries of the same name do not clash.
+    const QString openable = reader.openableURL(entries[1], QStringLiteral("IMG_0002.JPG"));
+    EXPECT_EQ(QFileInfo(openable).fileName(), QStringLiteral("IMG_0002.JPG"));
+    EXPECT_TRUE(openable.startsWith(reader.tempDir()));
+    EXPECT_NE(reader.openableURL(entries[2], QStringLiteral("IMG_0002.JPG")), openable);
+    EXPECT_EQ(readAll(openable), files[1].contents);
+    reader.cleanup();
+    EXPECT_FALSE(QFileInfo::exists(reader.tempDir()));
+}
+
+INSTANTIATE_TEST_SUITE_P(PlainAndEncrypted, ReaderLayouts,
+                         testing::Combine(testing::Values(SampleBackup::Layout::Current, SampleBackup::Layout::Oldest),
+                                          testing::Bool()),
+                         [](const auto& variant) {
+                             return QStringLiteral("%1%2")
+                                 .arg(std::get<0>(variant.param) == SampleBackup::Layout::Current ? u"Current"
+                                                                                                  : u"Oldest",
+                                      std::get<1>(variant.param) ? u"Encrypted" : u"Plain")
+                                 .toStdString();
+                         });
+
+TEST_F(ReaderTest, PasswordsAreCheckedBeforeAnythingIsWritten)
+{
+    for (bool modern : {true, false}) {
+        const PhoneBackup backup = write(encryptedSample(SampleBackup::Layout::Current, modern));
+        EXPECT_EQ(errorOf([&] { IPhoneBackupReader(backup, QString()); }), BackupReadError::needsPassword());
+        EXPECT_EQ(errorOf([&] { IPhoneBackupReader(backup, QStringLiteral("été 2024 !")); }),
+                  BackupReadError::wrongPassword());
+        IPhoneBackupReader reader(backup, QStringLiteral("Été 2024 !"));
+        EXPECT_EQ(reader.loadEntries().size(), sampleFiles().size());
+    }
+}
+
+TEST_F(ReaderTest, TheBackupFolderIsNeverChanged)
+{
+    const SampleBackup sample = encryptedSample();
+    const PhoneBackup backup = write(sample);
+    const PhoneBackup plain = write([] {
+        SampleBackup other;
+        other.id = QStringLiteral("plain");
+        return other;
+    }());
+    const QMap<QString, QByteArray> before = snapshot(m_root.path());
+
+    EXPECT_TRUE(errorOf([&] { IPhoneBackupReader(backup, QStringLiteral("wrong")); }));
+    for (const PhoneBackup& each : {backup, plain}) {
+        IPhoneBackupReader reader(each, *sample.password);
+        for (const BackupEntry& entry : reader.loadEntries()) {
+            reader.extract(entry, out(each.id + u'/' + entry.safeRelativePath()));
+            reader.openableURL(entry, entry.fileName());
+        }
+        reader.closeDatabase();
+        reader.cleanup();
+    }
+    EXPECT_EQ(snapshot(m_root.path()), before); // no journal, -wal or -shm file either
+}
+
+TEST_F(ReaderTest, WrongPasswordNeverLeavesAnOutputFileAndFileErrorsAreClean)
+{
+    const PhoneBackup backup = write(encryptedSample());
+    IPhoneBackupReader reader(backup, QStringLiteral("Été 2024 !"));
+    QList<BackupEntry> entries = reader.loadEntries();
+
+    // A file of the asymmetric class 2 has no usable key: refused, and nothing is left behind.
+    BackupEntry asymmetric = entries[0];
+    MBFileInfo meta = asymmetric.meta();
+    meta.encKey = wrappedKeyValue(2, pseudoRandomBytes(32, 1), pseudoRandomBytes(32, 2));
+    asymmetric.preMeta = MBFileInfoBox{meta};
+    EXPECT_EQ(errorOf([&] { reader.extract(asymmetric, out(QStringLiteral("a.jpg"))); }),
+              BackupReadError::unreadable(Subject::FileKey));
+    // A key wrapped under the wrong class key fails its integrity check the same way.
+    meta.encKey = wrappedKeyValue(3, pseudoRandomBytes(32, 1), pseudoRandomBytes(32, 2));
+    asymmetric.preMeta = MBFileInfoBox{meta};
+    EXPECT_EQ(errorOf([&] { reader.extract(asymmetric, out(QStringLiteral("a.jpg"))); }),
+              BackupReadError::unreadable(Subject::FileKey));
+    meta.encKey.reset();
+    asymmetric.preMeta = MBFileInfoBox{meta};
+    EXPECT_EQ(errorOf([&] { reader.extract(asymmetric, out(QStringLiteral("a.jpg"))); }),
+              BackupReadError::unreadable(Subject::MissingFileKey));
+    EXPECT_FALSE(QFileInfo::exists(out(QStringLiteral("a.jpg"))));
+
+    // A hostile identifier never reaches outside the backup folder.
+    BackupEntry hostile = entries[0];
+    hostile.fileID = QStringLiteral("../../../../etc/passwd");
+    EXPECT_FALSE(reader.storedURL(hostile.fileID));
+    EXPECT_EQ(errorOf([&] { reader.extract(hostile, out(QStringLiteral("p"))); }),
+              BackupReadError::unreadable(Subject::MissingFile));
+    hostile.path = QStringLiteral("../../outside/./x");
+    EXPECT_EQ(hostile.safeRelativePath(), QStringLiteral("outside/x"));
+
+    // A recorded size of 0 gives an empty file although the stored copy holds one cipher block.
+    const QString empty = reader.extract(entries[4], out(QStringLiteral("empty.txt")));
+    EXPECT_EQ(QFileInfo(empty).size(), 0);
+    EXPECT_EQ(QFileInfo(*reader.storedURL(entries[4].fileID)).size(), 16);
+
+    // A missing stored copy is reported, and the destination stays free.
+    QFile::remove(*reader.storedURL(entries[3].fileID));
+    EXPECT_EQ(errorOf([&] { reader.extract(entries[3], out(QStringLiteral("sms.db"))); }),
+              BackupReadError::unreadable(Subject::MissingFile));
+    EXPECT_FALSE(QFileInfo::exists(out(QStringLiteral("sms.db"))));
+}
+
+TEST_F(ReaderTest, DamagedIndexesAndKeyBagsGiveTheirErrors)
+{
+    const auto reopen = [](const PhoneBackup& backup, const QString& password = QStringLiteral("Été 2024 !")) {
+        return errorOf([&] { IPhoneBackupReader(backup, password).loadEntries(); });
+    };
+    // A plain index that is no database, or cut short: an error or fewer rows, never a crash.
+    PhoneBackup plain = write(SampleBackup());
+    const QString index = plain.url + QStringLiteral("/Manifest.db");
+    const QByteArray whole = readAll(index);
+    writeFile(index, whole.first(whole.size() / 2));
+    try {
+        IPhoneBackupReader reader(plain, {});
+        EXPECT_LE(reader.loadEntries().size(), sampleFiles().size());
+    } catch (const BackupReadError& error) {
+        EXPECT_EQ(error, BackupReadError::unreadable(Subject::FileList));
+    }
+    writeFile(index, pseudoRandomBytes(8192, 3));
+    EXPECT_EQ(reopen(plain), BackupReadError::unreadable(Subject::FileList));
+
+    // Encrypted: a key bag of garbage, a missing index key, an index that decrypts to almost nothing.
+    SampleBackup sample = encryptedSample();
+    sample.id = QStringLiteral("damaged");
+    PhoneBackup encrypted = write(sample);
+    const QString manifestPlist = encrypted.url + QStringLiteral("/Manifest.plist");
+    const QByteArray goodPlist = readAll(manifestPlist);
+    writeFile(encrypted.url + QStringLiteral("/Manifest.db"), pseudoRandomBytes(96, 4));
+    EXPECT_EQ(reopen(encrypted), BackupReadError::unreadable(Subject::Decryption));
+    writeFile(manifestPlist, writePlist(QVariantMap{{QStringLiteral("IsEncrypted"), true},
+                                                    {QStringLiteral("BackupKeyBag"), pseudoRandomBytes(99, 5)}},
+                                        PlistFormat::Binary));
+    EXPECT_EQ(reopen(encrypted), BackupReadError::unsupported());
+    writeFile(manifestPlist, "not a plist");
+    EXPECT_EQ(reopen(encrypted), BackupReadError::unsupported());
+    writeFile(manifestPlist, goodPlist);
+    QFile::remove(encrypted.url + QStringLiteral("/Manifest.db"));
+    EXPECT_EQ(reopen(encrypted), BackupReadError::unreadable(Subject::ManifestMbdb));
+    writeFile(encrypted.url + QStringLiteral("/Manifest.mbdb"), "mbdb\x05\x00");
+    EXPECT_EQ(reopen(encrypted), BackupReadError::unsupported());
+}
+
+TEST_F(ReaderTest, RowsWithoutTextColumnsAreSkipped)
+{
+    const PhoneBackup backup = write(SampleBackup());
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open((backup.url + QStringLiteral("/Manifest.db")).toUtf8().constData(), &db), SQLITE_OK);
+    sqlite3_exec(db,
+                 "INSERT INTO Files VALUES ('00000000000000000000000000000000000000aa', 'HomeDomain', NULL, 1, NULL);"
+                 "INSERT INTO Files VALUES ('00000000000000000000000000000000000000bb', 'HomeDomain', 'x', 1, NULL);"
+                 "INSERT INTO Files VALUES (x'3432', 'HomeDomain', 'y', 1, NULL);",
+                 nullptr, nullptr, nullptr);
+    sqlite3_close(db);
+    IPhoneBackupReader reader(backup, {});
+    const QList<BackupEntry> entries = reader.loadEntries();
+    ASSERT_EQ(entries.size(), sampleFiles().size() + 1);
+    EXPECT_EQ(entries.back().path, QStringLiteral("x"));
+    EXPECT_FALSE(entries.back().blob.has_value()); // a null record: the default facts
+    EXPECT_EQ(entries.back().meta(), MBFileInfo());
+}
+
+TEST_F(ReaderTest, TemporaryFolderIsPrivateAndTheDecryptedIndexGoesAway)
+{
+    IPhoneBackupReader reader(write(encryptedSample()), QStringLiteral("Été 2024 !"));
+    EXPECT_EQ(QFileInfo(reader.tempDir()).permissions() & (QFileDevice::ReadGroup | QFileDevice::ReadOther), 0);
+    const QString plainIndex = reader.tempDir() + QStringLiteral("/manifest.db");
+    EXPECT_TRUE(QFileInfo::exists(plainIndex));
+    reader.closeDatabase();
+    EXPECT_FALSE(QFileInfo::exists(plainIndex));
+    EXPECT_TRUE(reader.loadEntries().isEmpty());
+}
+
+TEST(BackupReadError, MessagesAreLocalised)
+{
+    LanguageStore& store = LanguageStore::shared();
+    const AppLanguage saved = store.language();
+    store.setLanguageForThisRun(AppLanguage::Fr);
+    EXPECT_EQ(BackupReadError::unreadable(Subject::Decryption).message(),
+              QStringLiteral("Impossible de lire la sauvegarde (déchiffrement). Vérifie que Nuvrel a l'accès complet "
+                             "au disque."));
+    store.setLanguageForThisRun(AppLanguage::En);
+    const QString english = BackupReadError::unreadable(Subject::Decryption).message();
+    EXPECT_FALSE(english.contains(QStringLiteral("déchiffrement"))) << qPrintable(english);
+    EXPECT_TRUE(BackupReadError::unreadable(Subject::ManifestDb).message().contains(QStringLiteral("Manifest.db")));
+    EXPECT_TRUE(
+        BackupReadError::writeFailed(QStringLiteral("/x/y.jpg")).message().contains(QStringLiteral("/x/y.jpg")));
+    store.setLanguageForThisRun(saved);
+}

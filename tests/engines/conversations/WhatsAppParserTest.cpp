@@ -1,0 +1,146 @@
+#include "engines/conversations/WhatsAppParser.h"
+
+#include "l10n/LanguageStore.h"
+
+#include <QTimeZone>
+
+#include <gtest/gtest.h>
+
+using namespace nuvrel;
+
+namespace {
+
+class WhatsAppParserTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        m_saved = LanguageStore::shared().language();
+        LanguageStore::shared().setLanguageForThisRun(AppLanguage::Fr);
+    }
+    void TearDown() override { LanguageStore::shared().setLanguageForThisRun(m_saved); }
+
+    static ChatTranscript parse(const QString& text)
+    {
+        std::optional<ChatTranscript> transcript = WhatsAppParser::parse(text, QStringLiteral("Export"));
+        return transcript.value_or(ChatTranscript{QStringLiteral("<nothing>"), {}});
+    }
+    static QDateTime local(int y, int m, int d, int h, int mi, int s = 0)
+    {
+        return QDateTime(QDate(y, m, d), QTime(h, mi, s), QTimeZone::systemTimeZone());
+    }
+
+    AppLanguage m_saved = AppLanguage::Auto;
+};
+
+} // namespace
+
+TEST_F(WhatsAppParserTest, IphoneLineMonthFirstTwelveHour)
+{
+    const ChatTranscript t = parse(QStringLiteral("[12/31/23, 9:05:07 PM] Ann: hi"));
+    ASSERT_EQ(t.messages.size(), 1);
+    EXPECT_EQ(t.messages[0].date, local(2023, 12, 31, 21, 5, 7));
+    EXPECT_EQ(t.messages[0].sender, QStringLiteral("Ann"));
+    EXPECT_EQ(t.messages[0].text, QStringLiteral("hi"));
+    EXPECT_EQ(t.title, QStringLiteral("WhatsApp : Ann"));
+}
+
+TEST_F(WhatsAppParserTest, AndroidLinesSendersSystemLinesAndContinuations)
+{
+    const ChatTranscript t = parse(QStringLiteral("31.12.2023, 21:05 - Bob: a: b\n"
+                                                  "31.12.2023, 21:06 - Les messages sont chiffrés de bout en bout.\n"
+                                                  "01.01.2024, 00:01 - Bob: ligne un\n"
+                                                  "ligne deux\n"
+                                                  "Zoé: pas un expéditeur\n"
+                                                  "\n"
+                                                  "01.01.2024, 00:02 - Ann: "));
+    ASSERT_EQ(t.messages.size(), 4);
+    EXPECT_EQ(t.messages[0].sender, QStringLiteral("Bob"));
+    EXPECT_EQ(t.messages[0].text, QStringLiteral("a: b"));
+    EXPECT_EQ(t.messages[1].sender, QStringLiteral("Système"));
+    EXPECT_EQ(t.messages[1].text, QStringLiteral("Les messages sont chiffrés de bout en bout."));
+    EXPECT_EQ(t.messages[2].text, QStringLiteral("ligne un\nligne deux\nZoé: pas un expéditeur"));
+    EXPECT_EQ(t.messages[3].text, QString()); // kept although empty
+    EXPECT_EQ(t.messages[0].date, local(2023, 12, 31, 21, 5));
+    EXPECT_EQ(t.title, QStringLiteral("WhatsApp : Bob / Ann"));
+}
+
+TEST_F(WhatsAppParserTest, TwelveHourEdgesAndDateOrder)
+{
+    const ChatTranscript t = parse(QStringLiteral("[03/04/2024, 12:30 am] A: x\n"
+                                                  "[03/04/2024, 12:30 PM] A: y\n"
+                                                  "[03/04/2024, 1:30 p.m.] A: z"));
+    ASSERT_EQ(t.messages.size(), 3);
+    EXPECT_EQ(t.messages[0].date, local(2024, 4, 3, 0, 30)); // all numbers ≤ 12: day first
+    EXPECT_EQ(t.messages[1].date, local(2024, 4, 3, 12, 30));
+    EXPECT_EQ(t.messages[2].date, local(2024, 4, 3, 13, 30));
+}
+
+TEST_F(WhatsAppParserTest, RealExportsWithMarksAndSpecialSpaces)
+{
+    // An iPhone export: byte-order mark, left-to-right marks, U+202F before "PM", CRLF line ends.
+    const QString iphone = QStringLiteral("\uFEFF[22/11/2026, 8:15:02\u202FPM] \u200EAna: Tu viens ?\r\n"
+                                          "\u200E[22/11/2026, 8:16:10\u202FPM] Moi: Oui\u00A0!\r\n"
+                                          "[22/11/2026, 8:17:00\u202FPM] Ana: \u200Eimage omitted");
+    const ChatTranscript t = parse(iphone);
+    ASSERT_EQ(t.messages.size(), 3);
+    EXPECT_EQ(t.messages[0].date, local(2026, 11, 22, 20, 15, 2));
+    EXPECT_EQ(t.messages[0].sender, QStringLiteral("Ana"));
+    EXPECT_EQ(t.messages[2].text, QStringLiteral("image omitted"));
+
+    // Five participants keep the fallback title.
+    QString crowd;
+    for (const char* name : {"A", "B", "C", "D", "E"})
+        crowd += QStringLiteral("1/2/24, 10:00 - %1: hi\n").arg(QLatin1StringView(name));
+    EXPECT_EQ(parse(crowd).title, QStringLiteral("WhatsApp : Export"));
+}
+
+TEST_F(WhatsAppParserTest, OtherLayoutsAreReadOnlyWhenTheUsualOnesReadNothing)
+{
+    const ChatTranscript yearFirst =
+        parse(QStringLiteral("2019/01/30, 20:49 - Ana: hola\n2019/01/31, 8:00 p. m. - Bo: ¿qué?"));
+    ASSERT_EQ(yearFirst.messages.size(), 2);
+    EXPECT_EQ(yearFirst.messages[0].date, local(2019, 1, 30, 20, 49));
+    EXPECT_EQ(yearFirst.messages[1].date, local(2019, 1, 31, 20, 0));
+    const ChatTranscript spaced = parse(QStringLiteral("30/1/19, 8:49 p. m. - Ana: hola"));
+    ASSERT_EQ(spaced.messages.size(), 1);
+    EXPECT_EQ(spaced.messages[0].date, local(2019, 1, 30, 20, 49));
+    // A file the usual layouts read is read exactly by them: the year-first line stays a continuation.
+    const ChatTranscript mixed = parse(QStringLiteral("30/01/2019, 20:49 - Ana: hola\n2019/01/31, 20:50 - Bo: no"));
+    ASSERT_EQ(mixed.messages.size(), 1);
+    EXPECT_EQ(mixed.messages[0].text, QStringLiteral("hola\n2019/01/31, 20:50 - Bo: no"));
+}
+
+TEST_F(WhatsAppParserTest, NothingReadableGivesNothing)
+{
+    EXPECT_FALSE(WhatsAppParser::parse(QStringLiteral("just some text\nwithout dates"), QStringLiteral("x")));
+    EXPECT_FALSE(WhatsAppParser::parse(QString(), QStringLiteral("x")));
+    EXPECT_FALSE(WhatsAppParser::parse(QStringLiteral("31/02/2024, 10:00 - A: impossible date"), QStringLiteral("x")));
+    EXPECT_FALSE(WhatsAppParser::parse(QStringLiteral("1/1/2024, 25:00 - A: impossible hour"), QStringLiteral("x")));
+}
+
+TEST_F(WhatsAppParserTest, LocalTimesAcrossDaylightSavingSwitches)
+{
+    // Paris: 02:00 became 03:00 on 31 March 2024, 03:00 became 02:00 again on 27 October 2024.
+    const QByteArray savedZone = qgetenv("TZ");
+    qputenv("TZ", "Europe/Paris");
+    const QTimeZone paris("Europe/Paris");
+    const ChatTranscript t = parse(QStringLiteral("31/03/2024, 01:59 - A: before\n"
+                                                  "31/03/2024, 03:01 - A: after\n"
+                                                  "31/03/2024, 03:59 - A: later\n"
+                                                  "27/10/2024, 02:30 - A: in the repeated hour\n"
+                                                  "27/10/2024, 04:00 - A: winter\n"
+                                                  "15/07/2024, 12:00 - A: summer"));
+    ASSERT_EQ(t.messages.size(), 6);
+    const QList<QDateTime> expected{
+        QDateTime(QDate(2024, 3, 31), QTime(1, 59), paris), QDateTime(QDate(2024, 3, 31), QTime(3, 1), paris),
+        QDateTime(QDate(2024, 3, 31), QTime(3, 59), paris), QDateTime(QDate(2024, 10, 27), QTime(2, 30), paris),
+        QDateTime(QDate(2024, 10, 27), QTime(4, 0), paris), QDateTime(QDate(2024, 7, 15), QTime(12, 0), paris)};
+    for (qsizetype i = 0; i < expected.size(); ++i)
+        EXPECT_EQ(t.messages[i].date.toMSecsSinceEpoch(), expected[i].toMSecsSinceEpoch()) << i;
+    EXPECT_EQ(t.messages[5].date.toUTC().time(), QTime(10, 0)); // UTC+2 in summer
+    if (savedZone.isNull())
+        qunsetenv("TZ");
+    else
+        qputenv("TZ", savedZone);
+}
