@@ -112,7 +112,7 @@ void Open50kPhotos(benchmark::State& state)
         ExplorerModel model(data().large, {secrets, workspace});
         model.start();
         waitFor([&] { return model.phase() != ExplorerModel::Phase::Loading; });
-        photos = model.photos().size();
+        photos = model.photoRoll().photos().size();
     }
     state.counters["photos"] = double(photos);
 }
@@ -146,33 +146,33 @@ void ThumbnailScroll(benchmark::State& state)
     ExplorerModel model(data().photos, {secrets, workspace});
     model.start();
     waitFor([&] { return model.phase() != ExplorerModel::Phase::Loading; });
-    model.setThumbnailCacheLimit(40LL * ExplorerModel::thumbnailSide * ExplorerModel::thumbnailSide * 4);
+    model.photoRoll().setThumbnailCacheLimit(40LL * PhotoRoll::thumbnailSide * PhotoRoll::thumbnailSide * 4);
     qint64 peak = 0;
     int decoded = 0;
     for (auto _ : state) {
-        const int before = model.thumbnailsDecoded();
+        const int before = model.photoRoll().thumbnailsDecoded();
         // Down and back up, a screenful (30 cells) at a time, waiting for each screen as a user would.
         QList<int> rows;
-        for (int row = 0; row < model.photos().size(); ++row)
+        for (int row = 0; row < model.photoRoll().photos().size(); ++row)
             rows << row;
-        for (int row = int(model.photos().size()) - 1; row >= 0; --row)
+        for (int row = int(model.photoRoll().photos().size()) - 1; row >= 0; --row)
             rows << row;
         for (qsizetype start = 0; start < rows.size(); start += 30) {
             const QList<int> screen = rows.mid(start, 30);
             waitFor([&] {
                 bool all = true;
                 for (int row : screen)
-                    all = !model.thumbnail(model.photos().at(row).entry.fileID).isNull() && all;
-                peak = std::max(peak, model.thumbnailCacheBytes());
+                    all = !model.photoRoll().thumbnail(model.photoRoll().photos().at(row).entry.fileID).isNull() && all;
+                peak = std::max(peak, model.photoRoll().thumbnailCacheBytes());
                 return all;
             });
         }
-        decoded += model.thumbnailsDecoded() - before;
+        decoded += model.photoRoll().thumbnailsDecoded() - before;
     }
     state.counters["thumbnails_per_s"] = benchmark::Counter(decoded, benchmark::Counter::kIsRate);
     state.counters["cache_peak_MB"] = double(peak) / 1e6;
-    state.counters["cache_limit_MB"] = double(model.thumbnailCacheLimit()) / 1e6;
-    if (peak > model.thumbnailCacheLimit())
+    state.counters["cache_limit_MB"] = double(model.photoRoll().thumbnailCacheLimit()) / 1e6;
+    if (peak > model.photoRoll().thumbnailCacheLimit())
         state.SkipWithError("the thumbnail cache outgrew its bound");
 }
 
@@ -186,7 +186,7 @@ void WholeDecodeReference(benchmark::State& state)
             QImage image;
             image.load(*reader.storedURL(entry.fileID));
             benchmark::DoNotOptimize(image
-                                         .scaled(ExplorerModel::thumbnailSide, ExplorerModel::thumbnailSide,
+                                         .scaled(PhotoRoll::thumbnailSide, PhotoRoll::thumbnailSide,
                                                  Qt::KeepAspectRatio, Qt::SmoothTransformation)
                                          .width());
             ++decoded;

@@ -106,14 +106,19 @@ void Job::deliver(const QPointer<Job>& job, quint64 generation, std::function<vo
         Qt::QueuedConnection);
 }
 
+namespace {
+QMutex poolLock;
+QThreadPool* sharedPool = nullptr;
+} // namespace
+
 QThreadPool& Job::pool()
 {
-    static QThreadPool* shared = [] {
-        auto* pool = new QThreadPool;
-        pool->setMaxThreadCount(std::max(2, QThread::idealThreadCount()));
-        return pool;
-    }();
-    return *shared;
+    const QMutexLocker locker(&poolLock);
+    if (!sharedPool) {
+        sharedPool = new QThreadPool;
+        sharedPool->setMaxThreadCount(std::max(2, QThread::idealThreadCount()));
+    }
+    return *sharedPool;
 }
 
 const std::atomic<bool>* Job::quittingFlag()
@@ -129,7 +134,15 @@ bool Job::shutdown(int msecs)
         for (const CancelToken& token : std::as_const(runningTokens))
             token.cancel();
     }
-    return pool().waitForDone(msecs);
+    const QMutexLocker locker(&poolLock);
+    if (!sharedPool)
+        return true;
+    if (!sharedPool->waitForDone(msecs))
+        return false; // still busy: left running, the process ends it
+    // Its threads end with it, and what they keep per thread (font caches of PDF drawing) goes too.
+    delete sharedPool;
+    sharedPool = nullptr;
+    return true;
 }
 
 } // namespace nuvrel

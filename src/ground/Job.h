@@ -114,7 +114,8 @@ public:
 
     /// The application's pool of workers, shared by every model.
     static QThreadPool& pool();
-    /// Cancels every running job and waits for the pool at most `msecs`; for quitting.
+    /// Cancels every running job and waits for the pool at most `msecs`, then ends its threads; for
+    /// quitting. False when work was still running.
     static bool shutdown(int msecs);
     /// Set once shutdown() began: work that finishes the file in hand on a plain cancel stops at once.
     static const std::atomic<bool>* quittingFlag();

@@ -39,6 +39,11 @@ using namespace nuvrel::test;
 
 namespace {
 
+QString rowText(const QAbstractItemView* view, int row)
+{
+    return view->model()->index(row, 0).data().toString();
+}
+
 constexpr int timeoutMs = 60'000;
 
 QByteArray readAll(const QString& path)
@@ -242,11 +247,11 @@ TEST_F(MainWindowTest, EncryptedBackupJourney)
 
     // Three photos chosen by clicking their cells, then extracted.
     PhotoGridView* grid = explorer->photoGrid();
-    ASSERT_TRUE(QTest::qWaitFor([&] { return model.thumbnailsDecoded() >= 8; }, timeoutMs));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model.photoRoll().thumbnailsDecoded() >= 8; }, timeoutMs));
     for (int row : {0, 2, 5})
         QTest::mouseClick(grid->viewport(), Qt::LeftButton, {},
                           grid->visualRect(grid->model()->index(row, 0)).center());
-    EXPECT_EQ(model.selected().size(), 3);
+    EXPECT_EQ(model.photoRoll().selected().size(), 3);
     screenshot(*window, QStringLiteral("07-photos"));
     // The same screen in the dark palette, then back.
     qputenv("NUVREL_THEME", "dark");
@@ -271,22 +276,22 @@ TEST_F(MainWindowTest, EncryptedBackupJourney)
     // All files: the categories, then a folder.
     explorer->tabs()->setCurrentIndex(ExplorerModel::FilesTab);
     EXPECT_EQ(model.tab(), ExplorerModel::FilesTab);
-    ASSERT_GE(explorer->fileList()->count(), 3);
-    EXPECT_EQ(explorer->fileList()->item(0)->text(), QStringLiteral("Photos et vidéos"));
+    ASSERT_GE(explorer->fileList()->model()->rowCount(), 3);
+    EXPECT_EQ(rowText(explorer->fileList(), 0), QStringLiteral("Photos et vidéos"));
     screenshot(*window, QStringLiteral("09-domains"));
-    explorer->fileList()->setCurrentRow(0);
+    explorer->fileList()->setCurrentIndex(explorer->fileList()->model()->index(0, 0));
     QTest::keyClick(explorer->fileList(), Qt::Key_Return);
-    EXPECT_EQ(model.domain(), QStringLiteral("CameraRollDomain"));
+    EXPECT_EQ(model.fileBrowser().domain(), QStringLiteral("CameraRollDomain"));
     QTest::keyClick(explorer->fileList(), Qt::Key_Return);
     QTest::keyClick(explorer->fileList(), Qt::Key_Return);
-    EXPECT_EQ(model.folder(), (QStringList{QStringLiteral("Media"), QStringLiteral("DCIM")}));
+    EXPECT_EQ(model.fileBrowser().folder(), (QStringList{QStringLiteral("Media"), QStringLiteral("DCIM")}));
     screenshot(*window, QStringLiteral("10-folder"));
 
     // Conversations: one saved as a PDF.
     explorer->tabs()->setCurrentIndex(ExplorerModel::ConversationsTab);
-    ASSERT_TRUE(QTest::qWaitFor([&] { return explorer->chatList()->count() == 2; }, timeoutMs));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return explorer->chatList()->model()->rowCount() == 2; }, timeoutMs));
     screenshot(*window, QStringLiteral("11-conversations"));
-    explorer->chatList()->setCurrentRow(0);
+    explorer->chatList()->setCurrentIndex(explorer->chatList()->model()->index(0, 0));
     QTest::keyClick(explorer->chatList(), Qt::Key_Return);
     ASSERT_TRUE(QTest::qWaitFor([&] { return model.notice().startsWith(QStringLiteral("PDF créé.")); }, timeoutMs))
         << model.errorNotice().toStdString();
@@ -325,17 +330,17 @@ TEST_F(MainWindowTest, OneClickOpensAndADoubleClickOpensOnce)
     ASSERT_NE(explorer, nullptr);
 
     explorer->tabs()->setCurrentIndex(ExplorerModel::FilesTab);
-    QListWidget* files = explorer->fileList();
-    ASSERT_EQ(files->item(0)->text(), QStringLiteral("Photos et vidéos"));
-    const QPoint first = files->visualItemRect(files->item(0)).center();
+    QListView* files = explorer->fileList();
+    ASSERT_EQ(rowText(files, 0), QStringLiteral("Photos et vidéos"));
+    const QPoint first = files->visualRect(files->model()->index(0, 0)).center();
     // What a double click delivers: a click, then a press, the double click event and a release.
     QTest::mouseClick(files->viewport(), Qt::LeftButton, {}, first);
     QTest::mousePress(files->viewport(), Qt::LeftButton, {}, first);
     QTest::mouseDClick(files->viewport(), Qt::LeftButton, {}, first);
     QTest::mouseRelease(files->viewport(), Qt::LeftButton, {}, first);
-    EXPECT_EQ(explorer->model().domain(), QStringLiteral("CameraRollDomain"));
-    EXPECT_EQ(explorer->model().folder(), QStringList{});
-    EXPECT_EQ(files->item(0)->text(), QStringLiteral("Media"));
+    EXPECT_EQ(explorer->model().fileBrowser().domain(), QStringLiteral("CameraRollDomain"));
+    EXPECT_EQ(explorer->model().fileBrowser().folder(), QStringList{});
+    EXPECT_EQ(rowText(files, 0), QStringLiteral("Media"));
 }
 
 // Cells widen so that whole columns fill the grid, whether or not the scroll bar shows, and at

@@ -2,6 +2,8 @@
 // scratch folder of its own: no test touches the developer's configuration, and test processes that
 // CTest runs side by side never share a temporary folder.
 
+#include "ground/Job.h"
+
 #include <QCoreApplication>
 #if defined(NUVREL_WIDGETS_TEST_MAIN)
 #include <QApplication>
@@ -47,5 +49,8 @@ int main(int argc, char* argv[])
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, home.path());
     QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, home.path());
     qunsetenv("NUVREL_BACKUP_ROOT");
-    return RUN_ALL_TESTS();
+    const int status = RUN_ALL_TESTS();
+    // Work a test left running ends before the application does, with its threads.
+    nuvrel::Job::shutdown(60'000);
+    return status;
 }

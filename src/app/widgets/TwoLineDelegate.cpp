@@ -1,5 +1,7 @@
 #include "app/widgets/TwoLineDelegate.h"
 
+#include "app/shell/Icons.h"
+
 #include <QApplication>
 #include <QPainter>
 
@@ -15,7 +17,11 @@ void TwoLineDelegate::paint(QPainter* painter, const QStyleOptionViewItem& optio
     QStyleOptionViewItem opt = option;
     initStyleOption(&opt, index);
     const QString title = opt.text;
-    const QIcon icon = opt.icon;
+    QIcon icon = opt.icon;
+    if (icon.isNull()) {
+        if (const QString name = index.data(ListRole::IconName).toString(); !name.isEmpty())
+            icon = Icons::icon(name);
+    }
     opt.text.clear();
     opt.icon = QIcon();
     const QWidget* widget = option.widget;

@@ -19,44 +19,6 @@
 
 namespace nuvrel {
 
-namespace {
-
-// Digits only: a number is found however it is spaced.
-QString digitsOf(QStringView text)
-{
-    QString digits;
-    for (const QChar c : text) {
-        if (c.isDigit())
-            digits += c;
-    }
-    return digits;
-}
-
-// The search of the conversation list: part of the title, or, for a query that is mostly a number, its
-// digits anywhere in the title's digits ("06 12 34" finds "+33 6 12 34 56 78" only by "61234").
-class ChatFilter
-{
-public:
-    explicit ChatFilter(const QString& query)
-        : m_query(query.trimmed())
-        , m_digits(digitsOf(m_query))
-        , m_byNumber(m_digits.size() >= 3 && m_digits.size() * 2 >= m_query.size())
-    {}
-
-    bool operator()(const MessagesChatInfo& chat) const
-    {
-        return m_query.isEmpty() || chat.title.contains(m_query, Qt::CaseInsensitive) ||
-               (m_byNumber && digitsOf(chat.title).contains(m_digits));
-    }
-
-private:
-    QString m_query;
-    QString m_digits;
-    bool m_byNumber;
-};
-
-} // namespace
-
 QString ExplorerModel::conversationFileName(const QString& title)
 {
     constexpr qsizetype maxCodePoints = 80;
@@ -86,19 +48,11 @@ void ExplorerModel::setConvSource(int source)
         return;
     m_convSource = source;
     Q_EMIT convSourceChanged();
-    m_chats.clear();
+    m_chats->setChats({});
     m_chatsMessage = nullptr;
     Q_EMIT chatsChanged();
-    if (m_phase == Phase::Ready)
+    if (phase() == Phase::Ready)
         loadChats();
-}
-
-void ExplorerModel::setChatQuery(const QString& query)
-{
-    if (query == m_chatQuery)
-        return;
-    m_chatQuery = query;
-    Q_EMIT chatQueryChanged();
 }
 
 QString ExplorerModel::sourceLabel(int source) const
@@ -121,8 +75,10 @@ void ExplorerModel::loadChats()
         return;
     }
     const int source = m_convSource;
-    const std::optional<BackupEntry> entry = source == WhatsAppSource ? m_waEntry : m_smsEntry;
-    m_chats.clear();
+    const BackupCatalogue& catalogue = m_session->catalogue();
+    const std::optional<BackupEntry> entry =
+        source == WhatsAppSource ? catalogue.whatsAppDatabase : catalogue.messagesDatabase;
+    m_chats->setChats({});
     if (!entry) {
         m_chatsMessage = [] { return L("Cette sauvegarde ne contient pas ces conversations."); };
         Q_EMIT chatsChanged();
@@ -136,7 +92,7 @@ void ExplorerModel::loadChats()
         Text error;
     };
     std::shared_ptr<const IPhoneBackupReader> reader = m_reader;
-    const QList<BackupEntry> domainEntries = m_byDomain.value(entry->domain);
+    const QList<BackupEntry> domainEntries = catalogue.byDomain.value(entry->domain);
     const QString known = m_chatDatabases.value(source);
     const bool started = startJob(
         [reader, entry = *entry, domainEntries, source, known](JobContext&) -> Outcome {
@@ -202,7 +158,7 @@ void ExplorerModel::loadChats()
                 return;
             }
             m_chatsLoading = false;
-            m_chats = outcome.chats;
+            m_chats->setChats(outcome.chats);
             m_chatsMessage = outcome.message;
             if (outcome.error)
                 // An explicit QString: a deduced type would be a builder holding dead temporaries.
@@ -220,31 +176,13 @@ void ExplorerModel::loadChats()
     Q_EMIT chatsChanged();
 }
 
-QList<MessagesChatInfo> ExplorerModel::visibleChats() const
-{
-    const ChatFilter matches(m_chatQuery);
-    QList<MessagesChatInfo> shown;
-    for (const MessagesChatInfo& chat : m_chats) {
-        if (shown.size() == chatListLimit)
-            break;
-        if (matches(chat))
-            shown.append(chat);
-    }
-    return shown;
-}
-
-bool ExplorerModel::chatsTruncated() const
-{
-    const ChatFilter matches(m_chatQuery);
-    return std::count_if(m_chats.cbegin(), m_chats.cend(), matches) > chatListLimit;
-}
-
 void ExplorerModel::createChatPDF(qint64 chatID)
 {
     const QString database = m_chatDatabases.value(m_convSource);
-    const auto chat = std::find_if(m_chats.cbegin(), m_chats.cend(),
+    const QList<MessagesChatInfo>& chats = m_chats->chats();
+    const auto chat = std::find_if(chats.cbegin(), chats.cend(),
                                    [chatID](const MessagesChatInfo& info) { return info.id == chatID; });
-    if (database.isEmpty() || chat == m_chats.cend() || workRunning())
+    if (database.isEmpty() || chat == chats.cend() || workRunning())
         return;
     const int source = m_convSource;
     const QString label = sourceLabel(source);
@@ -291,7 +229,7 @@ void ExplorerModel::createChatPDF(qint64 chatID)
                 return L("PDF créé. Tu le retrouveras toujours dans « Garder une conversation », section « Mes "
                          "conversations enregistrées ».");
             });
-            m_services.workspace.open(outcome.pdf);
+            m_session->services().workspace.open(outcome.pdf);
         });
     if (started)
         setBusy(L("Création du PDF…"));
@@ -300,7 +238,7 @@ void ExplorerModel::createChatPDF(qint64 chatID)
 void ExplorerModel::createAllChatPDFs()
 {
     const QString database = m_chatDatabases.value(m_convSource);
-    const QList<MessagesChatInfo> chats = visibleChats();
+    const QList<MessagesChatInfo> chats = m_chats->visible();
     if (database.isEmpty() || chats.isEmpty() || workRunning())
         return;
     const int source = m_convSource;

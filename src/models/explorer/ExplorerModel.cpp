@@ -1,76 +1,26 @@
 #include "models/explorer/ExplorerModel.h"
 
 #include "engines/backup/BackupLocator.h"
-#include "engines/backup/BackupPasswordStore.h"
-#include "engines/backup/BackupReadError.h"
 #include "engines/backup/IPhoneBackupReader.h"
 #include "l10n/L.h"
-#include "media/Thumbnailer.h"
 #include "platform/Workspace.h"
-#include "sessions/backup/PasswordSheet.h"
-
-#include <QCoreApplication>
-#include <QDir>
-#include <QFileInfo>
-#include <QPointer>
 
 #include <algorithm>
 
 namespace nuvrel {
 
-namespace {
-
-// A photo larger than this is not read into memory for its thumbnail; an encrypted video larger than
-// this is not decrypted for a frame. The grid shows a tile instead.
-constexpr qint64 maxPhotoBytes = 128LL * 1024 * 1024;
-constexpr qint64 maxDecryptedVideoBytes = 300LL * 1024 * 1024;
-constexpr int maxThumbnailQueue = 400;
-
-// The reader's last owner, whoever it is, deletes its temporary folder; the model hands its share to a
-// worker, so that the GUI thread never waits for a folder of copies to go.
-std::shared_ptr<IPhoneBackupReader> sharedReader(std::unique_ptr<IPhoneBackupReader> reader)
-{
-    return std::shared_ptr<IPhoneBackupReader>(reader.release(), [](IPhoneBackupReader* last) {
-        last->cleanup();
-        delete last;
-    });
-}
-
-// Runs `task` on the application's pool and hands its result to `model` on the GUI thread, unless the
-// model is gone by then.
-template <typename Task, typename Done>
-void runBeside(ExplorerModel* model, Task task, Done done)
-{
-    Job::pool().start(
-        [guard = QPointer<ExplorerModel>(model), task = std::move(task), done = std::move(done)]() mutable {
-            auto result = task();
-            QMetaObject::invokeMethod(
-                QCoreApplication::instance(),
-                [guard, done = std::move(done), result = std::move(result)]() mutable {
-                    if (guard)
-                        done(std::move(result));
-                },
-                Qt::QueuedConnection);
-        });
-}
-
-QString openingFailure()
-{
-    return L("Impossible de lire la sauvegarde. Vérifie l'accès complet au disque pour Nuvrel.");
-}
-
-} // namespace
-
 ExplorerModel::ExplorerModel(PhoneBackup backup, Services services, QObject* parent)
     : QObject(parent)
-    , m_backup(std::move(backup))
-    , m_services(services)
+    , m_session(new BackupSession(std::move(backup), services, this))
+    , m_photos(new PhotoRoll(this))
+    , m_files(new FileBrowser(this))
+    , m_chats(new ChatList(this))
     , m_job(new Job(this))
-    , m_keychainJob(new Job(this))
-    , m_thumbnailThreads(std::clamp(QThread::idealThreadCount(), 2, 4))
-    , m_phase(m_backup.isEncrypted ? Phase::AskPassword : Phase::Loading)
 {
-    m_thumbs.setMaxCost(defaultThumbnailCacheBytes);
+    connect(m_session, &BackupSession::phaseChanged, this, &ExplorerModel::sessionPhaseChanged);
+    connect(m_session, &BackupSession::passwordChanged, this, &ExplorerModel::passwordChanged);
+    connect(m_session, &BackupSession::noticeRaised, this,
+            [this](const Text& text, bool isError) { isError ? setErrorNotice(text) : setNotice(text); });
     connect(m_job, &Job::progressChanged, this, [this](qint64 done, qint64 total) {
         m_progressDone = done;
         m_progressTotal = total;
@@ -79,6 +29,7 @@ ExplorerModel::ExplorerModel(PhoneBackup backup, Services services, QObject* par
     });
     connect(m_job, &Job::failed, this, [this] {
         setBusy({});
+        m_chatsLoading = false;
         setErrorNotice([] { return L("Une erreur inattendue a interrompu l'opération."); });
     });
     connect(m_job, &Job::runningChanged, this, [this] {
@@ -93,11 +44,24 @@ ExplorerModel::~ExplorerModel()
 {
     // Nothing waits here: the job sees its cancel (the Job goes with this object), the thumbnails theirs,
     // and the reader's temporary folder goes with its last owner, on a worker.
-    m_thumbnailsCancel.cancel();
     if (m_reader)
         Job::pool().start([reader = std::move(m_reader)]() mutable { reader.reset(); });
-    for (const QString& sheet : std::as_const(m_sheets))
-        QFile::remove(sheet);
+}
+
+void ExplorerModel::sessionPhaseChanged()
+{
+    if (m_session->phase() == Phase::Ready && !m_reader) {
+        m_reader = m_session->reader();
+        const BackupCatalogue& catalogue = m_session->catalogue();
+        m_photos->setContents(catalogue.photos, m_reader);
+        m_files->setContents(catalogue.byDomain, catalogue.domains);
+    }
+    setBusy(m_session->phase() == Phase::Loading
+                ? L("Lecture de la sauvegarde… une grosse sauvegarde peut prendre une minute.")
+                : QString());
+    Q_EMIT phaseChanged();
+    if (m_session->phase() == Phase::Ready && m_tab == ConversationsTab)
+        loadChats();
 }
 
 void ExplorerModel::stop()
@@ -115,50 +79,6 @@ QString ExplorerModel::interruptionNotice() const
     const QLocale locale = Localizer::locale();
     return L("Travail arrêté en quittant la sauvegarde : %@ sur %@ fait. Ce qui était déjà enregistré est gardé.",
              locale.toString(m_progressDone), locale.toString(m_progressTotal));
-}
-
-void ExplorerModel::start()
-{
-    if (m_phase == Phase::Loading) {
-        openBackup();
-        return;
-    }
-    // The keychain may take a moment (or ask the user): never on the GUI thread.
-    const QString id = m_backup.id;
-    SecretStore* secrets = &m_services.secrets;
-    m_keychainJob->start([secrets, id](JobContext&) { return BackupPasswordStore(*secrets).load(id); },
-                         [this](const std::optional<QString>& kept) {
-                             if (!kept || m_phase != Phase::AskPassword)
-                                 return;
-                             m_savedPassword = true;
-                             m_provenPassword = *kept;
-                             if (m_password.isEmpty())
-                                 m_password = *kept;
-                             Q_EMIT passwordChanged();
-                         });
-}
-
-void ExplorerModel::setPassword(const QString& password)
-{
-    if (password == m_password)
-        return;
-    m_password = password;
-    Q_EMIT passwordChanged();
-}
-
-void ExplorerModel::setRememberPassword(bool remember)
-{
-    if (remember == m_rememberPassword)
-        return;
-    m_rememberPassword = remember;
-    Q_EMIT passwordChanged();
-}
-
-void ExplorerModel::setPhase(Phase phase, Text failure)
-{
-    m_phase = phase;
-    m_failureMessage = std::move(failure);
-    Q_EMIT phaseChanged();
 }
 
 void ExplorerModel::setBusy(const QString& busy, double progress)
@@ -184,135 +104,6 @@ void ExplorerModel::setErrorNotice(Text notice)
     Q_EMIT noticeChanged();
 }
 
-// Opening
-
-void ExplorerModel::openBackup()
-{
-    if (m_phase == Phase::Ready || workRunning())
-        return;
-    if (m_backup.isEncrypted && m_password.isEmpty()) {
-        setPhase(Phase::AskPassword, [] { return BackupReadError::needsPassword().message(); });
-        return;
-    }
-
-    struct Outcome
-    {
-        std::optional<LoadResult> result;
-        std::optional<BackupReadError> error;
-    };
-    const PhoneBackup backup = m_backup;
-    const QString password = m_password;
-    const bool started = startJob(
-        [backup, password](JobContext& context) -> Outcome {
-            try {
-                auto reader =
-                    sharedReader(std::make_unique<IPhoneBackupReader>(backup, password, context.token().flag()));
-                QList<BackupEntry> entries = reader->loadEntries();
-                // Everything works from the entries in memory from here on.
-                reader->closeDatabase();
-                return {LoadResult{std::move(reader), BackupCatalogue::organize(std::move(entries))}, std::nullopt};
-            } catch (const BackupReadError& error) {
-                return {std::nullopt, error};
-            } catch (const std::exception&) {
-                return {std::nullopt, std::nullopt};
-            }
-        },
-        [this](Outcome outcome) {
-            setBusy({});
-            if (outcome.result) {
-                if (m_backup.isEncrypted)
-                    m_provenPassword = m_password;
-                publish(std::move(*outcome.result));
-                if (m_rememberPassword && m_backup.isEncrypted)
-                    keepPassword();
-                return;
-            }
-            if (!outcome.error) {
-                setPhase(Phase::Failed, &openingFailure);
-                return;
-            }
-            const auto kind = outcome.error->kind();
-            const bool askAgain =
-                kind == BackupReadError::Kind::NeedsPassword || kind == BackupReadError::Kind::WrongPassword;
-            setPhase(askAgain ? Phase::AskPassword : Phase::Failed,
-                     [error = *outcome.error] { return error.message(); });
-        });
-    if (!started)
-        return;
-    setPhase(Phase::Loading);
-    setBusy(L("Lecture de la sauvegarde… une grosse sauvegarde peut prendre une minute."));
-}
-
-void ExplorerModel::publish(LoadResult result)
-{
-    m_reader = std::move(result.reader);
-    m_photos = std::move(result.catalogue.photos);
-    m_byDomain = std::move(result.catalogue.byDomain);
-    m_domains = std::move(result.catalogue.domains);
-    m_smsEntry = std::move(result.catalogue.messagesDatabase);
-    m_waEntry = std::move(result.catalogue.whatsAppDatabase);
-    m_photoByID.clear();
-    m_photoByID.reserve(m_photos.size());
-    for (const BackupPhoto& photo : std::as_const(m_photos))
-        m_photoByID.insert(photo.entry.fileID, photo);
-    Q_EMIT contentsChanged();
-    setPhase(Phase::Ready);
-}
-
-void ExplorerModel::keepPassword()
-{
-    if (m_password.isEmpty())
-        return;
-    const QString id = m_backup.id;
-    const QString password = m_password;
-    SecretStore* secrets = &m_services.secrets;
-    m_keychainJob->start(
-        [secrets, id, password](JobContext&) { return BackupPasswordStore(*secrets).save(password, id); },
-        [this](bool saved) {
-            if (!saved) {
-                setErrorNotice([] { return L("Le Trousseau a refusé de garder le mot de passe."); });
-                return;
-            }
-            m_savedPassword = true;
-            Q_EMIT passwordChanged();
-            setNotice([] { return L("Mot de passe gardé dans le Trousseau de ce Mac."); });
-        });
-}
-
-void ExplorerModel::forgetPassword()
-{
-    const QString id = m_backup.id;
-    SecretStore* secrets = &m_services.secrets;
-    m_keychainJob->start([secrets, id](JobContext&) { return BackupPasswordStore(*secrets).remove(id); },
-                         [this](bool removed) {
-                             if (!removed) {
-                                 setErrorNotice(
-                                     [] { return L("Le Trousseau a refusé de supprimer le mot de passe."); });
-                                 return;
-                             }
-                             m_savedPassword = false;
-                             m_rememberPassword = false;
-                             Q_EMIT passwordChanged();
-                             setNotice([] { return L("Mot de passe supprimé du Trousseau."); });
-                         });
-}
-
-QString ExplorerModel::printRescueSheet()
-{
-    // Only a password that opened the backup (or the kept one) goes on paper: a typo there would be
-    // worse than no sheet at all.
-    if (!canPrintRescueSheet())
-        return {};
-    QString sheet = PasswordSheet::make(m_backup.deviceName, m_provenPassword);
-    if (!sheet.isEmpty())
-        m_sheets.append(sheet);
-    if (sheet.isEmpty() || !m_services.workspace.open(sheet))
-        setErrorNotice([] { return L("Impossible de créer la fiche de secours."); });
-    return sheet;
-}
-
-// Photos
-
 void ExplorerModel::setTab(int tab)
 {
     tab = std::clamp(tab, int(PhotosTab), int(ConversationsTab));
@@ -320,73 +111,50 @@ void ExplorerModel::setTab(int tab)
         return;
     m_tab = tab;
     Q_EMIT tabChanged();
-    if (m_tab == ConversationsTab && m_phase == Phase::Ready && m_chats.isEmpty() && !m_chatsLoading && !m_chatsMessage)
+    if (m_tab == ConversationsTab && phase() == Phase::Ready && m_chats->chats().isEmpty() && !m_chatsLoading &&
+        !m_chatsMessage)
         loadChats();
 }
 
-void ExplorerModel::toggleSelected(const QString& fileID)
-{
-    if (!m_photoByID.contains(fileID))
-        return;
-    if (!m_selected.remove(fileID))
-        m_selected.insert(fileID);
-    Q_EMIT selectedChanged();
-}
-
-void ExplorerModel::clearSelection()
-{
-    if (m_selected.isEmpty())
-        return;
-    m_selected.clear();
-    Q_EMIT selectedChanged();
-}
-
-void ExplorerModel::showMorePhotos()
-{
-    if (m_shownPhotos >= m_photos.size())
-        return;
-    m_shownPhotos = int(std::min<qsizetype>(m_shownPhotos + photoPage, m_photos.size()));
-    Q_EMIT shownPhotosChanged();
-}
-
-QString ExplorerModel::photosHeader() const
-{
-    if (m_photos.isEmpty())
-        return L("Aucune photo dans cette sauvegarde (elles sont peut-être dans iCloud Photos, qui n'est pas inclus "
-                 "dans les sauvegardes du Mac).");
-    qint64 videos = 0;
-    qint64 bytes = 0;
-    for (const BackupPhoto& photo : m_photos) {
-        videos += photo.isVideo ? 1 : 0;
-        bytes += photo.size;
-    }
-    const QLocale locale = Localizer::locale();
-    return L("%@ photos · %@ vidéos · %@. Clique sur les photos à extraire.", locale.toString(m_photos.size() - videos),
-             locale.toString(videos), Localizer::formatByteCount(bytes));
-}
+// Extraction
 
 void ExplorerModel::extractSelectedPhotos(const QString& destination)
 {
     QList<Extraction::Item> items;
-    for (const BackupPhoto& photo : std::as_const(m_photos)) {
-        if (m_selected.contains(photo.entry.fileID))
-            items.append(Extraction::photo(photo.entry));
-    }
+    for (const BackupPhoto& photo : m_photos->selectedPhotos())
+        items.append(Extraction::photo(photo.entry));
     extract(std::move(items), destination);
 }
 
 void ExplorerModel::extractAllPhotos(const QString& destination)
 {
     QList<Extraction::Item> items;
-    items.reserve(m_photos.size());
-    for (const BackupPhoto& photo : std::as_const(m_photos))
+    items.reserve(m_photos->photos().size());
+    for (const BackupPhoto& photo : m_photos->photos())
         items.append(Extraction::photo(photo.entry));
+    extract(std::move(items), destination);
+}
+
+void ExplorerModel::extractCurrentFolder(const QString& destination)
+{
+    const QString domain = m_files->domain();
+    if (domain.isEmpty() || destination.isEmpty())
+        return;
+    // The folder keeps its name and its inside: "<destination>/<folder>/<path below it>".
+    const QStringList& folder = m_files->folder();
+    const QString prefix = folder.isEmpty() ? QString() : folder.join(u'/') + u'/';
+    const QString base = folder.isEmpty() ? domain : folder.constLast();
+    QList<Extraction::Item> items;
+    for (const BackupEntry& entry : m_files->byDomain().value(domain)) {
+        if (entry.path.startsWith(prefix))
+            items.append(Extraction::belowFolder(entry, base, entry.path.mid(prefix.size())));
+    }
     extract(std::move(items), destination);
 }
 
 bool ExplorerModel::isInsideBackup(const QString& destination) const
 {
-    return Extraction::isForbiddenDestination(destination, m_backup, BackupLocator::root());
+    return Extraction::isForbiddenDestination(destination, backup(), BackupLocator::root());
 }
 
 void ExplorerModel::extract(QList<Extraction::Item> items, const QString& destination)
@@ -442,132 +210,7 @@ void ExplorerModel::extract(QList<Extraction::Item> items, const QString& destin
         setBusy(L("Extraction %@ sur %@…", QStringLiteral("0"), Localizer::locale().toString(total)), 0);
 }
 
-// Thumbnails
-
-QImage ExplorerModel::thumbnail(const QString& fileID)
-{
-    if (const QImage* cached = m_thumbs.object(fileID))
-        return *cached;
-    if (m_thumbFailed.contains(fileID) || !m_reader || !m_photoByID.contains(fileID))
-        return {};
-    if (!m_thumbInFlight.contains(fileID)) {
-        // The newest requests are the cells on screen now: serve them first, forget the oldest.
-        const auto queued = std::find(m_thumbQueue.begin(), m_thumbQueue.end(), fileID);
-        if (queued != m_thumbQueue.end())
-            m_thumbQueue.erase(queued);
-        m_thumbQueue.push_back(fileID);
-        while (m_thumbQueue.size() > maxThumbnailQueue)
-            m_thumbQueue.pop_front();
-        pumpThumbnails();
-    }
-    return {};
-}
-
-void ExplorerModel::pumpThumbnails()
-{
-    while (!m_thumbQueue.empty() && m_thumbInFlight.size() < m_thumbnailThreads) {
-        const QString fileID = m_thumbQueue.back();
-        m_thumbQueue.pop_back();
-        const BackupPhoto photo = m_photoByID.value(fileID);
-        m_thumbInFlight.insert(fileID);
-        std::shared_ptr<const IPhoneBackupReader> reader = m_reader;
-        runBeside(
-            this,
-            [reader, photo, token = m_thumbnailsCancel]() -> QImage {
-                const std::atomic<bool>* cancel = token.flag();
-                if (*cancel)
-                    return {};
-                try {
-                    if (!photo.isVideo)
-                        return Thumbnailer::image(reader->contents(photo.entry, maxPhotoBytes), thumbnailSide);
-                    if (Thumbnailer::ffmpegPath().isEmpty())
-                        return {};
-                    if (!reader->isEncrypted()) {
-                        const std::optional<QString> stored = reader->storedURL(photo.entry.fileID);
-                        return stored ? Thumbnailer::videoFrame(*stored, thumbnailSide, cancel) : QImage();
-                    }
-                    // ffmpeg needs a file: a plain copy of this task's own, gone right after.
-                    if (photo.size > maxDecryptedVideoBytes)
-                        return {};
-                    const QString copy =
-                        reader->extract(photo.entry,
-                                        QDir(reader->tempDir())
-                                            .filePath(QStringLiteral("thumbs/") + photo.entry.fileID + u'.' +
-                                                      QFileInfo(photo.entry.fileName()).suffix()),
-                                        cancel);
-                    QImage frame = Thumbnailer::videoFrame(copy, thumbnailSide, cancel);
-                    QFile::remove(copy);
-                    return frame;
-                } catch (const std::exception&) {
-                    return {};
-                }
-            },
-            [this, fileID](const QImage& image) {
-                m_thumbInFlight.remove(fileID);
-                ++m_thumbsDecoded;
-                if (image.isNull())
-                    m_thumbFailed.insert(fileID);
-                else
-                    m_thumbs.insert(fileID, new QImage(image), image.sizeInBytes());
-                Q_EMIT thumbnailReady(fileID);
-                pumpThumbnails();
-            });
-    }
-}
-
-// All files
-
-void ExplorerModel::openDomain(const QString& domain)
-{
-    if (!m_byDomain.contains(domain))
-        return;
-    m_domain = domain;
-    m_folder.clear();
-    refreshListing();
-}
-
-void ExplorerModel::openFolder(const QString& name)
-{
-    if (m_domain.isEmpty() || name.isEmpty())
-        return;
-    m_folder.append(name);
-    refreshListing();
-}
-
-void ExplorerModel::goUp(int depth)
-{
-    if (depth < 0) {
-        m_domain.clear();
-        m_folder.clear();
-        m_items.clear();
-        Q_EMIT placeChanged();
-        return;
-    }
-    if (depth < m_folder.size())
-        m_folder.resize(depth);
-    refreshListing();
-}
-
-void ExplorerModel::refreshListing()
-{
-    m_items = BackupCatalogue::listing(m_byDomain.value(m_domain), m_folder);
-    Q_EMIT placeChanged();
-}
-
-void ExplorerModel::extractCurrentFolder(const QString& destination)
-{
-    if (m_domain.isEmpty() || destination.isEmpty())
-        return;
-    // The folder keeps its name and its inside: "<destination>/<folder>/<path below it>".
-    const QString prefix = m_folder.isEmpty() ? QString() : m_folder.join(u'/') + u'/';
-    const QString base = m_folder.isEmpty() ? m_domain : m_folder.constLast();
-    QList<Extraction::Item> items;
-    for (const BackupEntry& entry : m_byDomain.value(m_domain)) {
-        if (entry.path.startsWith(prefix))
-            items.append(Extraction::belowFolder(entry, base, entry.path.mid(prefix.size())));
-    }
-    extract(std::move(items), destination);
-}
+// Opening one file
 
 void ExplorerModel::openFile(const BackupEntry& entry)
 {
@@ -584,7 +227,7 @@ void ExplorerModel::openFile(const BackupEntry& entry)
         },
         [this](const QString& copy) {
             setBusy({});
-            if (copy.isEmpty() || !m_services.workspace.open(copy))
+            if (copy.isEmpty() || !m_session->services().workspace.open(copy))
                 setErrorNotice([] { return L("Impossible d'ouvrir ce fichier."); });
         });
     if (started)
@@ -594,7 +237,7 @@ void ExplorerModel::openFile(const BackupEntry& entry)
 void ExplorerModel::revealLastFolder()
 {
     if (!m_lastFolder.isEmpty())
-        m_services.workspace.reveal(m_lastFolder);
+        m_session->services().workspace.reveal(m_lastFolder);
 }
 
 } // namespace nuvrel

@@ -209,26 +209,26 @@ TEST_F(ExplorerModelTest, PhotoPagesAndSelection)
     }
     sample.writeStoredCopies = false;
     auto model = openReady(write(sample));
-    ASSERT_EQ(model->photos().size(), 1500);
-    EXPECT_EQ(model->photos().first().entry.fileName(), QStringLiteral("IMG_1500.JPG"));
-    EXPECT_EQ(model->shownPhotos(), 600);
-    model->showMorePhotos();
-    EXPECT_EQ(model->shownPhotos(), 1200);
-    model->showMorePhotos();
-    EXPECT_EQ(model->shownPhotos(), 1500);
-    model->showMorePhotos();
-    EXPECT_EQ(model->shownPhotos(), 1500);
-    EXPECT_EQ(model->photosHeader(),
+    ASSERT_EQ(model->photoRoll().photos().size(), 1500);
+    EXPECT_EQ(model->photoRoll().photos().first().entry.fileName(), QStringLiteral("IMG_1500.JPG"));
+    EXPECT_EQ(model->photoRoll().shownPhotos(), 600);
+    model->photoRoll().showMore();
+    EXPECT_EQ(model->photoRoll().shownPhotos(), 1200);
+    model->photoRoll().showMore();
+    EXPECT_EQ(model->photoRoll().shownPhotos(), 1500);
+    model->photoRoll().showMore();
+    EXPECT_EQ(model->photoRoll().shownPhotos(), 1500);
+    EXPECT_EQ(model->photoRoll().header(),
               Localizer::locale().toString(1500) +
                   QStringLiteral(" photos · 0 vidéos · 4,9 Ko. Clique sur les photos à extraire."));
 
-    QSignalSpy selection(model.get(), &ExplorerModel::selectedChanged);
-    const QString id = model->photos().at(3).entry.fileID;
-    model->toggleSelected(id);
-    model->toggleSelected(QStringLiteral("not-a-photo"));
-    EXPECT_EQ(model->selected(), QSet<QString>{id});
-    model->toggleSelected(id);
-    EXPECT_TRUE(model->selected().isEmpty());
+    QSignalSpy selection(&model->photoRoll(), &PhotoRoll::selectedChanged);
+    const QString id = model->photoRoll().photos().at(3).entry.fileID;
+    model->photoRoll().toggleSelected(id);
+    model->photoRoll().toggleSelected(QStringLiteral("not-a-photo"));
+    EXPECT_EQ(model->photoRoll().selected(), QSet<QString>{id});
+    model->photoRoll().toggleSelected(id);
+    EXPECT_TRUE(model->photoRoll().selected().isEmpty());
     EXPECT_EQ(selection.count(), 2);
 }
 
@@ -258,7 +258,7 @@ TEST_F(ExplorerModelTest, EncryptedBackupWrongThenRightPasswordAndTheKeychain)
     model.openBackup();
     ASSERT_TRUE(QTest::qWaitFor([&] { return model.savedPassword(); }, timeoutMs));
     EXPECT_EQ(model.phase(), ExplorerModel::Phase::Ready);
-    EXPECT_EQ(model.photos().size(), 2);
+    EXPECT_EQ(model.photoRoll().photos().size(), 2);
     EXPECT_EQ(BackupPasswordStore(m_secrets).load(backup.id), QStringLiteral("correct horse"));
     EXPECT_EQ(model.notice(), QStringLiteral("Mot de passe gardé dans le Trousseau de ce Mac."));
 
@@ -305,11 +305,11 @@ TEST_F(ExplorerModelTest, ExtractsSelectedPhotosCountsMissingCopiesAndRevealsThe
     ASSERT_TRUE(QFile::remove(QDir(backup.url).filePath(lost.left(2) + u'/' + lost)));
 
     auto model = openReady(backup, QStringLiteral("pw"));
-    for (const BackupPhoto& photo : model->photos()) {
+    for (const BackupPhoto& photo : model->photoRoll().photos()) {
         if (photo.entry.fileName() != QStringLiteral("IMG_0003.JPG"))
-            model->toggleSelected(photo.entry.fileID);
+            model->photoRoll().toggleSelected(photo.entry.fileID);
     }
-    ASSERT_EQ(model->selected().size(), 4);
+    ASSERT_EQ(model->photoRoll().selected().size(), 4);
     const QString destination = m_out.filePath(QStringLiteral("Photos"));
     model->extractSelectedPhotos(destination);
     EXPECT_TRUE(model->busy().startsWith(QStringLiteral("Extraction ")));
@@ -352,12 +352,12 @@ TEST_F(ExplorerModelTest, BrowsesFoldersExtractsOneAndOpensAFile)
         {QStringLiteral("HomeDomain"), QStringLiteral("Library/Notes/../../escape.txt"), QByteArray("X")},
     };
     auto model = openReady(write(sample));
-    model->openDomain(QStringLiteral("HomeDomain"));
-    EXPECT_EQ(names(model->items()), QStringList{QStringLiteral("Library")});
-    model->openFolder(QStringLiteral("Library"));
-    model->openFolder(QStringLiteral("Notes"));
-    EXPECT_EQ(model->folder(), (QStringList{QStringLiteral("Library"), QStringLiteral("Notes")}));
-    EXPECT_EQ(names(model->items()), (QStringList{QStringLiteral("deep"), QStringLiteral("a.txt")}));
+    model->fileBrowser().openDomain(QStringLiteral("HomeDomain"));
+    EXPECT_EQ(names(model->fileBrowser().items()), QStringList{QStringLiteral("Library")});
+    model->fileBrowser().openFolder(QStringLiteral("Library"));
+    model->fileBrowser().openFolder(QStringLiteral("Notes"));
+    EXPECT_EQ(model->fileBrowser().folder(), (QStringList{QStringLiteral("Library"), QStringLiteral("Notes")}));
+    EXPECT_EQ(names(model->fileBrowser().items()), (QStringList{QStringLiteral("deep"), QStringLiteral("a.txt")}));
 
     model->extractCurrentFolder(m_out.path());
     ASSERT_TRUE(waitIdle(*model));
@@ -368,7 +368,7 @@ TEST_F(ExplorerModelTest, BrowsesFoldersExtractsOneAndOpensAFile)
     EXPECT_FALSE(QFileInfo::exists(QDir(m_out.path()).filePath(QStringLiteral("../escape.txt"))));
     EXPECT_EQ(model->notice(), QStringLiteral("3 fichier(s) extraits"));
 
-    const FolderItem file = model->items().constLast();
+    const FolderItem file = model->fileBrowser().items().constLast();
     ASSERT_TRUE(file.entry.has_value());
     model->openFile(*file.entry);
     EXPECT_EQ(model->busy(), QStringLiteral("Ouverture de a.txt…"));
@@ -382,11 +382,11 @@ TEST_F(ExplorerModelTest, BrowsesFoldersExtractsOneAndOpensAFile)
     ASSERT_TRUE(waitIdle(*model));
     EXPECT_EQ(model->errorNotice(), QStringLiteral("Impossible d'ouvrir ce fichier."));
 
-    model->goUp(1);
-    EXPECT_EQ(model->folder(), QStringList{QStringLiteral("Library")});
-    model->goUp(-1);
-    EXPECT_TRUE(model->domain().isEmpty());
-    EXPECT_TRUE(model->items().isEmpty());
+    model->fileBrowser().goUp(1);
+    EXPECT_EQ(model->fileBrowser().folder(), QStringList{QStringLiteral("Library")});
+    model->fileBrowser().goUp(-1);
+    EXPECT_TRUE(model->fileBrowser().domain().isEmpty());
+    EXPECT_TRUE(model->fileBrowser().items().isEmpty());
 }
 
 TEST_F(ExplorerModelTest, ThumbnailsAreDecodedOnceAndTheCacheStaysBounded)
@@ -398,26 +398,26 @@ TEST_F(ExplorerModelTest, ThumbnailsAreDecodedOnceAndTheCacheStaysBounded)
                          QByteArray("not a picture"), 1'600'000'000});
     auto model = openReady(write(sample), QStringLiteral("pw"));
 
-    const QString first = model->photos().first().entry.fileID;
-    EXPECT_TRUE(model->thumbnail(first).isNull()); // asked for; comes later
-    ASSERT_TRUE(QTest::qWaitFor([&] { return !model->thumbnail(first).isNull(); }, timeoutMs));
-    const QImage thumb = model->thumbnail(first);
-    EXPECT_LE(std::max(thumb.width(), thumb.height()), ExplorerModel::thumbnailSide);
-    EXPECT_EQ(model->thumbnailsDecoded(), 1);
-    model->thumbnail(first);
-    EXPECT_EQ(model->thumbnailsDecoded(), 1);
+    const QString first = model->photoRoll().photos().first().entry.fileID;
+    EXPECT_TRUE(model->photoRoll().thumbnail(first).isNull()); // asked for; comes later
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !model->photoRoll().thumbnail(first).isNull(); }, timeoutMs));
+    const QImage thumb = model->photoRoll().thumbnail(first);
+    EXPECT_LE(std::max(thumb.width(), thumb.height()), PhotoRoll::thumbnailSide);
+    EXPECT_EQ(model->photoRoll().thumbnailsDecoded(), 1);
+    model->photoRoll().thumbnail(first);
+    EXPECT_EQ(model->photoRoll().thumbnailsDecoded(), 1);
 
-    const QString broken = model->photos().constLast().entry.fileID;
-    model->thumbnail(broken);
-    ASSERT_TRUE(QTest::qWaitFor([&] { return model->thumbnailFailed(broken); }, timeoutMs));
+    const QString broken = model->photoRoll().photos().constLast().entry.fileID;
+    model->photoRoll().thumbnail(broken);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model->photoRoll().thumbnailFailed(broken); }, timeoutMs));
 
     // A cache for three: scrolling through twelve never holds more, and scrolling back decodes again.
     const qint64 one = thumb.sizeInBytes();
-    model->setThumbnailCacheLimit(one * 3);
-    for (const BackupPhoto& photo : model->photos())
-        model->thumbnail(photo.entry.fileID);
-    ASSERT_TRUE(QTest::qWaitFor([&] { return model->thumbnailsDecoded() >= 13; }, timeoutMs));
-    EXPECT_LE(model->thumbnailCacheBytes(), model->thumbnailCacheLimit());
+    model->photoRoll().setThumbnailCacheLimit(one * 3);
+    for (const BackupPhoto& photo : model->photoRoll().photos())
+        model->photoRoll().thumbnail(photo.entry.fileID);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model->photoRoll().thumbnailsDecoded() >= 13; }, timeoutMs));
+    EXPECT_LE(model->photoRoll().thumbnailCacheBytes(), model->photoRoll().thumbnailCacheLimit());
 }
 
 TEST_F(ExplorerModelTest, ConversationsOfBothSourcesBecomePdfs)
@@ -435,8 +435,9 @@ TEST_F(ExplorerModelTest, ConversationsOfBothSourcesBecomePdfs)
     auto model = openReady(write(sample), QStringLiteral("pw"));
 
     model->setTab(ExplorerModel::ConversationsTab); // reading starts with the tab
-    ASSERT_TRUE(QTest::qWaitFor([&] { return !model->chatsLoading() && !model->chats().isEmpty(); }, timeoutMs));
-    const QList<MessagesChatInfo> messages = model->chats();
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return !model->chatsLoading() && !model->chatList().chats().isEmpty(); }, timeoutMs));
+    const QList<MessagesChatInfo> messages = model->chatList().chats();
     ASSERT_EQ(messages.size(), 2);
 
     model->createChatPDF(messages.first().id);
@@ -449,9 +450,10 @@ TEST_F(ExplorerModelTest, ConversationsOfBothSourcesBecomePdfs)
     EXPECT_TRUE(pdfText(pdf).contains(QStringLiteral("Messages (sauvegarde iPhone)")));
 
     model->setConvSource(ExplorerModel::WhatsAppSource);
-    ASSERT_TRUE(QTest::qWaitFor([&] { return !model->chatsLoading() && !model->chats().isEmpty(); }, timeoutMs));
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return !model->chatsLoading() && !model->chatList().chats().isEmpty(); }, timeoutMs));
     QStringList titles;
-    for (const MessagesChatInfo& chat : model->chats())
+    for (const MessagesChatInfo& chat : model->chatList().chats())
         titles << chat.title;
     EXPECT_EQ(titles, (QStringList{QStringLiteral("Famille 🏡"), QStringLiteral("Ana Martin")}));
 
@@ -482,7 +484,7 @@ TEST_F(ExplorerModelTest, ConversationOutcomesWithoutAList)
     auto model = openReady(write(sample));
     model->loadChats();
     ASSERT_TRUE(waitIdle(*model));
-    EXPECT_TRUE(model->chats().isEmpty());
+    EXPECT_TRUE(model->chatList().chats().isEmpty());
     EXPECT_TRUE(model->chatsMessage().startsWith(QStringLiteral("Cette sauvegarde ne contient aucun message.")));
 
     model->setConvSource(ExplorerModel::WhatsAppSource);
@@ -510,18 +512,18 @@ TEST_F(ExplorerModelTest, ConversationListIsCappedAndSearchable)
     auto model = openReady(write(sample));
     model->loadChats();
     ASSERT_TRUE(waitIdle(*model));
-    ASSERT_EQ(model->chats().size(), 350);
-    EXPECT_EQ(model->visibleChats().size(), ExplorerModel::chatListLimit);
-    EXPECT_TRUE(model->chatsTruncated());
+    ASSERT_EQ(model->chatList().chats().size(), 350);
+    EXPECT_EQ(model->chatList().visible().size(), ChatList::limit);
+    EXPECT_TRUE(model->chatList().isTruncated());
 
-    const QString title = model->chats().at(42).title;
-    model->setChatQuery(title.toUpper());
-    ASSERT_FALSE(model->visibleChats().isEmpty());
-    for (const MessagesChatInfo& chat : model->visibleChats())
+    const QString title = model->chatList().chats().at(42).title;
+    model->chatList().setQuery(title.toUpper());
+    ASSERT_FALSE(model->chatList().visible().isEmpty());
+    for (const MessagesChatInfo& chat : model->chatList().visible())
         EXPECT_TRUE(chat.title.contains(title, Qt::CaseInsensitive));
-    EXPECT_FALSE(model->chatsTruncated());
-    model->setChatQuery(QStringLiteral("no such conversation"));
-    EXPECT_TRUE(model->visibleChats().isEmpty());
+    EXPECT_FALSE(model->chatList().isTruncated());
+    model->chatList().setQuery(QStringLiteral("no such conversation"));
+    EXPECT_TRUE(model->chatList().visible().isEmpty());
 }
 
 TEST_F(ExplorerModelTest, NothingIsWrittenOutsideTheChosenFolderOrInsideABackup)
@@ -534,7 +536,7 @@ TEST_F(ExplorerModelTest, NothingIsWrittenOutsideTheChosenFolderOrInsideABackup)
     auto model = openReady(backup);
     const QString chosen = m_out.filePath(QStringLiteral("chosen"));
     for (const QString& domain : {QStringLiteral(".."), QStringLiteral(".")}) {
-        model->openDomain(domain);
+        model->fileBrowser().openDomain(domain);
         model->extractCurrentFolder(chosen);
         ASSERT_TRUE(waitIdle(*model));
         EXPECT_EQ(model->notice(), QStringLiteral("1 fichier(s) extraits")) << domain.toStdString();
@@ -545,7 +547,7 @@ TEST_F(ExplorerModelTest, NothingIsWrittenOutsideTheChosenFolderOrInsideABackup)
 
     // The backup folder itself, or any folder below it, is refused before anything starts.
     const QMap<QString, QByteArray> before = snapshot(backup.url);
-    model->openDomain(QStringLiteral("HomeDomain"));
+    model->fileBrowser().openDomain(QStringLiteral("HomeDomain"));
     for (const QString& target : {backup.url, QDir(backup.url).filePath(QStringLiteral("new/deeper"))}) {
         model->extractCurrentFolder(target);
         EXPECT_TRUE(model->busy().isEmpty());
@@ -653,8 +655,8 @@ TEST_F(ExplorerModelTest, ClosingDuringWorkStopsSoonAndLeavesNoCopy)
         auto model = openReady(backup, QStringLiteral("pw"));
         temp = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + QStringLiteral("/Nuvrel/Temp/") +
                backup.id;
-        for (const BackupPhoto& photo : model->photos())
-            model->thumbnail(photo.entry.fileID); // the video's decryption starts
+        for (const BackupPhoto& photo : model->photoRoll().photos())
+            model->photoRoll().thumbnail(photo.entry.fileID); // the video's decryption starts
         model->extractAllPhotos(m_out.path());
         QTest::qWait(50);
     }

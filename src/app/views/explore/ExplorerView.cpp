@@ -14,7 +14,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
-#include <QListWidget>
+#include <QListView>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QStackedWidget>
@@ -27,8 +27,6 @@ namespace nuvrel {
 namespace {
 
 enum PhasePanel { PasswordPanel, MessagePanel, ReadyPanel };
-constexpr int ChatIDRole = Qt::UserRole + 1;
-constexpr int FileRowRole = Qt::UserRole + 2;
 
 QLabel* wrappingLabel(QWidget* parent, const QString& objectName = {})
 {
@@ -124,16 +122,16 @@ ExplorerView::ExplorerView(ExplorerModel& model, QWidget* parent)
 
     connect(&m_model, &ExplorerModel::phaseChanged, this, &ExplorerView::renderPhase);
     connect(&m_model, &ExplorerModel::passwordChanged, this, &ExplorerView::renderPassword);
-    connect(&m_model, &ExplorerModel::contentsChanged, this, [this] {
+    PhotoRoll& photos = m_model.photoRoll();
+    connect(&photos, &QAbstractItemModel::modelReset, this, [this] {
         renderPhotos();
-        renderPlace();
         renderTabTitles();
     });
-    connect(&m_model, &ExplorerModel::shownPhotosChanged, this, &ExplorerView::renderPhotos);
-    connect(&m_model, &ExplorerModel::selectedChanged, this, &ExplorerView::renderPhotos);
-    connect(&m_model, &ExplorerModel::placeChanged, this, &ExplorerView::renderPlace);
+    connect(&photos, &PhotoRoll::shownPhotosChanged, this, &ExplorerView::renderPhotos);
+    connect(&photos, &PhotoRoll::selectedChanged, this, &ExplorerView::renderPhotos);
+    connect(&m_model.fileBrowser(), &FileBrowser::placeChanged, this, &ExplorerView::renderPlace);
     connect(&m_model, &ExplorerModel::chatsChanged, this, &ExplorerView::renderChats);
-    connect(&m_model, &ExplorerModel::chatQueryChanged, this, &ExplorerView::renderChats);
+    connect(&m_model.chatList(), &ChatList::rowsChanged, this, &ExplorerView::renderChats);
     connect(&m_model, &ExplorerModel::busyChanged, this, &ExplorerView::renderStatus);
     connect(&m_model, &ExplorerModel::noticeChanged, this, &ExplorerView::renderStatus);
     connect(&m_model, &ExplorerModel::lastFolderChanged, this, &ExplorerView::renderStatus);
@@ -211,8 +209,7 @@ QWidget* ExplorerView::buildPhotosTab()
 {
     auto* tab = new QWidget(this);
     m_photosHeader = wrappingLabel(tab);
-    m_gridModel = new PhotoGridModel(m_model, this);
-    m_grid = new PhotoGridView(*m_gridModel, tab);
+    m_grid = new PhotoGridView(m_model.photoRoll(), tab);
     m_showMore = new QPushButton(tab);
     m_noneChosen = new QLabel(tab);
     m_noneChosen->setObjectName(QStringLiteral("muted"));
@@ -233,7 +230,7 @@ QWidget* ExplorerView::buildPhotosTab()
     layout->addWidget(m_grid, 1);
     layout->addLayout(actions);
 
-    connect(m_showMore, &QPushButton::clicked, &m_model, &ExplorerModel::showMorePhotos);
+    connect(m_showMore, &QPushButton::clicked, &m_model.photoRoll(), &PhotoRoll::showMore);
     connect(m_extractSelected, &QPushButton::clicked, this, [this] {
         const QString destination = pickDestination();
         if (!destination.isEmpty())
@@ -260,7 +257,8 @@ QWidget* ExplorerView::buildFilesTab()
     placeLayout->addLayout(m_crumbs, 1);
     placeLayout->addWidget(m_extractFolder);
 
-    m_fileList = new QListWidget(tab);
+    m_fileList = new QListView(tab);
+    m_fileList->setModel(&m_model.fileBrowser());
     m_fileList->setItemDelegate(new TwoLineDelegate(m_fileList));
     m_fileList->setUniformItemSizes(true);
     m_fileList->setProperty("rowsAreActions", true);
@@ -272,19 +270,11 @@ QWidget* ExplorerView::buildFilesTab()
     layout->addWidget(m_placeBar);
     layout->addWidget(m_fileList, 1);
 
-    connect(m_fileList, &QListWidget::itemActivated, this, [this](QListWidgetItem* item) {
-        if (m_model.domain().isEmpty()) {
-            m_model.openDomain(item->data(Qt::UserRole).toString());
+    connect(m_fileList, &QListView::activated, this, [this](const QModelIndex& index) {
+        if (m_model.fileBrowser().openRow(index.row()))
             return;
-        }
-        const int row = item->data(FileRowRole).toInt();
-        if (row < 0 || row >= m_model.items().size())
-            return;
-        const FolderItem& entry = m_model.items().at(row);
-        if (entry.isFolder)
-            m_model.openFolder(entry.name);
-        else if (entry.entry)
-            m_model.openFile(*entry.entry);
+        if (const QVariant entry = index.data(FileBrowser::EntryRole); entry.isValid())
+            m_model.openFile(entry.value<BackupEntry>());
     });
     connect(m_extractFolder, &QPushButton::clicked, this, [this] {
         const QString destination = pickDestination();
@@ -304,7 +294,8 @@ QWidget* ExplorerView::buildConversationsTab()
     m_search = new QLineEdit(tab);
     m_search->setClearButtonEnabled(true);
     m_search->addAction(Icons::icon(QStringLiteral("search")), QLineEdit::LeadingPosition);
-    m_chatList = new QListWidget(tab);
+    m_chatList = new QListView(tab);
+    m_chatList->setModel(&m_model.chatList());
     m_chatList->setItemDelegate(new TwoLineDelegate(m_chatList));
     m_chatList->setUniformItemSizes(true);
     m_chatList->setProperty("rowsAreActions", true);
@@ -329,9 +320,9 @@ QWidget* ExplorerView::buildConversationsTab()
     layout->addLayout(bottom);
 
     connect(m_source, &QComboBox::currentIndexChanged, &m_model, &ExplorerModel::setConvSource);
-    connect(m_search, &QLineEdit::textChanged, &m_model, &ExplorerModel::setChatQuery);
-    connect(m_chatList, &QListWidget::itemActivated, this,
-            [this](QListWidgetItem* item) { m_model.createChatPDF(item->data(ChatIDRole).toLongLong()); });
+    connect(m_search, &QLineEdit::textChanged, &m_model.chatList(), &ChatList::setQuery);
+    connect(m_chatList, &QListView::activated, this,
+            [this](const QModelIndex& index) { m_model.createChatPDF(index.data(ChatList::ChatIDRole).toLongLong()); });
     connect(m_saveAll, &QPushButton::clicked, &m_model, &ExplorerModel::createAllChatPDFs);
     return tab;
 }
@@ -376,6 +367,9 @@ void ExplorerView::retranslate()
     m_chatList->setAccessibleName(L("Conversations"));
     m_refine->setText(L("Affine la recherche pour voir les autres conversations."));
     m_reveal->setText(L("Afficher dans le Finder"));
+    // The rows word themselves when painted: a repaint gives them the new language.
+    m_fileList->viewport()->update();
+    m_chatList->viewport()->update();
     m_stop->setText(L("Arrêter"));
     renderPhase();
     renderPassword();
@@ -389,7 +383,7 @@ void ExplorerView::retranslate()
 void ExplorerView::renderTabTitles()
 {
     m_tabs->setTabText(ExplorerModel::PhotosTab,
-                       L("Photos et vidéos (%@)", Localizer::locale().toString(m_model.photos().size())));
+                       L("Photos et vidéos (%@)", Localizer::locale().toString(m_model.photoRoll().photos().size())));
     m_tabs->setTabText(ExplorerModel::FilesTab, L("Tous les fichiers"));
     m_tabs->setTabText(ExplorerModel::ConversationsTab, L("Messages / iMessage"));
 }
@@ -442,18 +436,19 @@ void ExplorerView::renderPassword()
 
 void ExplorerView::renderPhotos()
 {
-    const qsizetype total = m_model.photos().size();
+    const PhotoRoll& photos = m_model.photoRoll();
+    const qsizetype total = photos.photos().size();
     const QLocale locale = Localizer::locale();
-    m_photosHeader->setText(m_model.photosHeader());
-    const qsizetype hidden = total - std::min<qsizetype>(total, m_model.shownPhotos());
+    m_photosHeader->setText(photos.header());
+    const qsizetype hidden = total - std::min<qsizetype>(total, photos.shownPhotos());
     m_showMore->setVisible(hidden > 0);
     m_showMore->setText(L("Afficher plus (%@)", locale.toString(hidden)));
-    const bool none = m_model.selected().isEmpty();
+    const bool none = photos.selected().isEmpty();
     m_noneChosen->setVisible(none && total > 0);
     m_extractSelected->setVisible(!none);
     if (!none)
         m_extractSelected->setText(L("Extraire la sélection") +
-                                   QStringLiteral(" (%1)").arg(locale.toString(m_model.selected().size())));
+                                   QStringLiteral(" (%1)").arg(locale.toString(photos.selected().size())));
     m_extractAll->setText(L("Tout extraire (%@)", locale.toString(total)));
     m_extractAll->setEnabled(total > 0 && m_model.busy().isEmpty());
     m_grid->setVisible(total > 0);
@@ -461,11 +456,10 @@ void ExplorerView::renderPhotos()
 
 void ExplorerView::renderPlace()
 {
-    const bool inDomain = !m_model.domain().isEmpty();
+    const FileBrowser& files = m_model.fileBrowser();
+    const bool inDomain = !files.domain().isEmpty();
     m_domainsIntro->setVisible(!inDomain);
     m_placeBar->setVisible(inDomain);
-    m_fileList->clear();
-    const QLocale locale = Localizer::locale();
 
     // The path as buttons: each one goes back up to its place.
     // Later, not now: the button clicked may be the one that asked for this.
@@ -476,70 +470,45 @@ void ExplorerView::renderPlace()
         }
         delete item;
     }
-    if (!inDomain) {
-        for (const DomainRow& row : m_model.domains()) {
-            // Titled now, not when the backup was opened: the language may have changed since.
-            auto* item = new QListWidgetItem(Icons::icon(QStringLiteral("folder")),
-                                             BackupCatalogue::friendly(row.domain), m_fileList);
-            item->setData(Qt::UserRole, row.domain);
-            item->setData(TwoLineDelegate::DetailRole, L("%@ fichier(s)", locale.toString(row.count)));
-        }
-        return;
+    if (inDomain) {
+        const auto addCrumb = [this](const QString& text, int depth, bool current) {
+            auto* button = new QPushButton(text, m_placeBar);
+            button->setObjectName(QStringLiteral("link"));
+            button->setEnabled(!current);
+            connect(button, &QPushButton::clicked, &m_model.fileBrowser(),
+                    [this, depth] { m_model.fileBrowser().goUp(depth); });
+            if (m_crumbs->count() > 0) {
+                auto* separator = new QLabel(QStringLiteral("›"), m_placeBar);
+                separator->setObjectName(QStringLiteral("muted"));
+                m_crumbs->addWidget(separator);
+            }
+            m_crumbs->addWidget(button);
+        };
+        addCrumb(L("Tous les fichiers"), -1, false);
+        addCrumb(BackupCatalogue::friendly(files.domain()), 0, files.folder().isEmpty());
+        for (int depth = 0; depth < files.folder().size(); ++depth)
+            addCrumb(files.folder().at(depth), depth + 1, depth + 1 == files.folder().size());
+        m_crumbs->addStretch(1);
     }
-    const auto addCrumb = [this](const QString& text, int depth, bool current) {
-        auto* button = new QPushButton(text, m_placeBar);
-        button->setObjectName(QStringLiteral("link"));
-        button->setEnabled(!current);
-        connect(button, &QPushButton::clicked, &m_model, [this, depth] { m_model.goUp(depth); });
-        if (m_crumbs->count() > 0) {
-            auto* separator = new QLabel(QStringLiteral("›"), m_placeBar);
-            separator->setObjectName(QStringLiteral("muted"));
-            m_crumbs->addWidget(separator);
-        }
-        m_crumbs->addWidget(button);
-    };
-    addCrumb(L("Tous les fichiers"), -1, false);
-    addCrumb(BackupCatalogue::friendly(m_model.domain()), 0, m_model.folder().isEmpty());
-    for (int depth = 0; depth < m_model.folder().size(); ++depth)
-        addCrumb(m_model.folder().at(depth), depth + 1, depth + 1 == m_model.folder().size());
-    m_crumbs->addStretch(1);
-
-    int row = 0;
-    for (const FolderItem& item : m_model.items()) {
-        auto* listItem = new QListWidgetItem(
-            Icons::icon(item.isFolder ? QStringLiteral("folder") : QStringLiteral("file")), item.name, m_fileList);
-        listItem->setData(FileRowRole, row++);
-        const QString detail = item.isFolder ? L("%@ fichier(s)", locale.toString(item.count)) + QStringLiteral(" · ") +
-                                                   Localizer::formatByteCount(item.size)
-                                             : Localizer::formatByteCount(item.size);
-        listItem->setData(TwoLineDelegate::DetailRole, detail);
-    }
-    if (m_fileList->count() > 0)
-        m_fileList->setCurrentRow(0);
+    if (files.rowCount() > 0)
+        m_fileList->setCurrentIndex(files.index(0));
 }
 
 void ExplorerView::renderChats()
 {
     m_source->setCurrentIndex(m_model.convSource());
-    if (m_search->text() != m_model.chatQuery())
-        m_search->setText(m_model.chatQuery());
+    if (m_search->text() != m_model.chatList().query())
+        m_search->setText(m_model.chatList().query());
     const QString message = m_model.chatsLoading() ? L("Lecture des conversations…") : m_model.chatsMessage();
     m_chatsMessage->setText(message);
     m_chatsMessage->setVisible(!message.isEmpty());
 
-    m_chatList->clear();
-    const QList<MessagesChatInfo> chats = m_model.visibleChats();
-    for (const MessagesChatInfo& chat : chats) {
-        auto* item = new QListWidgetItem(Icons::icon(QStringLiteral("pdf")), chat.title, m_chatList);
-        item->setData(ChatIDRole, chat.id);
-        const QString detail = L("%@ messages · dernier le ", Localizer::locale().toString(chat.count)) +
-                               Localizer::formatDateTime(chat.last);
-        item->setData(TwoLineDelegate::DetailRole, detail);
-    }
-    m_chatList->setVisible(!chats.isEmpty());
-    m_refine->setVisible(m_model.chatsTruncated());
-    m_saveAll->setVisible(!chats.isEmpty());
-    m_saveAll->setText(L("Tout enregistrer (%@)", Localizer::locale().toString(chats.size())));
+    const ChatList& chats = m_model.chatList();
+    const qsizetype shown = chats.visible().size();
+    m_chatList->setVisible(shown > 0);
+    m_refine->setVisible(chats.isTruncated());
+    m_saveAll->setVisible(shown > 0);
+    m_saveAll->setText(L("Tout enregistrer (%@)", Localizer::locale().toString(shown)));
 }
 
 void ExplorerView::renderStatus()
@@ -564,7 +533,7 @@ void ExplorerView::renderStatus()
     // One task at a time: the actions wait for the running one.
     for (QPushButton* action : {m_extractSelected, m_extractFolder, m_saveAll})
         action->setEnabled(!busy);
-    m_extractAll->setEnabled(!busy && !m_model.photos().isEmpty());
+    m_extractAll->setEnabled(!busy && !m_model.photoRoll().photos().isEmpty());
     m_chatList->setEnabled(!busy);
     m_fileList->setEnabled(!busy);
 }

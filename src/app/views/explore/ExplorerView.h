@@ -8,7 +8,7 @@ class QCheckBox;
 class QComboBox;
 class QLabel;
 class QLineEdit;
-class QListWidget;
+class QListView;
 class QProgressBar;
 class QPushButton;
 class QStackedWidget;
@@ -18,7 +18,6 @@ class QHBoxLayout;
 namespace nuvrel {
 
 class ExplorerModel;
-class PhotoGridModel;
 class PhotoGridView;
 
 /// The explorer of one backup: password prompt, opening, then the photos, files and conversations tabs
@@ -39,8 +38,8 @@ public:
     QPushButton* openButton() const { return m_open; }
     QTabWidget* tabs() const { return m_tabs; }
     PhotoGridView* photoGrid() const { return m_grid; }
-    QListWidget* chatList() const { return m_chatList; }
-    QListWidget* fileList() const { return m_fileList; }
+    QListView* chatList() const { return m_chatList; }
+    QListView* fileList() const { return m_fileList; }
     QPushButton* stopButton() const { return m_stop; }
 
     /// Asks where extracted files go; tests answer without a dialog.
@@ -93,7 +92,6 @@ private:
     // Ready
     QTabWidget* m_tabs;
     QLabel* m_photosHeader;
-    PhotoGridModel* m_gridModel;
     PhotoGridView* m_grid;
     QPushButton* m_showMore;
     QLabel* m_noneChosen;
@@ -104,12 +102,12 @@ private:
     QWidget* m_placeBar;
     QHBoxLayout* m_crumbs;
     QPushButton* m_extractFolder;
-    QListWidget* m_fileList;
+    QListView* m_fileList;
 
     QLabel* m_chatsIntro;
     QComboBox* m_source;
     QLineEdit* m_search;
-    QListWidget* m_chatList;
+    QListView* m_chatList;
     QLabel* m_chatsMessage;
     QLabel* m_refine;
     QPushButton* m_saveAll;

@@ -3,7 +3,7 @@
 #include "app/shell/Icons.h"
 #include "app/shell/WindowStyler.h"
 #include "l10n/L.h"
-#include "models/explorer/ExplorerModel.h"
+#include "models/explorer/PhotoRoll.h"
 
 #include <QKeyEvent>
 #include <QPainter>
@@ -12,72 +12,10 @@
 
 namespace nuvrel {
 
-PhotoGridModel::PhotoGridModel(ExplorerModel& explorer, QObject* parent)
-    : QAbstractListModel(parent)
-    , m_explorer(explorer)
-{
-    connect(&m_explorer, &ExplorerModel::contentsChanged, this, &PhotoGridModel::reset);
-    connect(&m_explorer, &ExplorerModel::shownPhotosChanged, this, &PhotoGridModel::reset);
-    connect(&m_explorer, &ExplorerModel::selectedChanged, this, [this] {
-        if (rowCount() > 0)
-            Q_EMIT dataChanged(index(0), index(rowCount() - 1), {SelectedRole});
-    });
-    connect(&m_explorer, &ExplorerModel::thumbnailReady, this, [this](const QString& fileID) {
-        const auto row = m_rows.constFind(fileID);
-        if (row != m_rows.constEnd() && *row < rowCount())
-            Q_EMIT dataChanged(index(*row), index(*row), {Qt::DecorationRole});
-    });
-    reset();
-}
-
-void PhotoGridModel::reset()
-{
-    beginResetModel();
-    m_rows.clear();
-    const QList<BackupPhoto>& photos = m_explorer.photos();
-    for (int row = 0; row < rowCount(); ++row)
-        m_rows.insert(photos.at(row).entry.fileID, row);
-    endResetModel();
-}
-
-int PhotoGridModel::rowCount(const QModelIndex& parent) const
-{
-    if (parent.isValid())
-        return 0;
-    return int(std::min<qsizetype>(m_explorer.shownPhotos(), m_explorer.photos().size()));
-}
-
-QVariant PhotoGridModel::data(const QModelIndex& index, int role) const
-{
-    if (!index.isValid() || index.row() >= rowCount())
-        return {};
-    const BackupPhoto& photo = m_explorer.photos().at(index.row());
-    switch (role) {
-    case FileIDRole: return photo.entry.fileID;
-    case IsVideoRole: return photo.isVideo;
-    case SelectedRole: return m_explorer.selected().contains(photo.entry.fileID);
-    case Qt::DisplayRole:
-    case Qt::ToolTipRole:
-    case Qt::AccessibleTextRole: {
-        QString text = photo.entry.fileName();
-        if (photo.date)
-            text += QStringLiteral(", ") + Localizer::formatDateTime(*photo.date);
-        if (role == Qt::AccessibleTextRole && m_explorer.selected().contains(photo.entry.fileID))
-            text += QStringLiteral(", ") + L("choisie");
-        return text;
-    }
-    default: return {};
-    }
-}
-
 void PhotoDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const
 {
-    const auto* model = qobject_cast<const PhotoGridModel*>(index.model());
-    if (!model)
-        return;
-    const QString fileID = index.data(PhotoGridModel::FileIDRole).toString();
-    const bool video = index.data(PhotoGridModel::IsVideoRole).toBool();
-    const bool selected = index.data(PhotoGridModel::SelectedRole).toBool();
+    const bool video = index.data(PhotoRoll::IsVideoRole).toBool();
+    const bool selected = index.data(PhotoRoll::SelectedRole).toBool();
     const QRect cell = option.rect.adjusted(4, 4, -4, -4);
 
     painter->save();
@@ -87,8 +25,8 @@ void PhotoDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option,
     painter->setClipPath(rounded);
     painter->fillRect(cell, option.palette.color(QPalette::AlternateBase));
 
-    // Asking paints nothing new now; the explorer says when the picture is ready.
-    const QImage thumb = model->explorer().thumbnail(fileID);
+    // Asking paints nothing new now; the roll says when the picture is ready.
+    const QImage thumb = index.data(PhotoRoll::ThumbnailRole).value<QImage>();
     if (!thumb.isNull()) {
         // Fill the square cell, cropping the long side, as photo grids do.
         const QSizeF source = QSizeF(thumb.size()).scaled(QSizeF(cell.size()), Qt::KeepAspectRatioByExpanding);
@@ -100,7 +38,7 @@ void PhotoDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option,
     } else {
         const QRect iconRect(cell.center().x() - 16, cell.center().y() - 16, 32, 32);
         QColor tint = option.palette.color(QPalette::Text);
-        tint.setAlphaF(model->explorer().thumbnailFailed(fileID) ? 0.55f : 0.25f);
+        tint.setAlphaF(index.data(PhotoRoll::ThumbnailFailedRole).toBool() ? 0.55f : 0.25f);
         Icons::icon(video ? QStringLiteral("video") : QStringLiteral("photo"), tint).paint(painter, iconRect);
     }
     if (video && !thumb.isNull()) {
@@ -139,7 +77,7 @@ QSize PhotoDelegate::sizeHint(const QStyleOptionViewItem& option, const QModelIn
     return {minimumCellSide, minimumCellSide};
 }
 
-PhotoGridView::PhotoGridView(PhotoGridModel& model, QWidget* parent)
+PhotoGridView::PhotoGridView(PhotoRoll& model, QWidget* parent)
     : QListView(parent)
     , m_model(model)
 {
@@ -179,7 +117,7 @@ void PhotoGridView::fitCellsToWidth()
 void PhotoGridView::toggle(const QModelIndex& index)
 {
     if (index.isValid())
-        m_model.explorer().toggleSelected(index.data(PhotoGridModel::FileIDRole).toString());
+        m_model.toggleSelected(index.data(PhotoRoll::FileIDRole).toString());
 }
 
 void PhotoGridView::keyPressEvent(QKeyEvent* event)

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "engines/conversations/ChatRecords.h"
+
+#include <QAbstractListModel>
+
+#include <functional>
+
+namespace nuvrel {
+
+/// The conversations of one database, searched by title or by a number's digits, at most `limit`
+/// shown. As a list model, its rows are the conversations shown: typing in the search filters rows
+/// instead of rebuilding a list.
+class ChatList final : public QAbstractListModel
+{
+    Q_OBJECT
+    Q_PROPERTY(QString query READ query WRITE setQuery NOTIFY queryChanged)
+    Q_PROPERTY(bool truncated READ isTruncated NOTIFY rowsChanged)
+
+public:
+    static constexpr int limit = 300;
+    static constexpr int ChatIDRole = Qt::UserRole + 1;
+
+    explicit ChatList(QObject* parent = nullptr);
+
+    const QList<MessagesChatInfo>& chats() const { return m_chats; }
+    void setChats(QList<MessagesChatInfo> chats);
+    QString query() const { return m_query; }
+    void setQuery(const QString& query);
+
+    /// The conversations matching the search, at most `limit`.
+    const QList<MessagesChatInfo>& visible() const { return m_visible; }
+    /// More conversations match than visible() shows.
+    bool isTruncated() const { return m_truncated; }
+
+    int rowCount(const QModelIndex& parent = {}) const override;
+    QVariant data(const QModelIndex& index, int role) const override;
+
+    /// Whether `chat` matches `query`: part of its title, or, for a query that is mostly a number, its
+    /// digits anywhere in the title's digits ("06 12 34" finds "+33 6 12 34 56 78").
+    static bool matches(const MessagesChatInfo& chat, const QString& query);
+
+Q_SIGNALS:
+    void queryChanged();
+    void rowsChanged();
+
+private:
+    void refilter();
+
+    QList<MessagesChatInfo> m_chats;
+    QString m_query;
+    QList<MessagesChatInfo> m_visible;
+    bool m_truncated = false;
+};
+
+} // namespace nuvrel
