@@ -51,9 +51,13 @@ MainWindow::MainWindow(Services services, QWidget* parent)
     , m_shell(new QWidget(this))
     , m_sidebar(new QListWidget(m_shell))
     , m_pages(new QStackedWidget(m_shell))
-    , m_home(new HomeView(m_pages))
     , m_explore(new ExplorePage(*m_backups, services, m_pages))
 {
+    // Each page, once: a new page is one line here.
+    m_registry.add(Page::Explore, m_explore, [this] { m_explore->retranslate(); });
+    m_home = new HomeView(m_registry.pages(), m_pages);
+    m_registry.add(Page::Home, m_home, [this] { m_home->retranslate(); });
+
     setObjectName(QStringLiteral("mainWindow"));
     resize(1180, 760);
     setMinimumSize(900, 600);
@@ -63,7 +67,7 @@ MainWindow::MainWindow(Services services, QWidget* parent)
     m_sidebar->setIconSize(QSize(20, 20));
     m_sidebar->setFrameShape(QFrame::NoFrame);
     m_sidebar->setSpacing(1);
-    for (const Page page : availablePages) {
+    for (const Page page : m_registry.pages()) {
         auto* item = new QListWidgetItem(Icons::icon(iconName(page)), title(page), m_sidebar);
         item->setData(PageRole, QVariant::fromValue(page));
         item->setSizeHint(QSize(0, 36));
@@ -88,8 +92,8 @@ MainWindow::MainWindow(Services services, QWidget* parent)
     side->setFixedWidth(236);
     side->setAutoFillBackground(true);
 
-    m_pages->addWidget(m_home);
-    m_pages->addWidget(m_explore);
+    for (const Page page : m_registry.pages())
+        m_pages->addWidget(m_registry.view(page));
     auto* shellLayout = new QHBoxLayout(m_shell);
     shellLayout->setContentsMargins(0, 0, 0, 0);
     shellLayout->setSpacing(0);
@@ -109,10 +113,11 @@ MainWindow::MainWindow(Services services, QWidget* parent)
     connect(&LanguageStore::shared(), &LanguageStore::languageChanged, this, &MainWindow::retranslate);
 
     // Pages by keyboard: Ctrl+1, Ctrl+2…
-    for (int i = 0; i < int(availablePages.size()) && i < 9; ++i) {
+    const QList<Page> pages = m_registry.pages();
+    for (int i = 0; i < int(pages.size()) && i < 9; ++i) {
         auto* shortcut = new QAction(this);
         shortcut->setShortcut(QKeySequence(Qt::CTRL | Qt::Key(Qt::Key_1 + i)));
-        const Page page = availablePages[size_t(i)];
+        const Page page = pages[i];
         connect(shortcut, &QAction::triggered, this, [this, page] { setSection(page); });
         addAction(shortcut);
     }
@@ -157,8 +162,10 @@ void MainWindow::finishWelcome()
 
 void MainWindow::setSection(Page page)
 {
-    QWidget* target = page == Page::Explore ? static_cast<QWidget*>(m_explore) : m_home;
-    m_section = target == m_home ? Page::Home : page;
+    if (!m_registry.contains(page))
+        page = Page::Home; // a page this build does not have yet
+    QWidget* target = m_registry.view(page);
+    m_section = page;
     m_pages->setCurrentWidget(target);
     for (int row = 0; row < m_sidebar->count(); ++row) {
         if (m_sidebar->item(row)->data(PageRole).value<Page>() == m_section && m_sidebar->currentRow() != row)
@@ -203,8 +210,7 @@ void MainWindow::retranslate()
         button->setAccessibleName(L("Langue"));
     }
     m_welcome->retranslate();
-    m_home->retranslate();
-    m_explore->retranslate();
+    m_registry.retranslate();
 }
 
 } // namespace nuvrel

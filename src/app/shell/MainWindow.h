@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/shell/Page.h"
+#include "app/shell/PageRegistry.h"
 #include "platform/Services.h"
 
 #include <QMainWindow>
@@ -44,6 +45,7 @@ public:
     ExplorePage* explorePage() const { return m_explore; }
     BackupsModel& backupsModel() const { return *m_backups; }
     QMenu* languageMenu() const { return m_languageMenu; }
+    const PageRegistry& pages() const { return m_registry; }
 
 private:
     void buildMenus();
@@ -55,12 +57,13 @@ private:
     QWidget* m_shell;
     QListWidget* m_sidebar;
     QStackedWidget* m_pages;
-    HomeView* m_home;
     ExplorePage* m_explore;
+    HomeView* m_home;
     QMenu* m_languageMenu = nullptr;
     QActionGroup* m_languages = nullptr;
     QAction* m_quit = nullptr;
     std::unique_ptr<QTranslator> m_qtTranslator;
+    PageRegistry m_registry;
     Page m_section = Page::Home;
 };
 

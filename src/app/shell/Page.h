@@ -13,9 +13,6 @@ inline constexpr std::array allPages{Page::Home,     Page::Backup,  Page::Lighte
                                      Page::Print,    Page::Explore, Page::Duplicates, Page::Space,
                                      Page::Transfer, Page::Vault,   Page::FilesCopy};
 
-/// The pages this build has, in the sidebar's order; the others come with their features.
-inline constexpr std::array availablePages{Page::Home, Page::Explore};
-
 /// The page's identifier ("home", "explore", "filesCopy"…).
 QString identifier(Page page);
 /// The sidebar title, in the language in force.

@@ -19,7 +19,7 @@ QString pageDescription(Page page)
     }
 }
 
-HomeView::HomeView(QWidget* parent)
+HomeView::HomeView(const QList<Page>& pages, QWidget* parent)
     : QWidget(parent)
     , m_title(new QLabel(this))
     , m_subtitle(new QLabel(this))
@@ -31,7 +31,7 @@ HomeView::HomeView(QWidget* parent)
     auto* grid = new QGridLayout;
     grid->setSpacing(14);
     int index = 0;
-    for (const Page page : availablePages) {
+    for (const Page page : pages) {
         if (page == Page::Home)
             continue;
         // A button holding labels: it takes the clicks and the keyboard, the labels only show.

@@ -15,7 +15,8 @@ class HomeView final : public QWidget
     Q_OBJECT
 
 public:
-    explicit HomeView(QWidget* parent = nullptr);
+    /// A card for each of `pages`.
+    explicit HomeView(const QList<Page>& pages, QWidget* parent = nullptr);
     void retranslate();
 
 Q_SIGNALS:
