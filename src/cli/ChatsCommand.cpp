@@ -3,19 +3,15 @@
 #include "cli/TextTable.h"
 #include "engines/conversations/ConversationError.h"
 #include "engines/conversations/ConversationPdf.h"
-#include "engines/conversations/MessagesReader.h"
-#include "engines/conversations/WhatsAppParser.h"
-#include "engines/conversations/WhatsAppReader.h"
+#include "engines/conversations/ConversationSource.h"
 #include "l10n/L.h"
 
-#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QRegularExpression>
 
 namespace nuvrel::cli {
 
@@ -31,24 +27,21 @@ int exitCodeFor(const ConversationError& error)
     return BackupUnreadable;
 }
 
-// The kind of database: as asked, else WhatsApp's store by its name, else Messages.
-std::optional<ConvSource> sourceOf(const CommandLine& line, const QString& file, QTextStream& err)
+// The database: of the kind asked for, else told by its name (WhatsApp's store, or Messages).
+std::unique_ptr<ConversationSource> sourceOf(const CommandLine& line, const QString& file, QTextStream& err)
 {
     if (!line.source) {
-        return QFileInfo(file).fileName().startsWith(QLatin1StringView("ChatStorage")) ? ConvSource::WhatsApp
-                                                                                       : ConvSource::Messages;
+        return QFileInfo(file).fileName().startsWith(QLatin1StringView("ChatStorage"))
+                   ? ConversationSource::whatsAppDatabase(file)
+                   : ConversationSource::messagesDatabase(file);
     }
     const std::optional<ConvSource> source = convSourceFromRawValue(*line.source);
-    if (source != ConvSource::Messages && source != ConvSource::WhatsApp) {
-        err << L("Valeur inconnue pour %@ : %@", QStringLiteral("--source"), *line.source) << '\n';
-        return std::nullopt;
-    }
-    return source;
-}
-
-QList<MessagesChatInfo> listChats(ConvSource source, const QString& file)
-{
-    return source == ConvSource::WhatsApp ? WhatsAppReader::listChats(file) : MessagesReader::listChats(file);
+    if (source == ConvSource::Messages)
+        return ConversationSource::messagesDatabase(file);
+    if (source == ConvSource::WhatsApp)
+        return ConversationSource::whatsAppDatabase(file);
+    err << L("Valeur inconnue pour %@ : %@", QStringLiteral("--source"), *line.source) << '\n';
+    return nullptr;
 }
 
 void printTranscript(const ChatTranscript& transcript, bool json, QTextStream& out)
@@ -99,40 +92,34 @@ struct Loaded
 Loaded loadTranscript(const CommandLine& line, QTextStream& err)
 {
     if (line.exportFile) {
-        QFile file(*line.exportFile);
-        std::optional<ChatTranscript> transcript;
-        if (file.open(QIODevice::ReadOnly))
-            transcript = WhatsAppParser::parse(QString::fromUtf8(file.readAll()), QFileInfo(file).completeBaseName());
-        if (!transcript) {
+        try {
+            const auto source = ConversationSource::whatsAppExport(*line.exportFile);
+            return {source->transcript(source->listChats().constFirst()), title(ConvSource::WhatsApp), Found};
+        } catch (const ConversationError&) {
             err << L("Impossible de lire ce fichier.") << " (" << *line.exportFile << ")\n";
             return {std::nullopt, {}, BackupUnreadable};
         }
-        return {std::move(transcript), title(ConvSource::WhatsApp), Found};
     }
     if (line.arguments.size() != 2) {
         err << L("Précise une base de conversations et le numéro d'une conversation.") << '\n';
         return {std::nullopt, {}, BadUsage};
     }
     const QString file = line.arguments[0];
-    const std::optional<ConvSource> source = sourceOf(line, file, err);
+    const std::unique_ptr<ConversationSource> source = sourceOf(line, file, err);
     if (!source)
         return {std::nullopt, {}, BadUsage};
     bool isNumber = false;
     const qint64 id = line.arguments[1].toLongLong(&isNumber);
     try {
         // The listing gives the conversation's name, which stands for senders without a handle.
-        const QList<MessagesChatInfo> chats = listChats(*source, file);
+        const QList<MessagesChatInfo> chats = source->listChats();
         const auto chat =
             std::find_if(chats.cbegin(), chats.cend(), [id](const MessagesChatInfo& c) { return c.id == id; });
         if (!isNumber || chat == chats.cend()) {
             err << L("Conversation introuvable : %@", line.arguments[1]) << '\n';
             return {std::nullopt, {}, NothingFound};
         }
-        ChatTranscript transcript = *source == ConvSource::WhatsApp ? WhatsAppReader::messages(id, chat->title, file)
-                                                                    : MessagesReader::messages(id, chat->title, file);
-        if (transcript.messages.isEmpty())
-            throw ConversationError::empty();
-        return {std::move(transcript), title(*source), Found};
+        return {source->transcript(*chat), title(source->kind()), Found};
     } catch (const ConversationError& error) {
         err << error.errorDescription() << '\n';
         return {std::nullopt, {}, exitCodeFor(error)};
@@ -149,11 +136,11 @@ int runChats(const CommandLine& line, QTextStream& out, QTextStream& err)
         return BadUsage;
     }
     const QString file = line.arguments.front();
-    const std::optional<ConvSource> source = sourceOf(line, file, err);
+    const std::unique_ptr<ConversationSource> source = sourceOf(line, file, err);
     if (!source)
         return BadUsage;
     try {
-        const QList<MessagesChatInfo> chats = listChats(*source, file);
+        const QList<MessagesChatInfo> chats = source->listChats();
         if (line.json) {
             QJsonArray list;
             for (const MessagesChatInfo& chat : chats)
@@ -225,31 +212,23 @@ int runVerify(const CommandLine& line, QTextStream& out, QTextStream& err)
         return BadUsage;
     }
     const QString pdfPath = line.arguments.front();
-    const QString sidePath = ConversationPDF::sideFilePath(pdfPath);
-    QFile pdf(pdfPath);
-    QFile side(sidePath);
-    if (!pdf.open(QIODevice::ReadOnly)) {
-        err << L("Impossible de lire ce fichier.") << " (" << pdfPath << ")\n";
-        return BackupUnreadable;
-    }
-    if (!side.open(QIODevice::ReadOnly)) {
-        err << L("Fichier d'empreinte introuvable : %@", sidePath) << '\n';
-        return BackupUnreadable;
-    }
-    // Whatever its language, the side file gives the PDF's fingerprint first, then the content's.
-    static const QRegularExpression hex(QStringLiteral("\\b[0-9a-f]{64}\\b"));
-    const QRegularExpressionMatch recorded = hex.match(QString::fromUtf8(side.readAll()));
-    QCryptographicHash hash(QCryptographicHash::Sha256);
-    hash.addData(&pdf);
-    const QString actual = QString::fromLatin1(hash.result().toHex());
-    const QString sideName = QFileInfo(sidePath).fileName();
-    if (recorded.hasMatch() && recorded.captured() == actual) {
+    const QString sideName = QFileInfo(ConversationPDF::sideFilePath(pdfPath)).fileName();
+    switch (ConversationPDF::verify(pdfPath)) {
+    case ConversationPDF::Verification::Intact:
         out << L("Le PDF est intact : son empreinte SHA-256 est celle que « %@ » a enregistrée.", sideName) << '\n';
         return Found;
+    case ConversationPDF::Verification::Modified:
+        out << L("Le PDF a été modifié : son empreinte SHA-256 n'est plus celle que « %@ » a enregistrée.", sideName)
+            << '\n';
+        return PdfModified;
+    case ConversationPDF::Verification::PdfUnreadable:
+        err << L("Impossible de lire ce fichier.") << " (" << pdfPath << ")\n";
+        return BackupUnreadable;
+    case ConversationPDF::Verification::NoSideFile:
+        err << L("Fichier d'empreinte introuvable : %@", ConversationPDF::sideFilePath(pdfPath)) << '\n';
+        return BackupUnreadable;
     }
-    out << L("Le PDF a été modifié : son empreinte SHA-256 n'est plus celle que « %@ » a enregistrée.", sideName)
-        << '\n';
-    return PdfModified;
+    return BackupUnreadable;
 }
 
 int runChatExport(const CommandLine& line, QTextStream& out, QTextStream& err)
@@ -262,15 +241,11 @@ int runChatExport(const CommandLine& line, QTextStream& out, QTextStream& err)
         err << L("Précise le fichier %@ exporté par WhatsApp.", QStringLiteral(".txt")) << '\n';
         return BadUsage;
     }
-    QFile file(line.arguments.front());
-    if (!file.open(QIODevice::ReadOnly)) {
-        err << L("Impossible de lire ce fichier.") << " (" << line.arguments.front() << ")\n";
-        return BackupUnreadable;
-    }
-    // The export's own name ("WhatsApp Chat with Ana.txt") names a conversation that lists no sender.
-    const std::optional<ChatTranscript> transcript =
-        WhatsAppParser::parse(QString::fromUtf8(file.readAll()), QFileInfo(file).completeBaseName());
-    if (!transcript) {
+    std::optional<ChatTranscript> transcript;
+    try {
+        const auto source = ConversationSource::whatsAppExport(line.arguments.front());
+        transcript = source->transcript(source->listChats().constFirst());
+    } catch (const ConversationError&) {
         err << L("Impossible de lire ce fichier.") << " (" << line.arguments.front() << ")\n";
         return BackupUnreadable;
     }

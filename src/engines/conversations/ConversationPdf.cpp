@@ -12,6 +12,7 @@
 #include <QPageLayout>
 #include <QPainter>
 #include <QPdfWriter>
+#include <QRegularExpression>
 #include <QSaveFile>
 #include <QTextLayout>
 
@@ -343,6 +344,24 @@ ConversationPDF::Result ConversationPDF::build(const QString& destination, const
     if (!side.open(QIODevice::WriteOnly) || side.write(text.toUtf8()) < 0 || !side.commit())
         throw Error(L("Impossible de créer le PDF : ") + QDir::toNativeSeparators(result.sideFile));
     return result;
+}
+
+ConversationPDF::Verification ConversationPDF::verify(const QString& pdfPath)
+{
+    QFile pdf(pdfPath);
+    if (!pdf.open(QIODevice::ReadOnly))
+        return Verification::PdfUnreadable;
+    QFile side(sideFilePath(pdfPath));
+    if (!side.open(QIODevice::ReadOnly))
+        return Verification::NoSideFile;
+    static const QRegularExpression hex(QStringLiteral("\\b[0-9a-f]{64}\\b"));
+    // A side file is a few lines; a huge one is not ours.
+    const QRegularExpressionMatch recorded = hex.match(QString::fromUtf8(side.read(64 * 1024)));
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    if (!hash.addData(&pdf))
+        return Verification::PdfUnreadable;
+    const QString actual = QString::fromLatin1(hash.result().toHex());
+    return recorded.hasMatch() && recorded.captured() == actual ? Verification::Intact : Verification::Modified;
 }
 
 } // namespace nuvrel

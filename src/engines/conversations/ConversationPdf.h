@@ -50,6 +50,11 @@ public:
     static QHash<QString, QColor> senderColours(const ChatTranscript& transcript);
     /// "Conversation.pdf" → "Conversation.empreinte.txt", in the same folder.
     static QString sideFilePath(const QString& pdf);
+
+    enum class Verification { Intact, Modified, PdfUnreadable, NoSideFile };
+    /// Whether the PDF is still the file that was made: its SHA-256 against the one its side file
+    /// recorded (whatever the side file's language, the PDF's fingerprint comes first).
+    static Verification verify(const QString& pdf);
 };
 
 } // namespace nuvrel

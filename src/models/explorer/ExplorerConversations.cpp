@@ -5,8 +5,8 @@
 #include "engines/backup/IPhoneBackupReader.h"
 #include "engines/conversations/ConversationError.h"
 #include "engines/conversations/ConversationPdf.h"
+#include "engines/conversations/ConversationSource.h"
 #include "engines/conversations/MessagesReader.h"
-#include "engines/conversations/WhatsAppReader.h"
 #include "l10n/L.h"
 #include "models/explorer/ExplorerModel.h"
 #include "platform/Workspace.h"
@@ -18,6 +18,16 @@
 #include <algorithm>
 
 namespace nuvrel {
+
+namespace {
+
+std::unique_ptr<ConversationSource> openSource(int source, const QString& database)
+{
+    return source == ExplorerModel::WhatsAppSource ? ConversationSource::whatsAppDatabase(database)
+                                                   : ConversationSource::messagesDatabase(database);
+}
+
+} // namespace
 
 QString ExplorerModel::conversationFileName(const QString& title)
 {
@@ -118,11 +128,11 @@ void ExplorerModel::loadChats()
                 }
                 outcome.database = database;
                 if (source == WhatsAppSource) {
-                    outcome.chats = WhatsAppReader::listChats(database);
+                    outcome.chats = openSource(source, database)->listChats();
                     if (outcome.chats.isEmpty())
                         outcome.message = [] { return L("Aucune conversation trouvée dans cette base."); };
                 } else {
-                    outcome.chats = MessagesReader::listChats(database);
+                    outcome.chats = openSource(source, database)->listChats();
                     if (outcome.chats.isEmpty()) {
                         const qint64 messages = MessagesReader::messageCount(database);
                         if (messages > 0)
@@ -196,11 +206,7 @@ void ExplorerModel::createChatPDF(qint64 chatID)
     const bool started = startJob(
         [database, source, label, info](JobContext&) -> Outcome {
             try {
-                const ChatTranscript transcript = source == WhatsAppSource
-                                                      ? WhatsAppReader::messages(info.id, info.title, database)
-                                                      : MessagesReader::messages(info.id, info.title, database);
-                if (transcript.messages.isEmpty())
-                    return {{}, [] { return ConversationError::empty().errorDescription(); }};
+                const ChatTranscript transcript = openSource(source, database)->transcript(info);
                 const QString folder = conversationsFolder();
                 if (!QDir().mkpath(folder))
                     return {{}, [folder] { return BackupReadError::writeFailed(folder).message(); }};
@@ -268,17 +274,13 @@ void ExplorerModel::createAllChatPDFs()
                 context.progress(i, chats.size());
                 const MessagesChatInfo& info = chats[i];
                 try {
-                    const ChatTranscript transcript = source == WhatsAppSource
-                                                          ? WhatsAppReader::messages(info.id, info.title, database)
-                                                          : MessagesReader::messages(info.id, info.title, database);
-                    if (transcript.messages.isEmpty()) {
-                        ++outcome.empty;
-                        continue;
-                    }
+                    const ChatTranscript transcript = openSource(source, database)->transcript(info);
                     const QString destination =
                         IPhoneBackupReader::uniqueURL(QDir(outcome.folder).filePath(conversationFileName(info.title)));
                     ConversationPDF::build(destination, transcript, label);
                     ++outcome.saved;
+                } catch (const ConversationError& error) {
+                    ++(error.kind() == ConversationError::Kind::Empty ? outcome.empty : outcome.failed);
                 } catch (const std::exception&) {
                     ++outcome.failed;
                 }

@@ -1,0 +1,129 @@
+#include "engines/conversations/ConversationSource.h"
+
+#include "engines/conversations/ConversationError.h"
+#include "engines/conversations/MessagesReader.h"
+#include "engines/conversations/WhatsAppParser.h"
+#include "engines/conversations/WhatsAppReader.h"
+#include "l10n/L.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+namespace nuvrel {
+
+namespace {
+
+class MessagesDatabase final : public ConversationSource
+{
+public:
+    explicit MessagesDatabase(QString file)
+        : m_file(std::move(file))
+    {}
+    ConvSource kind() const override { return ConvSource::Messages; }
+    QList<MessagesChatInfo> listChats() const override { return MessagesReader::listChats(m_file); }
+    ChatTranscript transcript(const MessagesChatInfo& chat) const override
+    {
+        ChatTranscript transcript = MessagesReader::messages(chat.id, chat.title, m_file);
+        if (transcript.messages.isEmpty())
+            throw ConversationError::empty();
+        return transcript;
+    }
+
+private:
+    QString m_file;
+};
+
+class WhatsAppDatabase final : public ConversationSource
+{
+public:
+    explicit WhatsAppDatabase(QString file)
+        : m_file(std::move(file))
+    {}
+    ConvSource kind() const override { return ConvSource::WhatsApp; }
+    QList<MessagesChatInfo> listChats() const override { return WhatsAppReader::listChats(m_file); }
+    ChatTranscript transcript(const MessagesChatInfo& chat) const override
+    {
+        ChatTranscript transcript = WhatsAppReader::messages(chat.id, chat.title, m_file);
+        if (transcript.messages.isEmpty())
+            throw ConversationError::empty();
+        return transcript;
+    }
+
+private:
+    QString m_file;
+};
+
+// An export is small enough to parse whole, once, when it is first asked for.
+class WhatsAppExport final : public ConversationSource
+{
+public:
+    explicit WhatsAppExport(QString file)
+        : m_file(std::move(file))
+    {}
+    ConvSource kind() const override { return ConvSource::WhatsApp; }
+    QList<MessagesChatInfo> listChats() const override
+    {
+        const ChatTranscript& chat = parsed();
+        return {MessagesChatInfo{1, chat.title, chat.messages.size(),
+                                 chat.messages.isEmpty() ? QDateTime() : chat.messages.constLast().date}};
+    }
+    ChatTranscript transcript(const MessagesChatInfo& chat) const override
+    {
+        if (chat.id != 1)
+            throw ConversationError::empty();
+        const ChatTranscript& whole = parsed();
+        if (whole.messages.isEmpty())
+            throw ConversationError::empty();
+        return whole;
+    }
+
+private:
+    const ChatTranscript& parsed() const
+    {
+        if (!m_parsed) {
+            QFile file(m_file);
+            if (!file.open(QIODevice::ReadOnly))
+                throw ConversationError::noAccess(QFileInfo::exists(m_file) ? L("lecture refusée : %@", m_file)
+                                                                            : L("fichier introuvable : %@", m_file));
+            // The export's own name ("WhatsApp Chat with Ana") names a conversation that lists no sender.
+            std::optional<ChatTranscript> transcript =
+                WhatsAppParser::parse(QString::fromUtf8(file.readAll()), QFileInfo(m_file).completeBaseName());
+            if (!transcript)
+                throw ConversationError::unreadable();
+            m_parsed = std::move(transcript);
+        }
+        return *m_parsed;
+    }
+
+    QString m_file;
+    mutable std::optional<ChatTranscript> m_parsed;
+};
+
+} // namespace
+
+std::unique_ptr<ConversationSource> ConversationSource::messagesDatabase(QString file)
+{
+    return std::make_unique<MessagesDatabase>(std::move(file));
+}
+
+std::unique_ptr<ConversationSource> ConversationSource::whatsAppDatabase(QString file)
+{
+    return std::make_unique<WhatsAppDatabase>(std::move(file));
+}
+
+std::unique_ptr<ConversationSource> ConversationSource::whatsAppExport(QString file)
+{
+    return std::make_unique<WhatsAppExport>(std::move(file));
+}
+
+std::unique_ptr<ConversationSource> ConversationSource::forFile(QString file)
+{
+    const QString name = QFileInfo(file).fileName();
+    if (name.startsWith(QLatin1StringView("ChatStorage")))
+        return whatsAppDatabase(std::move(file));
+    if (name.endsWith(QLatin1StringView(".txt"), Qt::CaseInsensitive))
+        return whatsAppExport(std::move(file));
+    return messagesDatabase(std::move(file));
+}
+
+} // namespace nuvrel

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "engines/conversations/ChatRecords.h"
+
+#include <QString>
+
+#include <memory>
+
+namespace nuvrel {
+
+/// One place conversations come from: a Messages or WhatsApp database (always read through a private
+/// copy), or a WhatsApp text export. Pages and commands list and read conversations through it,
+/// whatever the source. Every failure is a ConversationError.
+class ConversationSource
+{
+public:
+    virtual ~ConversationSource() = default;
+
+    virtual ConvSource kind() const = 0;
+    /// The conversations it holds, without their messages.
+    virtual QList<MessagesChatInfo> listChats() const = 0;
+    /// One conversation whole, named by its line of listChats(); Empty when it has no message.
+    virtual ChatTranscript transcript(const MessagesChatInfo& chat) const = 0;
+
+    static std::unique_ptr<ConversationSource> messagesDatabase(QString file);
+    static std::unique_ptr<ConversationSource> whatsAppDatabase(QString file);
+    /// A WhatsApp "Export Chat" text file: one conversation, number 1, titled by the file's name.
+    static std::unique_ptr<ConversationSource> whatsAppExport(QString file);
+    /// By the file's name: "ChatStorage…" is WhatsApp's store, ".txt" an export, anything else Messages.
+    static std::unique_ptr<ConversationSource> forFile(QString file);
+};
+
+} // namespace nuvrel

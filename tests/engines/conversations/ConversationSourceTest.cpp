@@ -1,0 +1,102 @@
+// Conversations through the one source interface, whatever they come from, and the check that a
+// conversation PDF is still the file that was made.
+
+#include "engines/conversations/ConversationSource.h"
+#include "engines/conversations/ConversationError.h"
+#include "engines/conversations/ConversationPdf.h"
+#include "support/ChatFixtures.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace nuvrel;
+using namespace nuvrel::test;
+
+namespace {
+
+void write(const QString& path, const QByteArray& bytes)
+{
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(bytes);
+}
+
+// The digest as another program computes it.
+QString sha256sum(const QString& path)
+{
+    QProcess process;
+    process.start(QStringLiteral("sha256sum"), {path});
+    process.waitForFinished();
+    return QString::fromLatin1(process.readAllStandardOutput().left(64));
+}
+
+} // namespace
+
+TEST(ConversationSource, EverySourceListsAndReadsThroughOneInterface)
+{
+    QTemporaryDir folder;
+    const QString messages = folder.filePath(QStringLiteral("sms.db"));
+    const QString whatsApp = folder.filePath(QStringLiteral("ChatStorage.sqlite"));
+    const QString exported = folder.filePath(QStringLiteral("WhatsApp Chat - Louis.txt"));
+    writeSampleMessagesDatabase(messages);
+    writeSampleWhatsAppDatabase(whatsApp);
+    write(exported, sampleWhatsAppExport().toUtf8());
+
+    for (const auto& [file, kind] :
+         {std::pair{messages, ConvSource::Messages}, std::pair{whatsApp, ConvSource::WhatsApp},
+          std::pair{exported, ConvSource::WhatsApp}}) {
+        const std::unique_ptr<ConversationSource> source = ConversationSource::forFile(file);
+        SCOPED_TRACE(file.toStdString());
+        EXPECT_EQ(source->kind(), kind);
+        const QList<MessagesChatInfo> chats = source->listChats();
+        ASSERT_FALSE(chats.isEmpty());
+        const ChatTranscript transcript = source->transcript(chats.first());
+        EXPECT_EQ(transcript.messages.size(), chats.first().count);
+    }
+
+    // An export is one conversation; asking for another is asking for nothing.
+    const auto exportSource = ConversationSource::whatsAppExport(exported);
+    ASSERT_EQ(exportSource->listChats().size(), 1);
+    EXPECT_FALSE(exportSource->listChats().first().title.isEmpty());
+    MessagesChatInfo other = exportSource->listChats().first();
+    other.id = 2;
+    EXPECT_THROW(exportSource->transcript(other), ConversationError);
+
+    // A missing export is no access, with our own reason; garbage is unreadable.
+    try {
+        ConversationSource::whatsAppExport(folder.filePath(QStringLiteral("nowhere.txt")))->listChats();
+        FAIL();
+    } catch (const ConversationError& error) {
+        EXPECT_EQ(error.kind(), ConversationError::Kind::NoAccess);
+    }
+    write(folder.filePath(QStringLiteral("noise.txt")), QByteArray(4096, '\x01'));
+    EXPECT_THROW(ConversationSource::whatsAppExport(folder.filePath(QStringLiteral("noise.txt")))->listChats(),
+                 ConversationError);
+}
+
+TEST(ConversationPdf, VerificationComparesWithTheRecordedFingerprint)
+{
+    QTemporaryDir folder;
+    const QString pdf = folder.filePath(QStringLiteral("Famille.pdf"));
+    write(pdf, QByteArray("%PDF-1.4 a conversation"));
+    EXPECT_EQ(ConversationPDF::verify(pdf), ConversationPDF::Verification::NoSideFile);
+
+    // The side file in another language still gives the PDF's digest first.
+    const QString side = ConversationPDF::sideFilePath(pdf);
+    EXPECT_EQ(side, folder.filePath(QStringLiteral("Famille.empreinte.txt")));
+    write(side, QString(QStringLiteral("PDF fingerprint: ") + sha256sum(pdf) + QStringLiteral("\nContent: ") +
+                        QString(64, u'0'))
+                    .toUtf8());
+    EXPECT_EQ(ConversationPDF::verify(pdf), ConversationPDF::Verification::Intact);
+
+    write(pdf, QByteArray("%PDF-1.4 a conversation, edited"));
+    EXPECT_EQ(ConversationPDF::verify(pdf), ConversationPDF::Verification::Modified);
+    write(side, QByteArray("no digest here"));
+    EXPECT_EQ(ConversationPDF::verify(pdf), ConversationPDF::Verification::Modified);
+    EXPECT_EQ(ConversationPDF::verify(folder.filePath(QStringLiteral("missing.pdf"))),
+              ConversationPDF::Verification::PdfUnreadable);
+}
