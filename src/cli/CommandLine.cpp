@@ -3,6 +3,10 @@
 #include "cli/TextTable.h"
 #include "l10n/L.h"
 
+#include <QCommandLineParser>
+
+#include <algorithm>
+
 namespace nuvrel::cli {
 
 namespace {
@@ -19,69 +23,75 @@ QString languageCodes()
 
 CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
 {
-    CommandLine line;
     error.clear();
-    // The first mistake is the one told, but parsing goes on so that a later --lang still applies to it.
-    const auto fail = [&error](const QString& message) {
-        if (error.isEmpty())
-            error = message;
-    };
-    for (qsizetype i = 0; i < arguments.size(); ++i) {
-        QString argument = arguments[i];
-        std::optional<QString> inlineValue;
-        if (argument.startsWith(QLatin1StringView("--")) && argument.contains(u'=')) {
-            const qsizetype equals = argument.indexOf(u'=');
-            inlineValue = argument.mid(equals + 1);
-            argument.truncate(equals);
-        }
-        const auto value = [&]() -> std::optional<QString> {
-            if (inlineValue)
-                return inlineValue;
-            if (i + 1 < arguments.size())
-                return arguments[++i];
-            fail(L("L'option %@ attend une valeur.", argument));
+    // parse(), not process(): the latter exits on its own and prints Qt's texts, which are English (or
+    // missing, in Serbian). Our texts are said from what the parser found.
+    QCommandLineParser parser;
+    parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
+    const auto valued = [](QStringList names) { return QCommandLineOption(names, {}, QStringLiteral("value")); };
+    const QCommandLineOption root = valued({QStringLiteral("root")});
+    const QCommandLineOption lang = valued({QStringLiteral("lang")});
+    const QCommandLineOption domain = valued({QStringLiteral("domain")});
+    const QCommandLineOption path = valued({QStringLiteral("path")});
+    const QCommandLineOption to = valued({QStringLiteral("to")});
+    const QCommandLineOption output = valued({QStringLiteral("o"), QStringLiteral("output")});
+    const QCommandLineOption exportFile = valued({QStringLiteral("export")});
+    const QCommandLineOption source = valued({QStringLiteral("source")});
+    const QCommandLineOption format = valued({QStringLiteral("format")});
+    const QCommandLineOption photos(QStringLiteral("photos"));
+    const QCommandLineOption passwordStdin(QStringLiteral("password-stdin"));
+    const QCommandLineOption remember(QStringLiteral("remember"));
+    const QCommandLineOption json(QStringLiteral("json"));
+    const QCommandLineOption help(QStringList{QStringLiteral("h"), QStringLiteral("help")});
+    const QCommandLineOption version(QStringLiteral("version"));
+    parser.addOptions({root, lang, domain, path, to, output, exportFile, source, format, photos, passwordStdin,
+                       remember, json, help, version});
+    const bool parsed = parser.parse(QStringList{QStringLiteral("nuvrel-cli")} + arguments);
+
+    CommandLine line;
+    const auto optional = [&parser](const QCommandLineOption& option) -> std::optional<QString> {
+        if (!parser.isSet(option))
             return std::nullopt;
-        };
-        if (argument == QLatin1StringView("--root")) {
-            line.root = value();
-        } else if (argument == QLatin1StringView("--lang")) {
-            line.language = value();
-        } else if (argument == QLatin1StringView("--domain")) {
-            line.domain = value();
-        } else if (argument == QLatin1StringView("--path")) {
-            line.pathPrefix = value();
-        } else if (argument == QLatin1StringView("--to")) {
-            line.destination = value();
-        } else if (argument == QLatin1StringView("-o") || argument == QLatin1StringView("--output")) {
-            line.output = value();
-        } else if (argument == QLatin1StringView("--export")) {
-            line.exportFile = value();
-        } else if (argument == QLatin1StringView("--source")) {
-            line.source = value();
-        } else if (argument == QLatin1StringView("--format")) {
-            line.format = value();
-        } else if (argument == QLatin1StringView("--photos") && !inlineValue) {
-            line.photos = true;
-        } else if (argument == QLatin1StringView("--password-stdin") && !inlineValue) {
-            line.passwordFromStdin = true;
-        } else if (argument == QLatin1StringView("--remember") && !inlineValue) {
-            line.remember = true;
-        } else if (argument == QLatin1StringView("--json") && !inlineValue) {
-            line.json = true;
-        } else if ((argument == QLatin1StringView("--help") || argument == QLatin1StringView("-h")) && !inlineValue) {
-            line.help = true;
-        } else if (argument == QLatin1StringView("--version") && !inlineValue) {
-            line.version = true;
-        } else if (argument.startsWith(u'-')) {
-            fail(L("Option inconnue : %@", arguments[i]));
-        } else if (line.command.isEmpty()) {
-            line.command = argument;
-        } else {
-            line.arguments.append(argument);
-        }
+        return parser.value(option);
+    };
+    line.root = optional(root);
+    line.language = optional(lang);
+    line.domain = optional(domain);
+    line.pathPrefix = optional(path);
+    line.destination = optional(to);
+    line.output = optional(output);
+    line.exportFile = optional(exportFile);
+    line.source = optional(source);
+    line.format = optional(format);
+    line.photos = parser.isSet(photos);
+    line.passwordFromStdin = parser.isSet(passwordStdin);
+    line.remember = parser.isSet(remember);
+    line.json = parser.isSet(json);
+    line.help = parser.isSet(help);
+    line.version = parser.isSet(version);
+    line.arguments = parser.positionalArguments();
+    if (!line.arguments.isEmpty())
+        line.command = line.arguments.takeFirst();
+
+    if (!parsed) {
+        // The parser's own text is not for the user: tell its finding in our words.
+        const QStringList unknown = parser.unknownOptionNames();
+        const auto flagWithValue = std::find_if(arguments.cbegin(), arguments.cend(), [](const QString& word) {
+            static const QStringList flags{QStringLiteral("--photos"),   QStringLiteral("--password-stdin"),
+                                           QStringLiteral("--remember"), QStringLiteral("--json"),
+                                           QStringLiteral("--help"),     QStringLiteral("--version")};
+            return word.contains(u'=') && flags.contains(word.section(u'=', 0, 0));
+        });
+        if (!unknown.isEmpty())
+            error = L("Option inconnue : %@",
+                      (unknown.first().size() == 1 ? QStringLiteral("-") : QStringLiteral("--")) + unknown.first());
+        else if (flagWithValue != arguments.cend())
+            error = L("Option inconnue : %@", *flagWithValue);
+        else // the only other finding: an option that takes a value ends the line
+            error = L("L'option %@ attend une valeur.", arguments.isEmpty() ? QString() : arguments.constLast());
     }
-    if (line.language && !appLanguageFromIdentifier(*line.language))
-        fail(L("Langue inconnue : %@. Choix possibles : %@.", *line.language, languageCodes()));
+    if (error.isEmpty() && line.language && !appLanguageFromIdentifier(*line.language))
+        error = L("Langue inconnue : %@. Choix possibles : %@.", *line.language, languageCodes());
     return line;
 }
 
