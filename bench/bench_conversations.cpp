@@ -128,10 +128,12 @@ void ConversationToPdf(benchmark::State& state)
              {}});
     QTemporaryDir dir;
     int pages = 0;
-    for (auto _ : state)
-        pages = nuvrel::ConversationPDF::build(dir.filePath(QStringLiteral("c.pdf")), transcript,
-                                               QStringLiteral("WhatsApp"))
-                    .pages;
+    for (auto _ : state) {
+        const auto result = nuvrel::ConversationPDF::build(dir.filePath(QStringLiteral("c.pdf")), transcript,
+                                                           QStringLiteral("WhatsApp"));
+        pages = result.pages;
+        QFile::remove(result.pdf); // the next one takes the same name again
+    }
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     state.counters["pages"] = pages;

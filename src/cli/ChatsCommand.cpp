@@ -193,7 +193,7 @@ int runChatPdf(const CommandLine& line, QTextStream& out, QTextStream& err)
     try {
         const ConversationPDF::Result result =
             ConversationPDF::build(*line.output, *loaded.transcript, loaded.sourceLabel);
-        out << QDir::cleanPath(QFileInfo(*line.output).absoluteFilePath()) << '\n'
+        out << QDir::cleanPath(QFileInfo(result.pdf).absoluteFilePath()) << '\n'
             << L("Empreinte SHA-256 du PDF :") << ' ' << result.pdfFingerprint << '\n'
             << L("Elle est aussi enregistrée dans un petit fichier « .empreinte.txt » à côté du PDF. Garde les deux "
                  "ensemble.")

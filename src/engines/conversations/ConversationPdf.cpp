@@ -1,5 +1,8 @@
 #include "engines/conversations/ConversationPdf.h"
 
+#include "formats/pdf/PdfPage.h"
+#include "ground/NewFile.h"
+#include "ground/SystemError.h"
 #include "l10n/L.h"
 
 #include <QCryptographicHash>
@@ -21,7 +24,6 @@ namespace nuvrel {
 namespace {
 
 // Points: the page is drawn at 72 dots per inch.
-constexpr int resolution = 72;
 constexpr qreal pageWidth = 595;
 constexpr qreal pageHeight = 842;
 constexpr qreal margin = 50;
@@ -36,17 +38,6 @@ const QColor noticeRed = QColor::fromRgbF(0.75f, 0.07f, 0.24f);
 const QColor palette[] = {QColor::fromRgbF(0.11f, 0.31f, 0.85f), QColor::fromRgbF(0.02f, 0.47f, 0.34f),
                           QColor::fromRgbF(0.71f, 0.33f, 0.04f), QColor::fromRgbF(0.49f, 0.23f, 0.93f),
                           QColor::fromRgbF(0.75f, 0.07f, 0.24f)};
-
-QFont systemFont(qreal points, bool bold = false)
-{
-    QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
-    // Colour emoji fonts are bitmaps that a PDF cannot carry as text: a monochrome emoji font comes
-    // before the system's own fallback, so that emoji print as outlines rather than blanks.
-    font.setFamilies({QFontInfo(font).family(), QStringLiteral("Symbola")});
-    font.setPointSizeF(points);
-    font.setBold(bold);
-    return font;
-}
 
 // One paragraph of the document, or one picture.
 struct Block
@@ -188,7 +179,7 @@ private:
 
     void drawFooter(int pageCount)
     {
-        m_painter->setFont(systemFont(8));
+        m_painter->setFont(PdfPage::font(8));
         m_painter->setPen(secondary);
         const QString footer =
             L("Nuvrel · page %@ / %@ · empreinte du contenu : ", m_page + 1, pageCount) + m_fingerprint.left(16) + u'…';
@@ -213,8 +204,8 @@ QList<Block> documentBlocks(const ChatTranscript& transcript, const QString& sou
     };
     QList<Block> blocks;
     blocks.reserve(transcript.messages.size() + 8);
-    blocks.append(paragraph(transcript.title, systemFont(20, true), 10));
-    const QFont info = systemFont(10.5);
+    blocks.append(paragraph(transcript.title, PdfPage::font(20, true), 10));
+    const QFont info = PdfPage::font(10.5);
     blocks.append(paragraph(L("Source : ") + sourceLabel, info, 2));
     if (!transcript.messages.isEmpty())
         blocks.append(paragraph(L("Période : ") + day(transcript.messages.front().date) + L(" au ") +
@@ -227,12 +218,12 @@ QList<Block> documentBlocks(const ChatTranscript& transcript, const QString& sou
     blocks.append(paragraph(L("Empreinte numérique du contenu (SHA-256) : ") + fingerprint, info, 2));
     Block notice = paragraph(L("Ce document est une copie mise en forme d'une conversation, créée à partir des données "
                                "fournies par l'utilisateur. Il ne remplace pas un constat de commissaire de justice."),
-                             systemFont(9.5), 14, noticeRed);
+                             PdfPage::font(9.5), 14, noticeRed);
     notice.before = 8;
     blocks.append(std::move(notice));
 
-    const QFont separatorFont = systemFont(10, true);
-    const QFont messageFont = systemFont(10.5);
+    const QFont separatorFont = PdfPage::font(10, true);
+    const QFont messageFont = PdfPage::font(10.5);
     const QHash<QString, QColor> colours = ConversationPDF::senderColours(transcript);
     QString previousDay;
     for (const ChatMessage& message : transcript.messages) {
@@ -308,34 +299,39 @@ ConversationPDF::Result ConversationPDF::build(const QString& destination, const
     const QDateTime generated = QDateTime::currentDateTime();
     const QList<Block> blocks = documentBlocks(transcript, sourceLabel, result.contentFingerprint, generated);
 
-    {
-        QPdfWriter writer(destination);
-        writer.setResolution(resolution);
-        writer.setPageLayout(QPageLayout(QPageSize(QSizeF(pageWidth, pageHeight), QPageSize::Point),
-                                         QPageLayout::Portrait, QMarginsF(), QPageLayout::Point));
-        writer.setTitle(transcript.title);
-        writer.setCreator(QStringLiteral("Nuvrel"));
-        // The footers name the page count, so a first pass only counts the pages.
-        const int pages = Paginator(&writer, nullptr, nullptr, 0, result.contentFingerprint).run(blocks);
-        QPainter painter;
-        if (!painter.begin(&writer))
-            throw Error(L("Impossible de créer le PDF : ") + QDir::toNativeSeparators(destination));
-        result.pages = Paginator(&writer, &writer, &painter, pages, result.contentFingerprint).run(blocks);
-        if (!painter.end())
-            throw Error(L("Impossible de créer le PDF : ") + QDir::toNativeSeparators(destination));
+    // Written under a temporary name and named when whole, never over an existing file.
+    QString written;
+    try {
+        NewFile output(destination, FreeNameStyle::Parenthesised);
+        {
+            const std::unique_ptr<QPdfWriter> writer = PdfPage::writer(&output.device(), transcript.title);
+            // The footers name the page count, so a first pass only counts the pages.
+            const int pages = Paginator(writer.get(), nullptr, nullptr, 0, result.contentFingerprint).run(blocks);
+            QPainter painter;
+            if (!painter.begin(writer.get()))
+                throw Error(L("Impossible de créer le PDF : ") + QDir::toNativeSeparators(destination));
+            result.pages =
+                Paginator(writer.get(), writer.get(), &painter, pages, result.contentFingerprint).run(blocks);
+            if (!painter.end())
+                throw Error(L("Impossible de créer le PDF : ") + QDir::toNativeSeparators(destination));
+        }
+        written = output.commit();
+    } catch (const FileError& error) {
+        throw Error(L("Impossible de créer le PDF : ") + error.message());
     }
+    result.pdf = written;
 
-    QFile pdf(destination);
+    QFile pdf(written);
     if (!pdf.open(QIODevice::ReadOnly))
         throw Error(L("Impossible de créer le PDF : ") + QDir::toNativeSeparators(destination));
     QCryptographicHash hash(QCryptographicHash::Sha256);
     hash.addData(&pdf);
     result.pdfFingerprint = QString::fromLatin1(hash.result().toHex());
 
-    result.sideFile = sideFilePath(destination);
+    result.sideFile = sideFilePath(written);
     QSaveFile side(result.sideFile);
     const QString text =
-        L("Fichier : ") + QFileInfo(destination).fileName() + L("\nCréé le : ") +
+        L("Fichier : ") + QFileInfo(written).fileName() + L("\nCréé le : ") +
         Localizer::locale().toString(generated, QStringLiteral("dddd d MMMM yyyy, HH:mm")) +
         L(" par Nuvrel\nEmpreinte SHA-256 du PDF : ") + result.pdfFingerprint +
         L("\nEmpreinte SHA-256 du contenu des messages : ") + result.contentFingerprint +

@@ -20,6 +20,7 @@ public:
 
     struct Result
     {
+        QString pdf;                ///< the file written: the destination, or "name (2).pdf" when it was taken
         QString pdfFingerprint;     ///< SHA-256 of the finished file, 64 lowercase hexadecimal digits
         QString contentFingerprint; ///< SHA-256 of the messages, independent of layout and date
         QString sideFile;           ///< the ".empreinte.txt" file
@@ -42,7 +43,8 @@ public:
 
     ConversationPDF() = delete;
 
-    /// Writes the PDF at `destination` (replacing it) and its side file; throws Error.
+    /// Writes the PDF at `destination`, or at "name (2).pdf"… when that is taken, never replacing a file,
+    /// and its side file; throws Error.
     static Result build(const QString& destination, const ChatTranscript& transcript, const QString& sourceLabel);
 
     static QString contentFingerprint(const ChatTranscript& transcript);

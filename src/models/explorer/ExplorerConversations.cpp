@@ -207,13 +207,8 @@ void ExplorerModel::createChatPDF(qint64 chatID)
         [database, source, label, info](JobContext&) -> Outcome {
             try {
                 const ChatTranscript transcript = openSource(source, database)->transcript(info);
-                const QString folder = conversationsFolder();
-                if (!QDir().mkpath(folder))
-                    return {{}, [folder] { return BackupReadError::writeFailed(folder).message(); }};
-                const QString destination =
-                    IPhoneBackupReader::uniqueURL(QDir(folder).filePath(conversationFileName(info.title)));
-                ConversationPDF::build(destination, transcript, label);
-                return {destination, {}};
+                const QString destination = QDir(conversationsFolder()).filePath(conversationFileName(info.title));
+                return {ConversationPDF::build(destination, transcript, label).pdf, {}};
             } catch (const ConversationPDF::Error& error) {
                 return {{}, [message = error.message()] { return message; }};
             } catch (const ConversationError& error) {
@@ -275,9 +270,8 @@ void ExplorerModel::createAllChatPDFs()
                 const MessagesChatInfo& info = chats[i];
                 try {
                     const ChatTranscript transcript = openSource(source, database)->transcript(info);
-                    const QString destination =
-                        IPhoneBackupReader::uniqueURL(QDir(outcome.folder).filePath(conversationFileName(info.title)));
-                    ConversationPDF::build(destination, transcript, label);
+                    ConversationPDF::build(QDir(outcome.folder).filePath(conversationFileName(info.title)), transcript,
+                                           label);
                     ++outcome.saved;
                 } catch (const ConversationError& error) {
                     ++(error.kind() == ConversationError::Kind::Empty ? outcome.empty : outcome.failed);

@@ -156,15 +156,31 @@ TEST_F(ConversationPdfTest, ImagesAreThumbnailsAndUnreadableOnesAreSkipped)
     EXPECT_EQ(images.count(QStringLiteral("image ")), 1) << qPrintable(images);
 }
 
-TEST_F(ConversationPdfTest, AnUnwritableDestinationIsAClearError)
+TEST_F(ConversationPdfTest, AnUnwritableDestinationIsAClearErrorAndATakenNameIsNeverReplaced)
 {
+    // A file stands where the folder must go.
+    QFile blocker(path(QStringLiteral("taken")));
+    ASSERT_TRUE(blocker.open(QIODevice::WriteOnly));
+    blocker.close();
     try {
-        ConversationPDF::build(path(QStringLiteral("no/such/folder/x.pdf")), sample(), QStringLiteral("WhatsApp"));
+        ConversationPDF::build(path(QStringLiteral("taken/x.pdf")), sample(), QStringLiteral("WhatsApp"));
         FAIL() << "expected an error";
     } catch (const ConversationPDF::Error& error) {
         EXPECT_TRUE(error.message().startsWith(QStringLiteral("Impossible de créer le PDF : ")))
             << qPrintable(error.message());
+        EXPECT_TRUE(error.message().contains(QStringLiteral("taken"))) << qPrintable(error.message());
     }
+
+    // A second PDF of the same name goes beside the first, each with its own side file.
+    const QString first = path(QStringLiteral("Famille.pdf"));
+    const auto one = ConversationPDF::build(first, sample(), QStringLiteral("WhatsApp"));
+    const auto two = ConversationPDF::build(first, sample(), QStringLiteral("WhatsApp"));
+    EXPECT_EQ(one.pdf, first);
+    EXPECT_EQ(two.pdf, path(QStringLiteral("Famille (2).pdf")));
+    EXPECT_EQ(two.sideFile, path(QStringLiteral("Famille (2).empreinte.txt")));
+    EXPECT_EQ(ConversationPDF::verify(one.pdf), ConversationPDF::Verification::Intact);
+    EXPECT_EQ(ConversationPDF::verify(two.pdf), ConversationPDF::Verification::Intact);
+    EXPECT_TRUE(QDir(m_dir.path()).entryList({QStringLiteral(".nuvrel-*")}, QDir::Hidden | QDir::Files).isEmpty());
 }
 
 TEST_F(ConversationPdfTest, SingleMessageAndPaletteCycling)
