@@ -13,6 +13,7 @@
 #include "models/explorer/ExplorerModel.h"
 #include "platform/SecretStore.h"
 #include "platform/Workspace.h"
+#include "support/FakeServices.h"
 #include "support/SampleBackup.h"
 
 #include <QBuffer>
@@ -82,20 +83,6 @@ Data& data()
     return *d;
 }
 
-struct NoSecrets final : SecretStore
-{
-    std::optional<QString> load(const QString&, const QString&) override { return std::nullopt; }
-    bool save(const QString&, const QString&, const QString&) override { return false; }
-    bool remove(const QString&, const QString&) override { return false; }
-};
-
-struct NoWorkspace final : Workspace
-{
-    bool open(const QString&) override { return false; }
-    bool reveal(const QString&) override { return false; }
-    bool openUrl(const QUrl&) override { return false; }
-};
-
 template <typename Predicate>
 void waitFor(Predicate done)
 {
@@ -105,11 +92,10 @@ void waitFor(Predicate done)
 
 void Open50kPhotos(benchmark::State& state)
 {
-    NoSecrets secrets;
-    NoWorkspace workspace;
+    nuvrel::test::FakeServices fakes;
     qsizetype photos = 0;
     for (auto _ : state) {
-        ExplorerModel model(data().large, {secrets, workspace});
+        ExplorerModel model(data().large, fakes.services());
         model.start();
         waitFor([&] { return model.phase() != ExplorerModel::Phase::Loading; });
         photos = model.photoRoll().photos().size();
@@ -141,9 +127,8 @@ void Organize50k(benchmark::State& state)
 
 void ThumbnailScroll(benchmark::State& state)
 {
-    NoSecrets secrets;
-    NoWorkspace workspace;
-    ExplorerModel model(data().photos, {secrets, workspace});
+    nuvrel::test::FakeServices fakes;
+    ExplorerModel model(data().photos, fakes.services());
     model.start();
     waitFor([&] { return model.phase() != ExplorerModel::Phase::Loading; });
     model.photoRoll().setThumbnailCacheLimit(40LL * PhotoRoll::thumbnailSide * PhotoRoll::thumbnailSide * 4);

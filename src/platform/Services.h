@@ -2,16 +2,23 @@
 
 namespace nuvrel {
 
+class Clipboard;
 class SecretStore;
+class Trash;
+class Volumes;
 class Workspace;
 
 /// The operating system's services, as the pages and commands reach them: one object handed down,
 /// so that a page needing one more service does not grow every constructor on the way. The
-/// application and the CLI pass the system's (platform/system/SystemServices.h), tests pass fakes.
+/// application and the CLI pass the system's (platform/system/SystemServices.h), tests pass fakes
+/// (tests/support/FakeServices.h).
 struct Services
 {
     SecretStore& secrets;
     Workspace& workspace;
+    Trash& trash;
+    Clipboard& clipboard;
+    Volumes& volumes;
 };
 
 } // namespace nuvrel

@@ -12,6 +12,7 @@
 #include "models/backups/BackupsModel.h"
 #include "models/explorer/ExplorerModel.h"
 #include "support/ChatFixtures.h"
+#include "support/FakeServices.h"
 #include "support/FolderSnapshot.h"
 #include "support/MemorySecretStore.h"
 #include "support/RecordingWorkspace.h"
@@ -102,7 +103,7 @@ protected:
 
     std::unique_ptr<MainWindow> makeWindow()
     {
-        auto window = std::make_unique<MainWindow>(Services{m_secrets, m_workspace});
+        auto window = std::make_unique<MainWindow>(m_fakes.services());
         window->resize(1280, 800);
         window->show();
         EXPECT_TRUE(QTest::qWaitForWindowExposed(window.get()));
@@ -131,8 +132,9 @@ protected:
 
     QTemporaryDir m_root;
     QTemporaryDir m_out;
-    MemorySecretStore m_secrets;
-    RecordingWorkspace m_workspace;
+    FakeServices m_fakes;
+    MemorySecretStore& m_secrets = m_fakes.secrets;
+    RecordingWorkspace& m_workspace = m_fakes.workspace;
     AppLanguage m_saved = AppLanguage::Auto;
 };
 

@@ -1,6 +1,9 @@
 #include "platform/system/SystemServices.h"
 
 #include "platform/system/KeychainSecretStore.h"
+#include "platform/system/SystemClipboard.h"
+#include "platform/system/SystemTrash.h"
+#include "platform/system/SystemVolumes.h"
 #include "platform/system/SystemWorkspace.h"
 
 namespace nuvrel {
@@ -20,7 +23,10 @@ Workspace& systemWorkspace()
 
 Services systemServices()
 {
-    return Services{systemSecretStore(), systemWorkspace()};
+    static SystemTrash trash;
+    static SystemClipboard clipboard;
+    static SystemVolumes volumes;
+    return Services{systemSecretStore(), systemWorkspace(), trash, clipboard, volumes};
 }
 
 } // namespace nuvrel

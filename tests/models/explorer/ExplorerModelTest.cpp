@@ -8,6 +8,7 @@
 #include "l10n/Localizer.h"
 #include "support/BackupFixture.h"
 #include "support/ChatFixtures.h"
+#include "support/FakeServices.h"
 #include "support/FolderSnapshot.h"
 #include "support/MemorySecretStore.h"
 #include "support/PdfTools.h"
@@ -85,7 +86,7 @@ protected:
 
     std::unique_ptr<ExplorerModel> openReady(const PhoneBackup& backup, const QString& password = {})
     {
-        auto model = std::make_unique<ExplorerModel>(backup, Services{m_secrets, m_workspace});
+        auto model = std::make_unique<ExplorerModel>(backup, m_fakes.services());
         model->start();
         if (!password.isEmpty()) {
             model->setPassword(password);
@@ -103,8 +104,9 @@ protected:
 
     QTemporaryDir m_root;
     QTemporaryDir m_out;
-    MemorySecretStore m_secrets;
-    RecordingWorkspace m_workspace;
+    FakeServices m_fakes;
+    MemorySecretStore& m_secrets = m_fakes.secrets;
+    RecordingWorkspace& m_workspace = m_fakes.workspace;
     AppLanguage m_saved = AppLanguage::Auto;
 };
 
@@ -239,7 +241,7 @@ TEST_F(ExplorerModelTest, EncryptedBackupWrongThenRightPasswordAndTheKeychain)
     sample.files = cameraRollPhotos(2);
     const PhoneBackup backup = write(sample);
 
-    ExplorerModel model(backup, {m_secrets, m_workspace});
+    ExplorerModel model(backup, m_fakes.services());
     EXPECT_EQ(model.phase(), ExplorerModel::Phase::AskPassword);
     model.start();
     model.openBackup(); // nothing typed: asks again, with a reason
@@ -263,7 +265,7 @@ TEST_F(ExplorerModelTest, EncryptedBackupWrongThenRightPasswordAndTheKeychain)
     EXPECT_EQ(model.notice(), QStringLiteral("Mot de passe gardé dans le Trousseau de ce Mac."));
 
     // A second explorer of the same backup finds the kept password.
-    ExplorerModel again(backup, {m_secrets, m_workspace});
+    ExplorerModel again(backup, m_fakes.services());
     again.start();
     ASSERT_TRUE(QTest::qWaitFor([&] { return again.savedPassword(); }, timeoutMs));
     EXPECT_EQ(again.password(), QStringLiteral("correct horse"));
@@ -287,7 +289,7 @@ TEST_F(ExplorerModelTest, UnreadableBackupFails)
     manifest.write("this is no database at all, just some text that is long enough");
     manifest.close();
 
-    ExplorerModel model(backup, {m_secrets, m_workspace});
+    ExplorerModel model(backup, m_fakes.services());
     model.start();
     ASSERT_TRUE(QTest::qWaitFor([&] { return model.phase() == ExplorerModel::Phase::Failed; }, timeoutMs));
     EXPECT_FALSE(model.failureMessage().isEmpty());
@@ -605,7 +607,7 @@ TEST_F(ExplorerModelTest, TextsFollowALanguageChange)
     SampleBackup sample;
     sample.password = QStringLiteral("pw");
     sample.files = cameraRollPhotos(1);
-    ExplorerModel model(write(sample), {m_secrets, m_workspace});
+    ExplorerModel model(write(sample), m_fakes.services());
     model.start();
     model.setPassword(QStringLiteral("nope"));
     model.openBackup();
@@ -624,7 +626,7 @@ TEST_F(ExplorerModelTest, RescueSheetOnlyForAProvenPasswordAndGoneWithTheExplore
     const PhoneBackup backup = write(sample);
     QString sheet;
     {
-        ExplorerModel model(backup, {m_secrets, m_workspace});
+        ExplorerModel model(backup, m_fakes.services());
         model.start();
         model.setPassword(QStringLiteral("typo"));
         EXPECT_FALSE(model.canPrintRescueSheet());

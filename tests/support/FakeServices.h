@@ -1,0 +1,90 @@
+#pragma once
+
+#include "platform/Clipboard.h"
+#include "platform/Services.h"
+#include "platform/Trash.h"
+#include "platform/Volumes.h"
+#include "support/MemorySecretStore.h"
+#include "support/RecordingWorkspace.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QStringList>
+#include <QTemporaryDir>
+
+namespace nuvrel::test {
+
+/// A trash of its own: what is moved to it lands in a scratch folder, so a test can see it kept.
+class FolderTrash final : public Trash
+{
+public:
+    std::optional<QString> moveToTrash(const QString& path) override
+    {
+        const QString target = m_folder.filePath(QString::number(trashed.size()) + u'-' + QFileInfo(path).fileName());
+        if (refuse || !QFile::rename(path, target))
+            return std::nullopt;
+        trashed.append(path);
+        return target;
+    }
+
+    QStringList trashed; ///< the original places, in order
+    bool refuse = false;
+
+private:
+    QTemporaryDir m_folder;
+};
+
+/// A clipboard that remembers the last thing copied.
+class MemoryClipboard final : public Clipboard
+{
+public:
+    void copyText(const QString& value) override
+    {
+        text = value;
+        files.clear();
+    }
+    void copyFiles(const QStringList& paths) override
+    {
+        files = paths;
+        text.clear();
+    }
+
+    QString text;
+    QStringList files;
+};
+
+/// Volumes told by the test: one holding everything, unless `volumes` says otherwise.
+class FixedVolumes final : public Volumes
+{
+public:
+    std::optional<Volume> volumeOf(const QString& path) override
+    {
+        const QString clean = QDir::cleanPath(QDir(path).absolutePath());
+        std::optional<Volume> best;
+        for (const Volume& volume : std::as_const(volumes)) {
+            if ((clean == volume.root ||
+                 clean.startsWith(volume.root.endsWith(u'/') ? volume.root : volume.root + u'/')) &&
+                (!best || volume.root.size() > best->root.size()))
+                best = volume;
+        }
+        return best;
+    }
+    QList<Volume> mounted() override { return volumes; }
+
+    QList<Volume> volumes{{QStringLiteral("/"), QStringLiteral("Disque"), 500'000'000'000, 200'000'000'000, false}};
+};
+
+/// Every platform service, faked, for a page or a window under test.
+struct FakeServices
+{
+    MemorySecretStore secrets;
+    RecordingWorkspace workspace;
+    FolderTrash trash;
+    MemoryClipboard clipboard;
+    FixedVolumes volumes;
+
+    Services services() { return Services{secrets, workspace, trash, clipboard, volumes}; }
+};
+
+} // namespace nuvrel::test
