@@ -28,7 +28,7 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
     // missing, in Serbian). Our texts are said from what the parser found.
     QCommandLineParser parser;
     parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
-    const auto valued = [](QStringList names) { return QCommandLineOption(names, {}, QStringLiteral("value")); };
+    const auto valued = [](const QStringList& names) { return QCommandLineOption(names, {}, QStringLiteral("value")); };
     const QCommandLineOption root = valued({QStringLiteral("root")});
     const QCommandLineOption lang = valued({QStringLiteral("lang")});
     const QCommandLineOption domain = valued({QStringLiteral("domain")});

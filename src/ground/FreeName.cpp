@@ -23,7 +23,7 @@ QString freeName(const QString& location, FreeNameStyle style)
     const QFileInfo info(location);
     const QDir folder = info.dir();
     for (int n = 2;; ++n) {
-        const QString candidate = folder.filePath(numberedName(info.fileName(), n, style));
+        QString candidate = folder.filePath(numberedName(info.fileName(), n, style));
         if (!QFileInfo::exists(candidate) && !QFileInfo(candidate).isSymLink())
             return candidate;
     }

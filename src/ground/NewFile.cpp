@@ -51,7 +51,7 @@ int claim(const QByteArray& from, const QByteArray& to, bool& linked)
 
 } // namespace
 
-NewFile::NewFile(QString destination, FreeNameStyle style, QFileDevice::Permissions permissions)
+NewFile::NewFile(const QString& destination, FreeNameStyle style, QFileDevice::Permissions permissions)
     : m_destination(QFileInfo(destination).absoluteFilePath())
     , m_style(style)
 {
@@ -100,7 +100,7 @@ QString NewFile::commit(const std::optional<QDateTime>& modified)
     const QString folder = QFileInfo(m_destination).absolutePath();
     const QString name = QFileInfo(m_destination).fileName();
     for (int n = 1;; ++n) {
-        const QString candidate = n == 1 ? m_destination : QDir(folder).filePath(numberedName(name, n, m_style));
+        QString candidate = n == 1 ? m_destination : QDir(folder).filePath(numberedName(name, n, m_style));
         bool linked = false;
         const int error = claim(from, QFile::encodeName(candidate), linked);
         if (error == EEXIST)

@@ -23,7 +23,7 @@ class NewFile final
 {
 public:
     /// Creates the destination's folder (with its parents) and the temporary file in it.
-    NewFile(QString destination, FreeNameStyle style, QFileDevice::Permissions permissions = defaultPermissions);
+    NewFile(const QString& destination, FreeNameStyle style, QFileDevice::Permissions permissions = defaultPermissions);
     ~NewFile();
     Q_DISABLE_COPY_MOVE(NewFile)
 

@@ -3,6 +3,9 @@
 #include "engines/backup/ManifestMbdb.h"
 #include "formats/crypto/AesCbcDecryptor.h"
 #include "formats/plist/PropertyList.h"
+#include "formats/sqlite/ImmutableDatabase.h"
+#include "formats/sqlite/SqlError.h"
+#include "formats/sqlite/SqlStatement.h"
 #include "ground/FreeName.h"
 #include "ground/NewFile.h"
 
@@ -12,10 +15,7 @@
 #include <QHash>
 #include <QSaveFile>
 #include <QStandardPaths>
-#include <QUrl>
 #include <QUuid>
-
-#include <sqlite3.h>
 
 #include <cerrno>
 
@@ -183,11 +183,9 @@ void IPhoneBackupReader::decryptIndex(const QString& manifest, const QByteArray&
 
 void IPhoneBackupReader::openDatabase(const QString& path)
 {
-    // Immutable: SQLite takes no lock and writes no journal beside a file we must not touch.
-    const QByteArray uri = QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()).toEncoded() + "?immutable=1";
-    if (sqlite3_open_v2(uri.constData(), &m_db, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr) != SQLITE_OK) {
-        sqlite3_close(m_db);
-        m_db = nullptr;
+    try {
+        m_db = std::make_unique<ImmutableDatabase>(path);
+    } catch (const SqlError&) {
         throw BackupReadError::unreadable(BackupReadError::Subject::ManifestDb);
     }
 }
@@ -198,38 +196,32 @@ QList<BackupEntry> IPhoneBackupReader::loadEntries() const
         return *m_legacyEntries;
     if (!m_db)
         return {};
-    sqlite3_stmt* statement = nullptr;
-    if (sqlite3_prepare_v2(m_db, "SELECT fileID, domain, relativePath, file FROM Files WHERE flags = 1", -1, &statement,
-                           nullptr) != SQLITE_OK) {
-        sqlite3_finalize(statement);
+    std::optional<SqlStatement> statement = SqlStatement::tryPrepare(
+        m_db->handle(), "SELECT fileID, domain, relativePath, file FROM Files WHERE flags = 1");
+    if (!statement)
         throw BackupReadError::unreadable(BackupReadError::Subject::FileList);
-    }
-    const auto text = [statement](int column) {
-        return QString::fromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(statement, column)),
-                                 sqlite3_column_bytes(statement, column));
-    };
     QList<BackupEntry> entries;
     // A few dozen domains are shared by hundreds of thousands of rows: keep one copy of each.
     QHash<QByteArray, QString> domains;
-    // A damaged index can fail half-way; what was read before stays usable, as with a truncated old index.
-    while (sqlite3_step(statement) == SQLITE_ROW) {
-        if (sqlite3_column_type(statement, 0) != SQLITE_TEXT || sqlite3_column_type(statement, 1) != SQLITE_TEXT ||
-            sqlite3_column_type(statement, 2) != SQLITE_TEXT)
-            continue;
-        BackupEntry entry;
-        entry.fileID = text(0);
-        const QByteArray domainKey(reinterpret_cast<const char*>(sqlite3_column_text(statement, 1)),
-                                   sqlite3_column_bytes(statement, 1));
-        auto domain = domains.find(domainKey);
-        if (domain == domains.end())
-            domain = domains.insert(domainKey, QString::fromUtf8(domainKey));
-        entry.domain = *domain;
-        entry.path = text(2);
-        if (const int size = sqlite3_column_bytes(statement, 3); size > 0)
-            entry.blob = QByteArray(static_cast<const char*>(sqlite3_column_blob(statement, 3)), size);
-        entries.append(std::move(entry));
+    try {
+        while (statement->next()) {
+            if (!statement->isText(0) || !statement->isText(1) || !statement->isText(2))
+                continue;
+            BackupEntry entry;
+            entry.fileID = QString::fromUtf8(statement->textBytes(0));
+            const QByteArrayView domainKey = statement->textBytes(1);
+            auto domain = domains.find(domainKey.toByteArray());
+            if (domain == domains.end())
+                domain = domains.insert(domainKey.toByteArray(), QString::fromUtf8(domainKey));
+            entry.domain = *domain;
+            entry.path = QString::fromUtf8(statement->textBytes(2));
+            if (QByteArray blob = statement->blob(3); !blob.isEmpty())
+                entry.blob = std::move(blob);
+            entries.append(std::move(entry));
+        }
+    } catch (const SqlError&) {
+        // A damaged index can fail half-way; what was read before stays usable, as with a truncated old index.
     }
-    sqlite3_finalize(statement);
     return entries;
 }
 
@@ -288,7 +280,7 @@ QString IPhoneBackupReader::openableURL(const BackupEntry& entry, const QString&
         fileName = entry.fileName().isEmpty() ? QStringLiteral("fichier") : entry.fileName();
     const QString folder = QDir(tempDir()).filePath(
         QStringLiteral("ouvrir/") + (BackupEntry::isValidFileID(entry.fileID) ? entry.fileID : QStringLiteral("x")));
-    const QString target = QDir(folder).filePath(fileName);
+    QString target = QDir(folder).filePath(fileName);
     if (QFileInfo(target).isFile())
         return target; // made before, and whole: a copy only ever appears there complete
     return extract(entry, target);
@@ -363,10 +355,7 @@ QString IPhoneBackupReader::tempDir() const
 
 void IPhoneBackupReader::closeDatabase()
 {
-    if (m_db) {
-        sqlite3_close(m_db);
-        m_db = nullptr;
-    }
+    m_db.reset();
     if (m_tempDB) {
         QFile::remove(*m_tempDB);
         m_tempDB.reset();

@@ -10,11 +10,12 @@
 #include <QString>
 
 #include <atomic>
+#include <memory>
 #include <optional>
 
-struct sqlite3;
-
 namespace nuvrel {
+
+class ImmutableDatabase;
 
 /// Opens one backup folder, lists its files and copies (or decrypts) any of them out.
 /// Nothing in the backup folder is ever written: the index is opened read-only and immutable, and an
@@ -76,7 +77,7 @@ private:
 
     PhoneBackup m_backup;
     QString m_tempDir;
-    sqlite3* m_db = nullptr;
+    std::unique_ptr<ImmutableDatabase> m_db;
     std::optional<BackupKeyBag> m_keybag;
     std::optional<QString> m_tempDB;
     std::optional<QList<BackupEntry>> m_legacyEntries;

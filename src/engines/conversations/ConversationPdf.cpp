@@ -24,8 +24,6 @@ namespace nuvrel {
 namespace {
 
 // Points: the page is drawn at 72 dots per inch.
-constexpr qreal pageWidth = 595;
-constexpr qreal pageHeight = 842;
 constexpr qreal margin = 50;
 constexpr qreal textWidth = 495;
 constexpr qreal textHeight = 732;
@@ -352,7 +350,7 @@ ConversationPDF::Verification ConversationPDF::verify(const QString& pdfPath)
         return Verification::NoSideFile;
     static const QRegularExpression hex(QStringLiteral("\\b[0-9a-f]{64}\\b"));
     // A side file is a few lines; a huge one is not ours.
-    const QRegularExpressionMatch recorded = hex.match(QString::fromUtf8(side.read(64 * 1024)));
+    const QRegularExpressionMatch recorded = hex.match(QString::fromUtf8(side.read(qint64(64) * 1024)));
     QCryptographicHash hash(QCryptographicHash::Sha256);
     if (!hash.addData(&pdf))
         return Verification::PdfUnreadable;

@@ -59,6 +59,17 @@ bool SqlStatement::isNull(int column) const
     return sqlite3_column_type(m_statement, column) == SQLITE_NULL;
 }
 
+bool SqlStatement::isText(int column) const
+{
+    return sqlite3_column_type(m_statement, column) == SQLITE_TEXT;
+}
+
+QByteArrayView SqlStatement::textBytes(int column) const
+{
+    const auto* bytes = reinterpret_cast<const char*>(sqlite3_column_text(m_statement, column));
+    return bytes ? QByteArrayView(bytes, sqlite3_column_bytes(m_statement, column)) : QByteArrayView();
+}
+
 qint64 SqlStatement::int64(int column) const
 {
     return sqlite3_column_int64(m_statement, column);

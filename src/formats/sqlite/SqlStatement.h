@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QByteArrayView>
 #include <QString>
 
 #include <optional>
@@ -32,11 +33,14 @@ public:
     void reset();
 
     bool isNull(int column) const;
+    bool isText(int column) const;
     qint64 int64(int column) const;
     double real(int column) const;
     /// The column as text, or nothing when it is NULL.
     std::optional<QString> text(int column) const;
     QByteArray blob(int column) const;
+    /// The column's UTF-8 bytes, without a copy: valid until the next step.
+    QByteArrayView textBytes(int column) const;
 
 private:
     explicit SqlStatement(sqlite3_stmt* statement)

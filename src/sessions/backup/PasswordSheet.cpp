@@ -27,9 +27,9 @@ void paragraph(QPainter& painter, qreal& top, qreal width, const QString& text, 
 
 QString PasswordSheet::make(const QString& device, const QString& password)
 {
-    const QString path = QDir(QDir::tempPath())
-                             .filePath(QStringLiteral("Nuvrel-fiche-") +
-                                       QUuid::createUuid().toString(QUuid::WithoutBraces) + QStringLiteral(".pdf"));
+    QString path = QDir(QDir::tempPath())
+                       .filePath(QStringLiteral("Nuvrel-fiche-") + QUuid::createUuid().toString(QUuid::WithoutBraces) +
+                                 QStringLiteral(".pdf"));
     {
         // The sheet holds a password: made owner-only before a byte of it is written.
         QFile file(path);
