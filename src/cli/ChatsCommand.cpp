@@ -121,7 +121,7 @@ Loaded loadTranscript(const CommandLine& line, QTextStream& err)
         }
         return {source->transcript(*chat), title(source->kind()), Found};
     } catch (const ConversationError& error) {
-        err << error.errorDescription() << '\n';
+        err << error.message() << '\n';
         return {std::nullopt, {}, exitCodeFor(error)};
     }
 }
@@ -163,7 +163,7 @@ int runChats(const CommandLine& line, QTextStream& out, QTextStream& err)
         table.print(out);
         return Found;
     } catch (const ConversationError& error) {
-        err << error.errorDescription() << '\n';
+        err << error.message() << '\n';
         return exitCodeFor(error);
     }
 }

@@ -188,3 +188,26 @@ TEST_F(FilesCommandTest, TheCommandLineAndTheWindowTakeTheSamePhotos)
     EXPECT_EQ(cli, window);
     EXPECT_EQ(cli.size(), 4); // three JPEGs and a lower-case .mov; no sidecar, no foreign or stray picture
 }
+
+TEST_F(FilesCommandTest, AHostileIndexWritesNothingOutsideTheDestinationAndNamesWhatItRefused)
+{
+    SampleBackup hostile;
+    hostile.id = QStringLiteral("hostile");
+    hostile.files = hostileIndexFiles();
+    hostile.write(m_root.path());
+    const QMap<QString, QByteArray> before = snapshot(m_root.filePath(QStringLiteral("hostile")));
+
+    const CliRun run = runCli(with(
+        {QStringLiteral("extract"), QStringLiteral("hostile"), QStringLiteral("--to"), out(QStringLiteral("dest"))}));
+    EXPECT_EQ(run.exitCode, 7) << qPrintable(run.err);
+    // Refused: the path that cleans to nothing and the two file/folder clashes; each named, printable.
+    EXPECT_TRUE(run.err.contains(QStringLiteral("3 file(s) refused"))) << qPrintable(run.err);
+    EXPECT_TRUE(run.err.contains(QStringLiteral("HomeDomain/other"))) << qPrintable(run.err);
+    EXPECT_FALSE(run.err.contains(QChar(0x1B))) << "an escape sequence reached the terminal";
+    EXPECT_TRUE(run.out.startsWith(QStringLiteral("13 file(s) extracted"))) << qPrintable(run.out);
+    for (const QString& entry : allEntries(m_out.path())) {
+        EXPECT_TRUE(entry.startsWith(QStringLiteral("dest"))) << qPrintable(entry);
+        EXPECT_FALSE(entry.contains(QStringLiteral(".nuvrel-"))) << qPrintable(entry);
+    }
+    EXPECT_EQ(snapshot(m_root.filePath(QStringLiteral("hostile"))), before);
+}

@@ -327,4 +327,30 @@ QList<SampleFile> cameraRollHeicAndMov()
     return media;
 }
 
+QList<SampleFile> hostileIndexFiles()
+{
+    const auto file = [](const QString& domain, const QString& path, const char* contents) {
+        return SampleFile{domain, path, QByteArray(contents)};
+    };
+    return {
+        file(QStringLiteral("../../../somewhere"), QStringLiteral("domain-escape.txt"), "1"),
+        file(QStringLiteral("HomeDomain"), QStringLiteral("../../path-escape.txt"), "2"),
+        file(QStringLiteral("HomeDomain"), QStringLiteral("/etc/absolute.txt"), "3"),
+        file(QStringLiteral("/tmp"), QStringLiteral("absolute-domain.txt"), "4"),
+        file(QStringLiteral("HomeDomain"), QStringLiteral("ctl\u0007bell\nline.txt"), "5"),
+        file(QStringLiteral("HomeDomain"), QString(300, QChar(0xE9)) + QStringLiteral(".jpg"), "6"),
+        file(QStringLiteral("HomeDomain"), QStringLiteral("Case.txt"), "7"),
+        file(QStringLiteral("HomeDomain"), QStringLiteral("CASE.txt"), "8"),
+        file(QStringLiteral("HomeDomain"), QStringLiteral("caf\u00e9.txt"), "9"),
+        file(QStringLiteral("HomeDomain"), QStringLiteral("cafe\u0301.txt"), "10"),
+        // An escape sequence in a name must not reach a terminal through a report.
+        file(QStringLiteral("HomeDomain"), QStringLiteral("clash\u001b[2J"), "file first"),
+        file(QStringLiteral("HomeDomain"), QStringLiteral("clash\u001b[2J/inside.txt"), "needs a folder"),
+        file(QStringLiteral("HomeDomain"), QStringLiteral("other/inside.txt"), "folder first"),
+        file(QStringLiteral("HomeDomain"), QStringLiteral("other"), "needs a file"),
+        file(QStringLiteral("."), QStringLiteral("../.."), "cleans to nothing"),
+        file(QStringLiteral("HomeDomain"), QStringLiteral("Library/linked/through.txt"), "behind a link"),
+    };
+}
+
 } // namespace nuvrel::test

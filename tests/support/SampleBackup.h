@@ -52,6 +52,12 @@ struct SampleBackup
 /// Camera-roll photos as real JPEG files, different from one another, named IMG_0001.JPG and on.
 QList<SampleFile> cameraRollPhotos(int count);
 
+/// An index a hostile or broken backup could hold: domains and paths that climb out ("../", absolute),
+/// control characters, a name over 255 bytes, names equal but for case or Unicode normalisation, a
+/// file and a folder of the same name in both orders, a path that cleans to nothing, and a file below
+/// "HomeDomain/Library/linked" (a link a test may place in the destination).
+QList<SampleFile> hostileIndexFiles();
+
 /// A real HEIC photo and a real MOV video, as an iPhone records them (made by heif-enc and ffmpeg).
 QList<SampleFile> cameraRollHeicAndMov();
 

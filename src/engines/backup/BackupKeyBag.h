@@ -43,11 +43,6 @@ public:
     /// the unwrap fails, or the result is no AES key length (an asymmetric class key, say).
     std::optional<QByteArray> unwrap(const WrappedKey& key) const;
 
-    /// The AES key unwrap of RFC 3394; nothing for a bad length or a failed integrity check.
-    static std::optional<QByteArray> aesUnwrap(QByteArrayView kek, QByteArrayView wrapped);
-    /// One AES block decrypted in ECB mode; empty for a key that is not 16, 24 or 32 bytes or a block that
-    /// is not 16 bytes.
-    static QByteArray aesECBDecrypt(QByteArrayView key, QByteArrayView block);
     /// A value read as a big-endian unsigned integer over all its bytes (its low 64 bits); 0 when empty.
     static quint64 intValue(QByteArrayView bytes);
 

@@ -10,7 +10,7 @@ namespace nuvrel {
 
 /// Why a backup, or one file of it, could not be read. Thrown by IPhoneBackupReader; the caller shows
 /// message(), which is localised when it is asked for.
-class BackupReadError final : public std::exception
+class BackupReadError final : public LocalizedError
 {
 public:
     enum class Kind { Unreadable, NeedsPassword, WrongPassword, Unsupported, WriteFailed, Cancelled };
@@ -39,7 +39,7 @@ public:
     SystemErrorKind writeKind() const { return m_writeKind; }
 
     /// The text for the user, in the language in force.
-    QString message() const;
+    QString message() const override;
     /// A fixed English description, for logs and test output.
     const char* what() const noexcept override;
 

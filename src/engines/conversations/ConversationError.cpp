@@ -4,7 +4,7 @@
 
 namespace nuvrel {
 
-QString ConversationError::errorDescription() const
+QString ConversationError::message() const
 {
     switch (m_kind) {
     case Kind::NoAccess:

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ground/SystemError.h"
+
 #include <QString>
 
 #include <exception>
@@ -7,7 +9,7 @@
 namespace nuvrel {
 
 /// The one error every conversation reader throws.
-class ConversationError final : public std::exception
+class ConversationError final : public LocalizedError
 {
 public:
     enum class Kind { NoAccess, Unreadable, Empty };
@@ -20,7 +22,7 @@ public:
     Kind kind() const { return m_kind; }
     QString detail() const { return m_detail; }
     /// The text for the user, in the language in force.
-    QString errorDescription() const;
+    QString message() const override;
     const char* what() const noexcept override;
 
     friend bool operator==(const ConversationError& a, const ConversationError& b)

@@ -150,11 +150,11 @@ void ExplorerModel::loadChats()
                     }
                 }
             } catch (const ConversationError& error) {
-                outcome.error = [error] { return error.errorDescription(); };
+                outcome.error = [error] { return error.message(); };
             } catch (const BackupReadError& error) {
                 outcome.error = [error] { return error.message(); };
             } catch (const std::exception&) {
-                outcome.error = [] { return ConversationError::unreadable().errorDescription(); };
+                outcome.error = [] { return ConversationError::unreadable().message(); };
             }
             return outcome;
         },
@@ -212,9 +212,9 @@ void ExplorerModel::createChatPDF(qint64 chatID)
             } catch (const ConversationPDF::Error& error) {
                 return {{}, [message = error.message()] { return message; }};
             } catch (const ConversationError& error) {
-                return {{}, [error] { return error.errorDescription(); }};
+                return {{}, [error] { return error.message(); }};
             } catch (const std::exception&) {
-                return {{}, [] { return ConversationError::unreadable().errorDescription(); }};
+                return {{}, [] { return ConversationError::unreadable().message(); }};
             }
         },
         [this](const Outcome& outcome) {

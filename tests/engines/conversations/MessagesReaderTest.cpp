@@ -262,8 +262,7 @@ TEST_F(MessagesTest, FailuresAreTypedAndTheSourceAndTempFolderStayClean)
         errorOf([&] { MessagesReader::listChats(m_dir.filePath(QStringLiteral("none.db"))); });
     ASSERT_TRUE(missing);
     EXPECT_EQ(missing->kind(), ConversationError::Kind::NoAccess);
-    EXPECT_TRUE(missing->errorDescription().endsWith(QStringLiteral("none.db)")))
-        << qPrintable(missing->errorDescription());
+    EXPECT_TRUE(missing->message().endsWith(QStringLiteral("none.db)"))) << qPrintable(missing->message());
 
     const QString garbage = m_dir.filePath(QStringLiteral("garbage.db"));
     QFile file(garbage);
@@ -318,8 +317,8 @@ TEST(ConversationRecords, SourcesAndErrorTexts)
     EXPECT_EQ(convSourceFromRawValue(u"Messages"), std::nullopt);
     EXPECT_EQ(allConvSources.front(), ConvSource::WhatsApp);
     LanguageStore::shared().setLanguageForThisRun(AppLanguage::Fr);
-    EXPECT_TRUE(ConversationError::noAccess(QString()).errorDescription().endsWith(QStringLiteral("()")));
-    EXPECT_EQ(ConversationError::empty().errorDescription(),
+    EXPECT_TRUE(ConversationError::noAccess(QString()).message().endsWith(QStringLiteral("()")));
+    EXPECT_EQ(ConversationError::empty().message(),
               QStringLiteral("Aucun message trouvé (vérifie la période choisie)."));
     EXPECT_EQ(title(ConvSource::Messages), QStringLiteral("Messages (iMessage, SMS)"));
     LanguageStore::shared().setLanguageForThisRun(AppLanguage::Auto);

@@ -559,6 +559,32 @@ TEST_F(ExplorerModelTest, NothingIsWrittenOutsideTheChosenFolderOrInsideABackup)
     EXPECT_EQ(snapshot(backup.url), before);
 }
 
+TEST_F(ExplorerModelTest, AHostileIndexExtractedDomainByDomainStaysInTheChosenFolder)
+{
+    SampleBackup sample;
+    sample.files = hostileIndexFiles();
+    const PhoneBackup backup = write(sample);
+    const QMap<QString, QByteArray> before = snapshot(backup.url);
+    auto model = openReady(backup);
+    const QString chosen = m_out.filePath(QStringLiteral("chosen"));
+    const QList<DomainRow> domains = model->fileBrowser().domains();
+    bool refusalsTold = false;
+    for (const DomainRow& row : domains) {
+        model->fileBrowser().openDomain(row.domain);
+        model->extractCurrentFolder(chosen);
+        ASSERT_TRUE(waitIdle(*model)) << row.domain.toStdString();
+        EXPECT_TRUE(model->notice().contains(QStringLiteral("extraits"))) << model->notice().toStdString();
+        refusalsTold = refusalsTold || model->notice().contains(QStringLiteral("refusé(s)"));
+    }
+    // The clashes are refused and said so, in the window's words.
+    EXPECT_TRUE(refusalsTold);
+    for (const QString& entry : allEntries(m_out.path())) {
+        EXPECT_TRUE(entry.startsWith(QStringLiteral("chosen"))) << entry.toStdString();
+        EXPECT_FALSE(entry.contains(QStringLiteral(".nuvrel-"))) << entry.toStdString();
+    }
+    EXPECT_EQ(snapshot(backup.url), before);
+}
+
 TEST_F(ExplorerModelTest, StopEndsAfterTheFileInHandAndSaysWhatWasKept)
 {
     SampleBackup sample;
