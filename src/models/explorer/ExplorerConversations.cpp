@@ -308,8 +308,10 @@ void ExplorerModel::createAllChatPDFs()
             const QLocale locale = Localizer::locale();
             return L("Conversation %@ sur %@…", locale.toString(done + 1), locale.toString(all));
         });
-    if (started)
-        setBusy(L("Conversation %@ sur %@…", QStringLiteral("1"), Localizer::locale().toString(chats.size())), 0);
+    if (!started)
+        return;
+    m_progressTotal = chats.size();
+    setBusy(L("Conversation %@ sur %@…", QStringLiteral("1"), Localizer::locale().toString(chats.size())), 0);
 }
 
 } // namespace nuvrel

@@ -206,8 +206,10 @@ void ExplorerModel::extract(QList<Extraction::Item> items, const QString& destin
             const QLocale locale = Localizer::locale();
             return L("Extraction %@ sur %@…", locale.toString(done), locale.toString(all));
         });
-    if (started)
-        setBusy(L("Extraction %@ sur %@…", QStringLiteral("0"), Localizer::locale().toString(total)), 0);
+    if (!started)
+        return;
+    m_progressTotal = total;
+    setBusy(L("Extraction %@ sur %@…", QStringLiteral("0"), Localizer::locale().toString(total)), 0);
 }
 
 // Opening one file

@@ -687,6 +687,9 @@ TEST_F(ExplorerModelTest, ClosingDuringWorkStopsSoonAndLeavesNoCopy)
             model->photoRoll().thumbnail(photo.entry.fileID); // the video's decryption starts
         model->extractAllPhotos(m_out.path());
         QTest::qWait(50);
+        // What the page says when the user leaves now: how far the work got, and that it is kept.
+        EXPECT_TRUE(model->interruptionNotice().contains(QStringLiteral(" sur 4 fait")))
+            << model->interruptionNotice().toStdString();
     }
     // Closing returned at once; the copy in hand ends on its worker, then the copies go.
     EXPECT_TRUE(QTest::qWaitFor([&] { return !QFileInfo::exists(temp); }, 30'000));
