@@ -99,9 +99,14 @@ void Job::deliver(const QPointer<Job>& job, quint64 generation, std::function<vo
     // there, on the GUI thread.
     QMetaObject::invokeMethod(
         app,
-        [job, generation, step = std::move(step)] {
-            if (job && job->m_generation == generation)
+        [job, generation, step = std::move(step)]() mutable {
+            if (job && job->m_generation == generation) {
                 step(*job);
+                return;
+            }
+            // Nobody waits for this result any more; what it holds (a reader and its temporary folder)
+            // is let go on a worker, not here on the GUI thread.
+            pool().start([dropped = std::move(step)]() mutable { dropped = nullptr; });
         },
         Qt::QueuedConnection);
 }

@@ -64,6 +64,9 @@ PhotoRoll::PhotoRoll(QObject* parent)
 PhotoRoll::~PhotoRoll()
 {
     m_cancel.cancel();
+    // This share of the reader may be the last: its temporary folder then goes on a worker.
+    if (m_reader)
+        Job::pool().start([reader = std::move(m_reader)]() mutable { reader.reset(); });
 }
 
 void PhotoRoll::setContents(QList<BackupPhoto> photos, std::shared_ptr<const IPhoneBackupReader> reader)
