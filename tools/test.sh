@@ -59,7 +59,7 @@ step "Keychain: gnome-keyring's Secret Service in a private D-Bus session"
 keyrings=$(mktemp -d)
 if ! XDG_DATA_HOME="$keyrings" dbus-run-session -- bash -c \
      'printf nuvrel | gnome-keyring-daemon --unlock --components=secrets >/dev/null &&
-      NUVREL_KEYCHAIN_TEST=1 build/default/tests/platform/platform_tests --gtest_brief=1 &&
+      NUVREL_KEYCHAIN_TEST=1 build/default/tests/platform/system/platform_tests --gtest_brief=1 &&
       NUVREL_KEYCHAIN_TEST=1 build/default/tests/cli/cli_tests --gtest_brief=1 --gtest_filter=*Remember*' 2>/dev/null; then
   echo "keychain test: FAILED"
   status=1
