@@ -224,6 +224,12 @@ int runVerify(const CommandLine& line, QTextStream& out, QTextStream& err)
     case ConversationPDF::Verification::PdfUnreadable:
         err << L("Impossible de lire ce fichier.") << " (" << pdfPath << ")\n";
         return BackupUnreadable;
+    case ConversationPDF::Verification::SideFileUnreadable:
+        err << L("Le fichier d'empreinte « %@ » ne contient aucune empreinte SHA-256 : il ne permet pas de vérifier le "
+                 "PDF.",
+                 sideName)
+            << '\n';
+        return BackupUnreadable;
     case ConversationPDF::Verification::NoSideFile:
         err << L("Fichier d'empreinte introuvable : %@", ConversationPDF::sideFilePath(pdfPath)) << '\n';
         return BackupUnreadable;

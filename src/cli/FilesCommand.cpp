@@ -41,7 +41,8 @@ int exitCodeFor(const BackupReadError& error)
     case BackupReadError::Kind::WriteFailed:
     case BackupReadError::Kind::Cancelled: return SomeFilesFailed;
     case BackupReadError::Kind::Unreadable:
-    case BackupReadError::Kind::Unsupported: return BackupUnreadable;
+    case BackupReadError::Kind::Unsupported:
+    case BackupReadError::Kind::Damaged: return BackupUnreadable;
     }
     return BackupUnreadable;
 }

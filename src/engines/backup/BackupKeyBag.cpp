@@ -65,6 +65,13 @@ std::optional<BackupKeyBag> BackupKeyBag::parse(QByteArrayView data)
         bag.m_classes.append(*current);
     if (!bag.m_attrs.contains("SALT") || !bag.m_attrs.contains("ITER"))
         return std::nullopt;
+    // Round counts far beyond any phone's would hold the unlock for hours: such a bag is damaged.
+    const auto within = [&bag](const char* tag, quint64 most) {
+        const quint64 rounds = intValue(bag.m_attrs.value(tag));
+        return rounds >= 1 && rounds <= most;
+    };
+    if (!within("ITER", maxIterations) || (bag.m_attrs.contains("DPIC") && !within("DPIC", maxFirstIterations)))
+        return std::nullopt;
     return bag;
 }
 
@@ -73,16 +80,10 @@ bool BackupKeyBag::unlock(const QString& password, const std::atomic<bool>* canc
     m_classKeys.clear();
     const QByteArray secret = password.toUtf8();
     const quint64 iterations = intValue(m_attrs.value("ITER"));
-    // The platform's derivation takes a 32-bit round count and refuses zero; keep the same contract.
-    const auto acceptable = [](quint64 rounds) { return rounds >= 1 && rounds <= 0xFFFFFFFFu; };
-    if (!acceptable(iterations))
-        return false;
 
     std::optional<QByteArray> key;
     if (m_attrs.contains("DPSL") && m_attrs.contains("DPIC")) {
         const quint64 firstIterations = intValue(m_attrs.value("DPIC"));
-        if (!acceptable(firstIterations))
-            return false;
         const std::optional<QByteArray> first = Pbkdf2::derive(Pbkdf2::Hash::Sha256, secret, m_attrs.value("DPSL"),
                                                                firstIterations, derivedKeySize, cancel);
         if (!first)

@@ -18,8 +18,12 @@ class BackupKeyBag final
 public:
     using Record = QHash<QByteArray, QByteArray>; ///< 4-letter tag to value
 
-    /// Parses the "BackupKeyBag" value of Manifest.plist; nothing when the item sequence is malformed or
-    /// the header lacks "SALT" or "ITER".
+    /// The most rounds a bag may ask for; phones use 10,000,000 (DPIC) and 10,000 (ITER).
+    static constexpr quint64 maxFirstIterations = 100'000'000;
+    static constexpr quint64 maxIterations = 10'000'000;
+
+    /// Parses the "BackupKeyBag" value of Manifest.plist; nothing when the item sequence is malformed,
+    /// the header lacks "SALT" or "ITER", or a round count is 0 or beyond the bounds above.
     static std::optional<BackupKeyBag> parse(QByteArrayView data);
 
     /// Derives the password key and unwraps the class keys. False for a wrong password, and when `cancel`

@@ -17,6 +17,9 @@ QString subjectText(BackupReadError::Subject subject)
     case Subject::Decryption: return L("déchiffrement");
     case Subject::MissingFileKey: return L("clé du fichier absente");
     case Subject::FileKey: return L("clé du fichier");
+    case Subject::EncryptedLength: return L("la copie chiffrée d'un fichier n'a pas la longueur attendue");
+    case Subject::KeyBag: return L("ses clés de chiffrement sont illisibles");
+    case Subject::EncryptionRecord: return L("la description de son chiffrement est illisible");
     }
     return {};
 }
@@ -41,6 +44,7 @@ QString BackupReadError::message() const
                  "dans ce dossier.",
                  m_path);
     case Kind::Cancelled: return L("Opération annulée.");
+    case Kind::Damaged: return L("La sauvegarde est endommagée : %@.", subjectText(m_subject));
     }
     return {};
 }
@@ -54,6 +58,7 @@ const char* BackupReadError::what() const noexcept
     case Kind::Unsupported: return "unsupported backup format";
     case Kind::WriteFailed: return "cannot write the extracted file";
     case Kind::Cancelled: return "cancelled";
+    case Kind::Damaged: return "backup damaged";
     }
     return "backup error";
 }

@@ -13,12 +13,26 @@ namespace nuvrel {
 class BackupReadError final : public LocalizedError
 {
 public:
-    enum class Kind { Unreadable, NeedsPassword, WrongPassword, Unsupported, WriteFailed, Cancelled };
+    enum class Kind { Unreadable, NeedsPassword, WrongPassword, Unsupported, WriteFailed, Cancelled, Damaged };
     /// The part of the backup an Unreadable error is about.
-    enum class Subject { ManifestDb, ManifestMbdb, FileList, MissingFile, Decryption, MissingFileKey, FileKey };
+    enum class Subject {
+        ManifestDb,
+        ManifestMbdb,
+        FileList,
+        MissingFile,
+        Decryption,
+        MissingFileKey,
+        FileKey,
+        EncryptedLength,
+        KeyBag,
+        EncryptionRecord,
+    };
 
     static BackupReadError unreadable(Subject subject) { return BackupReadError(Kind::Unreadable, subject, {}); }
     static BackupReadError needsPassword() { return BackupReadError(Kind::NeedsPassword, {}, {}); }
+    /// The backup holds data that cannot be right: an encrypted copy whose length does not fit its
+    /// recorded size, say. `subject` names the part.
+    static BackupReadError damaged(Subject subject) { return BackupReadError(Kind::Damaged, subject, {}); }
     static BackupReadError wrongPassword() { return BackupReadError(Kind::WrongPassword, {}, {}); }
     static BackupReadError unsupported() { return BackupReadError(Kind::Unsupported, {}, {}); }
     /// Writing an extracted file failed (full disk, no permission); `path` is the file.
@@ -45,8 +59,8 @@ public:
 
     friend bool operator==(const BackupReadError& a, const BackupReadError& b)
     {
-        return a.m_kind == b.m_kind && (a.m_kind != Kind::Unreadable || a.m_subject == b.m_subject) &&
-               a.m_path == b.m_path;
+        const bool hasSubject = a.m_kind == Kind::Unreadable || a.m_kind == Kind::Damaged;
+        return a.m_kind == b.m_kind && (!hasSubject || a.m_subject == b.m_subject) && a.m_path == b.m_path;
     }
 
 private:

@@ -74,6 +74,7 @@ Extraction::Failure failureOf(const BackupReadError& error)
 {
     switch (error.kind()) {
     case BackupReadError::Kind::WriteFailed: return Extraction::Failure::Unwritable;
+    case BackupReadError::Kind::Damaged: return Extraction::Failure::Undecryptable;
     case BackupReadError::Kind::Unreadable:
         switch (error.subject()) {
         case BackupReadError::Subject::Decryption:

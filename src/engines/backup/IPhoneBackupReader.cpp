@@ -8,6 +8,7 @@
 #include "formats/sqlite/SqlStatement.h"
 #include "ground/FreeName.h"
 #include "ground/NewFile.h"
+#include "ground/RegularFile.h"
 
 #include <QBuffer>
 #include <QDir>
@@ -25,6 +26,10 @@ namespace {
 
 constexpr qint64 chunkSize = 1 << 20;
 constexpr qint64 smallestPlainIndex = 101; // a real index database is never this small
+// The oldest index is read whole; a phone of that time never had one near this size.
+constexpr qint64 maxOldIndexSize = qint64(512) * 1024 * 1024;
+// Stored copies are regular files of the backup folder: never a link out of it, a FIFO or a device.
+const RegularFileRules storedCopy{std::nullopt, true};
 
 // The backup's id names a folder of ours; keep it from naming anything else.
 QString safeFolderName(const QString& id)
@@ -86,6 +91,15 @@ void copyStream(QIODevice& input, QIODevice& output, const std::atomic<bool>* ca
     }
 }
 
+// A stored encrypted copy is whole only when it is made of whole cipher blocks and holds the recorded
+// size plus at most one block of padding; anything else is damage, which must not pass for a file.
+void checkEncryptedLength(const QFile& stored, qint64 recordedSize)
+{
+    const qint64 length = stored.size();
+    if (recordedSize < 0 || length % 16 != 0 || length < recordedSize || length > recordedSize + 16)
+        throw BackupReadError::damaged(BackupReadError::Subject::EncryptedLength);
+}
+
 } // namespace
 
 IPhoneBackupReader::IPhoneBackupReader(PhoneBackup backup, const QString& password, const std::atomic<bool>* cancel)
@@ -110,8 +124,8 @@ IPhoneBackupReader::IPhoneBackupReader(PhoneBackup backup, const QString& passwo
         else if (hasDatabase)
             openDatabase(manifest);
         if (!hasDatabase) {
-            QFile mbdb(folder.filePath(QStringLiteral("Manifest.mbdb")));
-            if (!mbdb.open(QIODevice::ReadOnly))
+            QFile mbdb;
+            if (!openRegularFile(mbdb, folder.filePath(QStringLiteral("Manifest.mbdb")), {maxOldIndexSize, true}))
                 throw BackupReadError::unreadable(BackupReadError::Subject::ManifestMbdb);
             QList<BackupEntry> entries = ManifestMbdb::parse(mbdb.readAll());
             if (entries.isEmpty())
@@ -138,10 +152,10 @@ void IPhoneBackupReader::openEncrypted(const QString& password, const std::atomi
     const QVariant plist = PropertyList::readFile(QDir(m_backup.url).filePath(QStringLiteral("Manifest.plist")));
     const QVariant bagValue = plist.toMap().value(QStringLiteral("BackupKeyBag"));
     if (plist.typeId() != QMetaType::QVariantMap || bagValue.typeId() != QMetaType::QByteArray)
-        throw BackupReadError::unsupported();
+        throw BackupReadError::damaged(BackupReadError::Subject::EncryptionRecord);
     m_keybag = BackupKeyBag::parse(bagValue.toByteArray());
     if (!m_keybag)
-        throw BackupReadError::unsupported();
+        throw BackupReadError::damaged(BackupReadError::Subject::KeyBag);
     if (!m_keybag->unlock(password, cancel))
         throw BackupReadError::wrongPassword();
     if (manifest.isEmpty())
@@ -163,8 +177,8 @@ void IPhoneBackupReader::openEncrypted(const QString& password, const std::atomi
 void IPhoneBackupReader::decryptIndex(const QString& manifest, const QByteArray& key)
 {
     // Streamed rather than decrypted whole: an index of a large phone runs to hundreds of megabytes.
-    QFile input(manifest);
-    if (!input.open(QIODevice::ReadOnly))
+    QFile input;
+    if (!openRegularFile(input, manifest, {std::nullopt, true}))
         throw BackupReadError::unreadable(BackupReadError::Subject::ManifestDb);
     AesCbcDecryptor decryptor(key);
     if (!decryptor.isValid())
@@ -229,12 +243,14 @@ std::optional<QString> IPhoneBackupReader::storedURL(const QString& fileID) cons
 {
     if (!BackupEntry::isValidFileID(fileID))
         return std::nullopt;
+    // A link, or a copy below a linked folder, would lead outside the backup: neither is one of its copies.
     const QDir folder(m_backup.url);
-    const QString nested = folder.filePath(fileID.left(2) + u'/' + fileID);
-    if (QFileInfo(nested).isFile())
+    const QString subfolder = folder.filePath(fileID.left(2));
+    const QString nested = subfolder + u'/' + fileID;
+    if (!QFileInfo(subfolder).isSymLink() && !QFileInfo(nested).isSymLink() && QFileInfo(nested).isFile())
         return nested;
     const QString flat = folder.filePath(fileID);
-    if (QFileInfo(flat).isFile())
+    if (!QFileInfo(flat).isSymLink() && QFileInfo(flat).isFile())
         return flat;
     return std::nullopt;
 }
@@ -257,8 +273,8 @@ QString IPhoneBackupReader::extract(const BackupEntry& entry, const QString& des
         if (m_keybag) {
             decrypt(entry, output.device(), cancel);
         } else {
-            QFile input(*stored);
-            if (!input.open(QIODevice::ReadOnly))
+            QFile input;
+            if (!openRegularFile(input, *stored, storedCopy))
                 throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
             copyStream(input, output.device(), cancel);
         }
@@ -307,12 +323,13 @@ void IPhoneBackupReader::decrypt(const BackupEntry& entry, QFileDevice& output, 
     AesCbcDecryptor decryptor(key);
     if (!decryptor.isValid())
         throw BackupReadError::unreadable(BackupReadError::Subject::Decryption);
-    QFile input(*stored);
-    if (!input.open(QIODevice::ReadOnly))
+    QFile input;
+    if (!openRegularFile(input, *stored, storedCopy))
         throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
+    checkEncryptedLength(input, meta.size);
 
-    decryptStream(input, decryptor, output, std::max<qint64>(meta.size, 0), BackupReadError::Subject::MissingFile,
-                  cancel);
+    if (decryptStream(input, decryptor, output, meta.size, BackupReadError::Subject::MissingFile, cancel) != meta.size)
+        throw BackupReadError::damaged(BackupReadError::Subject::EncryptedLength); // it shrank while read
     if (!output.flush())
         throw BackupReadError::writeFailed(output.fileName());
 }
@@ -331,15 +348,17 @@ QByteArray IPhoneBackupReader::contents(const BackupEntry& entry, qint64 maxByte
         AesCbcDecryptor decryptor(fileKey(meta));
         if (!decryptor.isValid())
             throw BackupReadError::unreadable(BackupReadError::Subject::Decryption);
-        QFile input(*stored);
-        if (!input.open(QIODevice::ReadOnly))
+        QFile input;
+        if (!openRegularFile(input, *stored, storedCopy))
             throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
-        decryptStream(input, decryptor, buffer, std::max<qint64>(meta.size, 0), BackupReadError::Subject::MissingFile);
+        checkEncryptedLength(input, meta.size);
+        if (decryptStream(input, decryptor, buffer, meta.size, BackupReadError::Subject::MissingFile) != meta.size)
+            throw BackupReadError::damaged(BackupReadError::Subject::EncryptedLength);
         return buffer.data();
     }
     const std::optional<QString> stored = storedURL(entry.fileID);
-    QFile input(stored.value_or(QString()));
-    if (!stored || !input.open(QIODevice::ReadOnly))
+    QFile input;
+    if (!stored || !openRegularFile(input, *stored, storedCopy))
         throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
     // The index may understate the size; the cap holds whatever it says.
     QByteArray data = input.read(maxBytes + 1);

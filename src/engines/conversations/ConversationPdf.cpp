@@ -2,6 +2,7 @@
 
 #include "formats/pdf/PdfPage.h"
 #include "ground/NewFile.h"
+#include "ground/RegularFile.h"
 #include "ground/SystemError.h"
 #include "l10n/L.h"
 
@@ -342,20 +343,23 @@ ConversationPDF::Result ConversationPDF::build(const QString& destination, const
 
 ConversationPDF::Verification ConversationPDF::verify(const QString& pdfPath)
 {
-    QFile pdf(pdfPath);
-    if (!pdf.open(QIODevice::ReadOnly))
+    QFile pdf;
+    if (!openRegularFile(pdf, pdfPath))
         return Verification::PdfUnreadable;
-    QFile side(sideFilePath(pdfPath));
-    if (!side.open(QIODevice::ReadOnly))
-        return Verification::NoSideFile;
-    static const QRegularExpression hex(QStringLiteral("\\b[0-9a-f]{64}\\b"));
+    QFile side;
+    if (!openRegularFile(side, sideFilePath(pdfPath), {qint64(1) << 20}))
+        return QFileInfo::exists(sideFilePath(pdfPath)) ? Verification::SideFileUnreadable : Verification::NoSideFile;
+    static const QRegularExpression hex(QStringLiteral("\\b[0-9a-fA-F]{64}\\b"));
     // A side file is a few lines; a huge one is not ours.
     const QRegularExpressionMatch recorded = hex.match(QString::fromUtf8(side.read(qint64(64) * 1024)));
+    if (!recorded.hasMatch())
+        return Verification::SideFileUnreadable;
     QCryptographicHash hash(QCryptographicHash::Sha256);
     if (!hash.addData(&pdf))
         return Verification::PdfUnreadable;
     const QString actual = QString::fromLatin1(hash.result().toHex());
-    return recorded.hasMatch() && recorded.captured() == actual ? Verification::Intact : Verification::Modified;
+    return recorded.captured().compare(actual, Qt::CaseInsensitive) == 0 ? Verification::Intact
+                                                                         : Verification::Modified;
 }
 
 } // namespace nuvrel

@@ -53,9 +53,10 @@ public:
     /// "Conversation.pdf" → "Conversation.empreinte.txt", in the same folder.
     static QString sideFilePath(const QString& pdf);
 
-    enum class Verification { Intact, Modified, PdfUnreadable, NoSideFile };
+    enum class Verification { Intact, Modified, PdfUnreadable, NoSideFile, SideFileUnreadable };
     /// Whether the PDF is still the file that was made: its SHA-256 against the one its side file
-    /// recorded (whatever the side file's language, the PDF's fingerprint comes first).
+    /// recorded (whatever the side file's language, the PDF's fingerprint comes first, in any case).
+    /// A side file that holds no fingerprint is unreadable, which says nothing of the PDF.
     static Verification verify(const QString& pdf);
 };
 

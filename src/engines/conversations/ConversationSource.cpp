@@ -4,6 +4,7 @@
 #include "engines/conversations/MessagesReader.h"
 #include "engines/conversations/WhatsAppParser.h"
 #include "engines/conversations/WhatsAppReader.h"
+#include "ground/RegularFile.h"
 #include "l10n/L.h"
 
 #include <QFile>
@@ -53,7 +54,9 @@ private:
     QString m_file;
 };
 
-// An export is small enough to parse whole, once, when it is first asked for.
+// An export is parsed whole, once, when it is first asked for; the largest real ones are tens of
+// megabytes, and anything far beyond is no export.
+constexpr qint64 maxExportSize = qint64(512) * 1024 * 1024;
 class WhatsAppExport final : public ConversationSource
 {
 public:
@@ -81,8 +84,8 @@ private:
     const ChatTranscript& parsed() const
     {
         if (!m_parsed) {
-            QFile file(m_file);
-            if (!file.open(QIODevice::ReadOnly))
+            QFile file;
+            if (!openRegularFile(file, m_file, {maxExportSize}))
                 throw ConversationError::noAccess(QFileInfo::exists(m_file) ? L("lecture refusée : %@", m_file)
                                                                             : L("fichier introuvable : %@", m_file));
             // The export's own name ("WhatsApp Chat with Ana") names a conversation that lists no sender.

@@ -1,6 +1,7 @@
 #include "formats/plist/PropertyList.h"
 
 #include "ground/Dates.h"
+#include "ground/RegularFile.h"
 
 #include <QFile>
 
@@ -120,8 +121,8 @@ QVariant fromData(const QByteArray& data)
 
 QVariant readFile(const QString& path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly) || file.size() > maxFileSize)
+    QFile file;
+    if (!openRegularFile(file, path, {maxFileSize}))
         return {};
     return fromData(file.read(maxFileSize + 1));
 }

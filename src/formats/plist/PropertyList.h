@@ -15,6 +15,6 @@ QVariant fromData(const QByteArray& data);
 QVariant readFile(const QString& path);
 
 /// The largest file readFile accepts; a backup's Info.plist carries app icons but stays far below it.
-inline constexpr qint64 maxFileSize = qint64(64) * 1024 * 1024;
+inline constexpr qint64 maxFileSize = qint64(16) * 1024 * 1024;
 
 } // namespace nuvrel::PropertyList

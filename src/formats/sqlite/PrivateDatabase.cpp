@@ -1,6 +1,7 @@
 #include "formats/sqlite/PrivateDatabase.h"
 
 #include "formats/sqlite/SqlError.h"
+#include "ground/RegularFile.h"
 #include "l10n/L.h"
 
 #include <QDir>
@@ -25,6 +26,25 @@ QString copyFailure(const QString& source)
     return L("copie impossible : %@", source);
 }
 
+// Copies a regular file only: a FIFO or a device in place of a database would block or never end.
+bool copyRegularFile(const QString& source, const QString& target)
+{
+    QFile input;
+    QFile output(target);
+    if (!openRegularFile(input, source) || !output.open(QIODevice::WriteOnly | QIODevice::NewOnly))
+        return false;
+    QByteArray buffer(1 << 20, Qt::Uninitialized);
+    while (true) {
+        const qint64 read = input.read(buffer.data(), buffer.size());
+        if (read < 0)
+            return false;
+        if (read == 0)
+            return output.flush();
+        if (output.write(buffer.constData(), read) != read)
+            return false;
+    }
+}
+
 } // namespace
 
 PrivateDatabase::PrivateDatabase(const QString& file)
@@ -41,7 +61,7 @@ PrivateDatabase::PrivateDatabase(const QString& file)
         const QString source = file + QLatin1StringView(suffix);
         if (*suffix && !QFileInfo::exists(source))
             continue;
-        if (!QFile::copy(source, copy + QLatin1StringView(suffix))) {
+        if (!copyRegularFile(source, copy + QLatin1StringView(suffix))) {
             const QString reason = copyFailure(source);
             removeFolder();
             throw SqlError::copyFailed(reason);

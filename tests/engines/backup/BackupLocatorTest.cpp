@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <cerrno>
 
 using namespace nuvrel;
@@ -135,10 +137,17 @@ TEST_F(BackupLocatorTest, ScanSkipsHiddenEntriesPlainFilesAndBrokenFolders)
     writeFile(root() + QStringLiteral("/notes.txt"), "a plain file among the folders");
     writeFile(root() + QStringLiteral("/.DS_Store"), "x");
     writeBackup(root(), {QStringLiteral("broken"), QVariantList{}, std::nullopt});
+    // Property lists that are FIFOs would hold an ordinary read forever: the scan goes past them.
+    const QString noInfo = writeBackup(root(), {QStringLiteral("fifo-info"), std::nullopt, manifestPlist(false)});
+    ASSERT_EQ(::mkfifo(QFile::encodeName(noInfo + QStringLiteral("/Info.plist")).constData(), 0600), 0);
+    const QString noManifest =
+        writeBackup(root(), {QStringLiteral("fifo-manifest"), infoPlist(QStringLiteral("iPhone")), std::nullopt});
+    ASSERT_EQ(::mkfifo(QFile::encodeName(noManifest + QStringLiteral("/Manifest.plist")).constData(), 0600), 0);
 
     const BackupScan scan = BackupLocator::scan(root());
     EXPECT_EQ(scan.status(), BackupScan::Status::Found);
-    EXPECT_EQ(ids(scan), QStringList{QStringLiteral("good")});
+    EXPECT_EQ(ids(scan), (QStringList{QStringLiteral("good"), QStringLiteral("fifo-manifest")}));
+    EXPECT_FALSE(scan.backups().last().isEncrypted);
 }
 
 TEST_F(BackupLocatorTest, ScanSortsNewestFirstUndatedLastAndKeepsListingOrderForTies)

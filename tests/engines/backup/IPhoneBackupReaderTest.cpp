@@ -13,6 +13,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 using namespace nuvrel;
 using namespace nuvrel::test;
 using Subject = BackupReadError::Subject;
@@ -229,6 +231,102 @@ TEST_F(ReaderTest, WrongPasswordNeverLeavesAnOutputFileAndFileErrorsAreClean)
     EXPECT_FALSE(QFileInfo::exists(out(QStringLiteral("sms.db"))));
 }
 
+TEST_F(ReaderTest, AnEncryptedCopyOfTheWrongLengthIsDamageNeverAShortFile)
+{
+    SampleBackup sample = encryptedSample();
+    sample.files = {{QStringLiteral("HomeDomain"), QStringLiteral("Library/a.bin"), pseudoRandomBytes(1000, 3)},
+                    {QStringLiteral("HomeDomain"), QStringLiteral("Library/b.bin"), pseudoRandomBytes(1024, 4)}};
+    const PhoneBackup backup = write(sample);
+    IPhoneBackupReader reader(backup, QStringLiteral("Été 2024 !"));
+    const QList<BackupEntry> entries = reader.loadEntries();
+    ASSERT_EQ(entries.size(), 2);
+    const QString stored = *reader.storedURL(entries[0].fileID);
+    const QByteArray whole = readAll(stored);
+    ASSERT_EQ(whole.size(), 1008); // 1,000 bytes and their padding
+
+    // A whole copy of a size that is a multiple of 16 carries one more block: it is good.
+    EXPECT_EQ(QFileInfo(reader.extract(entries[1], out(QStringLiteral("b.bin")))).size(), 1024);
+
+    struct Row
+    {
+        const char* what;
+        QByteArray stored;
+        qint64 recordedSize;
+    };
+    const QList<Row> rows{
+        {"cut to whole blocks below the size", whole.left(992), 1000},
+        {"cut inside a block", whole.left(1000), 1000},
+        {"empty", QByteArray(), 1000},
+        {"a block more than padding allows", whole + QByteArray(16, 'x'), 1000},
+        {"a size larger than the data", whole, 1100},
+        {"a negative size", whole, -5},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.what);
+        QFile::remove(stored);
+        QFile file(stored);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(row.stored);
+        file.close();
+        BackupEntry entry = entries[0];
+        MBFileInfo meta = entry.meta();
+        meta.size = row.recordedSize;
+        entry.preMeta = MBFileInfoBox{meta};
+        const QString target = out(QStringLiteral("a.bin"));
+        EXPECT_EQ(errorOf([&] { reader.extract(entry, target); }),
+                  BackupReadError::damaged(BackupReadError::Subject::EncryptedLength));
+        EXPECT_EQ(errorOf([&] { reader.contents(entry, 1 << 20); }),
+                  BackupReadError::damaged(BackupReadError::Subject::EncryptedLength));
+        // Nothing is left: neither the file nor a temporary one.
+        EXPECT_EQ(QDir(out()).entryList(QDir::Files | QDir::Hidden), QStringList{QStringLiteral("b.bin")});
+    }
+    LanguageStore& store = LanguageStore::shared();
+    const AppLanguage saved = store.language();
+    store.setLanguageForThisRun(AppLanguage::Fr);
+    EXPECT_EQ(BackupReadError::damaged(BackupReadError::Subject::EncryptedLength).message(),
+              QStringLiteral("La sauvegarde est endommagée : la copie chiffrée d'un fichier n'a pas la longueur "
+                             "attendue."));
+    store.setLanguageForThisRun(saved);
+}
+
+TEST_F(ReaderTest, StoredCopiesThatAreLinksOrSpecialFilesAreNeverFollowed)
+{
+    SampleBackup sample;
+    sample.files = {{QStringLiteral("HomeDomain"), QStringLiteral("a.txt"), QByteArray("a")},
+                    {QStringLiteral("HomeDomain"), QStringLiteral("b.txt"), QByteArray("b")},
+                    {QStringLiteral("HomeDomain"), QStringLiteral("c.txt"), QByteArray("c")}};
+    const PhoneBackup backup = write(sample);
+    IPhoneBackupReader reader(backup, {});
+    const QList<BackupEntry> entries = reader.loadEntries();
+    ASSERT_EQ(entries.size(), 3);
+    QTemporaryDir outside;
+    const QString secret = outside.filePath(QStringLiteral("secret.txt"));
+    writeFile(secret, "outside the backup");
+
+    // A copy that is a link out of the backup.
+    const QString a = *reader.storedURL(entries[0].fileID);
+    QFile::remove(a);
+    ASSERT_TRUE(QFile::link(secret, a));
+    // A copy below a subfolder that is a link.
+    const QString b = *reader.storedURL(entries[1].fileID);
+    const QString subfolder = QFileInfo(b).absolutePath();
+    const QString moved = outside.filePath(QStringLiteral("moved"));
+    ASSERT_TRUE(QDir().rename(subfolder, moved));
+    ASSERT_TRUE(QFile::link(moved, subfolder));
+    // A copy that is a FIFO, which an ordinary open would wait on forever.
+    const QString c = *reader.storedURL(entries[2].fileID);
+    QFile::remove(c);
+    ASSERT_EQ(::mkfifo(QFile::encodeName(c).constData(), 0600), 0);
+
+    for (const BackupEntry& entry : entries) {
+        EXPECT_EQ(errorOf([&] { reader.extract(entry, out(entry.fileName())); }),
+                  BackupReadError::unreadable(Subject::MissingFile))
+            << entry.path.toStdString();
+        EXPECT_EQ(errorOf([&] { reader.contents(entry, 1024); }), BackupReadError::unreadable(Subject::MissingFile));
+    }
+    EXPECT_TRUE(QDir(out()).isEmpty());
+}
+
 TEST_F(ReaderTest, DamagedIndexesAndKeyBagsGiveTheirErrors)
 {
     const auto reopen = [](const PhoneBackup& backup, const QString& password = QStringLiteral("Été 2024 !")) {
@@ -259,9 +357,9 @@ TEST_F(ReaderTest, DamagedIndexesAndKeyBagsGiveTheirErrors)
     writeFile(manifestPlist, writePlist(QVariantMap{{QStringLiteral("IsEncrypted"), true},
                                                     {QStringLiteral("BackupKeyBag"), pseudoRandomBytes(99, 5)}},
                                         PlistFormat::Binary));
-    EXPECT_EQ(reopen(encrypted), BackupReadError::unsupported());
+    EXPECT_EQ(reopen(encrypted), BackupReadError::damaged(Subject::KeyBag));
     writeFile(manifestPlist, "not a plist");
-    EXPECT_EQ(reopen(encrypted), BackupReadError::unsupported());
+    EXPECT_EQ(reopen(encrypted), BackupReadError::damaged(Subject::EncryptionRecord));
     writeFile(manifestPlist, goodPlist);
     QFile::remove(encrypted.url + QStringLiteral("/Manifest.db"));
     EXPECT_EQ(reopen(encrypted), BackupReadError::unreadable(Subject::ManifestMbdb));

@@ -93,10 +93,18 @@ TEST(ConversationPdf, VerificationComparesWithTheRecordedFingerprint)
                     .toUtf8());
     EXPECT_EQ(ConversationPDF::verify(pdf), ConversationPDF::Verification::Intact);
 
+    // Written in capitals by another tool, it is the same fingerprint.
+    write(side, sha256sum(pdf).toUpper().toLatin1());
+    EXPECT_EQ(ConversationPDF::verify(pdf), ConversationPDF::Verification::Intact);
+
     write(pdf, QByteArray("%PDF-1.4 a conversation, edited"));
     EXPECT_EQ(ConversationPDF::verify(pdf), ConversationPDF::Verification::Modified);
-    write(side, QByteArray("no digest here"));
-    EXPECT_EQ(ConversationPDF::verify(pdf), ConversationPDF::Verification::Modified);
+    // A side file that holds no fingerprint says nothing about the PDF: empty, garbage, UTF-16.
+    for (const QByteArray& unreadable : {QByteArray(), QByteArray("no digest here"), QByteArray(4096, '\xff'),
+                                         QByteArray(reinterpret_cast<const char*>(sha256sum(pdf).utf16()), 128)}) {
+        write(side, unreadable);
+        EXPECT_EQ(ConversationPDF::verify(pdf), ConversationPDF::Verification::SideFileUnreadable);
+    }
     EXPECT_EQ(ConversationPDF::verify(folder.filePath(QStringLiteral("missing.pdf"))),
               ConversationPDF::Verification::PdfUnreadable);
 }
