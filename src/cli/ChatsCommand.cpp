@@ -187,12 +187,21 @@ int runChatPdf(const CommandLine& line, QTextStream& out, QTextStream& err)
         err << L("L'option %@ attend une valeur.", QStringLiteral("-o")) << '\n';
         return BadUsage;
     }
+    // The output must not take the place of what it is made from, nor its side file.
+    const QString source = line.exportFile ? *line.exportFile : line.arguments.value(0);
+    const QString sourcePath = QFileInfo(source).canonicalFilePath();
+    for (const QString& written : {*line.output, ConversationPDF::sideFilePath(*line.output)}) {
+        if (!sourcePath.isEmpty() && QFileInfo(written).canonicalFilePath() == sourcePath) {
+            err << L("Choisis un autre nom pour le PDF : %@ est le fichier de la conversation.", source) << '\n';
+            return BadUsage;
+        }
+    }
     const Loaded loaded = loadTranscript(line, err);
     if (!loaded.transcript)
         return loaded.exitCode;
     try {
         const ConversationPDF::Result result =
-            ConversationPDF::build(*line.output, *loaded.transcript, loaded.sourceLabel);
+            ConversationPDF::build(*line.output, *loaded.transcript, loaded.sourceLabel, line.force);
         out << QDir::cleanPath(QFileInfo(result.pdf).absoluteFilePath()) << '\n'
             << L("Empreinte SHA-256 du PDF :") << ' ' << result.pdfFingerprint << '\n'
             << L("Elle est aussi enregistrée dans un petit fichier « .empreinte.txt » à côté du PDF. Garde les deux "

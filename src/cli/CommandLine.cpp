@@ -42,10 +42,11 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
     const QCommandLineOption passwordStdin(QStringLiteral("password-stdin"));
     const QCommandLineOption remember(QStringLiteral("remember"));
     const QCommandLineOption json(QStringLiteral("json"));
+    const QCommandLineOption force(QStringLiteral("force"));
     const QCommandLineOption help(QStringList{QStringLiteral("h"), QStringLiteral("help")});
     const QCommandLineOption version(QStringLiteral("version"));
     parser.addOptions({root, lang, domain, path, to, output, exportFile, source, format, photos, passwordStdin,
-                       remember, json, help, version});
+                       remember, json, force, help, version});
     const bool parsed = parser.parse(QStringList{QStringLiteral("nuvrel-cli")} + arguments);
 
     CommandLine line;
@@ -67,6 +68,7 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
     line.passwordFromStdin = parser.isSet(passwordStdin);
     line.remember = parser.isSet(remember);
     line.json = parser.isSet(json);
+    line.force = parser.isSet(force);
     line.help = parser.isSet(help);
     line.version = parser.isSet(version);
     line.arguments = parser.positionalArguments();
@@ -79,7 +81,8 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
         const auto flagWithValue = std::find_if(arguments.cbegin(), arguments.cend(), [](const QString& word) {
             static const QStringList flags{QStringLiteral("--photos"),   QStringLiteral("--password-stdin"),
                                            QStringLiteral("--remember"), QStringLiteral("--json"),
-                                           QStringLiteral("--help"),     QStringLiteral("--version")};
+                                           QStringLiteral("--force"),    QStringLiteral("--help"),
+                                           QStringLiteral("--version")};
             return word.contains(u'=') && flags.contains(word.section(u'=', 0, 0));
         });
         if (!unknown.isEmpty())
@@ -141,6 +144,7 @@ void printHelp(QTextStream& out, const QString& program)
          {QStringLiteral("--source messages|whatsapp"), L("Type de base (sinon d'après le nom du fichier).")},
          {QStringLiteral("--format text|json"), L("Présentation d'une conversation.")},
          {QStringLiteral("--json"), L("Affiche le résultat au format %@.", QStringLiteral("JSON"))},
+         {QStringLiteral("--force"), L("Remplace le fichier de sortie s'il existe (sinon : « nom (2) »).")},
          {QStringLiteral("--lang <%1>").arg(L("code")),
           L("Langue des textes : %@ (sinon celle choisie dans Nuvrel).", languageCodes())},
          {QStringLiteral("-h, --help"), L("Affiche cette aide.")},

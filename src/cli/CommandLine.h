@@ -39,6 +39,7 @@ struct CommandLine
     bool passwordFromStdin = false;
     bool remember = false;
     bool json = false;
+    bool force = false;
     bool help = false;
     bool version = false;
 

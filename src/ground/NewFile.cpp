@@ -89,13 +89,7 @@ QString NewFile::temporaryPath() const
 
 QString NewFile::commit(const std::optional<QDateTime>& modified)
 {
-    // No fsync: the name guards against an interrupted program, not a power cut, and syncing each of
-    // fifty thousand photos would take minutes.
-    errno = 0;
-    if (!m_file.flush())
-        throw FileError::fromErrno(Op::Write, errno ? errno : EIO, m_destination);
-    if (modified && modified->isValid())
-        m_file.setFileTime(*modified, QFileDevice::FileModificationTime); // a refusal leaves the time of writing
+    flushAndStamp(modified);
     const QByteArray from = QFile::encodeName(m_file.fileName());
     const QString folder = QFileInfo(m_destination).absolutePath();
     const QString name = QFileInfo(m_destination).fileName();
@@ -113,6 +107,29 @@ QString NewFile::commit(const std::optional<QDateTime>& modified)
         m_committed = true;
         return candidate;
     }
+}
+
+QString NewFile::commitReplacing(const std::optional<QDateTime>& modified)
+{
+    flushAndStamp(modified);
+    if (QFileInfo(m_destination).isDir())
+        throw FileError(Op::Write, SystemErrorKind::Other, m_destination);
+    m_file.close();
+    if (::rename(QFile::encodeName(m_file.fileName()).constData(), QFile::encodeName(m_destination).constData()) != 0)
+        throw FileError::fromErrno(Op::Write, errno, m_destination);
+    m_committed = true;
+    return m_destination;
+}
+
+void NewFile::flushAndStamp(const std::optional<QDateTime>& modified)
+{
+    // No fsync: the name guards against an interrupted program, not a power cut, and syncing each of
+    // fifty thousand photos would take minutes.
+    errno = 0;
+    if (!m_file.flush())
+        throw FileError::fromErrno(Op::Write, errno ? errno : EIO, m_destination);
+    if (modified && modified->isValid())
+        m_file.setFileTime(*modified, QFileDevice::FileModificationTime); // a refusal leaves the time of writing
 }
 
 } // namespace nuvrel

@@ -37,8 +37,14 @@ public:
     /// Flushes, sets the modification time (when given), and links the file to the destination's
     /// free name; returns that name.
     QString commit(const std::optional<QDateTime>& modified = std::nullopt);
+    /// The same, but in place of whatever has the destination's name, in one step: a reader sees the old
+    /// file or the new one, never half of either. A link there is replaced, not followed. Only for a
+    /// user who asked for it (nuvrel-cli --force).
+    QString commitReplacing(const std::optional<QDateTime>& modified = std::nullopt);
 
 private:
+    void flushAndStamp(const std::optional<QDateTime>& modified);
+
     QString m_destination;
     FreeNameStyle m_style;
     QFile m_file;

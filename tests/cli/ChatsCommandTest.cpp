@@ -102,3 +102,64 @@ TEST(ChatsCommand, PdfFromEachSourceAndVerifyCatchesOneChangedByte)
     EXPECT_EQ(runCli({QStringLiteral("verify"), dir.filePath(QStringLiteral("Louis.pdf"))}).exitCode, 0);
     EXPECT_EQ(runCli({QStringLiteral("verify"), dir.filePath(QStringLiteral("nothing.pdf"))}).exitCode, 6);
 }
+
+TEST(ChatsCommand, PdfOutputNeverReplacesAFileUnlessForcedNorItsOwnSource)
+{
+    QTemporaryDir dir;
+    const QString export_ = dir.filePath(QStringLiteral("chat.txt"));
+    writeFile(export_, sampleWhatsAppExport().toUtf8());
+    const auto pdf = [&](const QString& output, bool force = false) {
+        QStringList arguments{
+            QStringLiteral("chat-pdf"), QStringLiteral("--export"), export_, QStringLiteral("-o"), output,
+            QStringLiteral("--lang"),   QStringLiteral("en")};
+        if (force)
+            arguments << QStringLiteral("--force");
+        return runCli(arguments);
+    };
+    const auto contents = [](const QString& path) {
+        QFile file(path);
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    };
+
+    // Its own source, or a name whose side file is the source: refused, the source untouched.
+    const QByteArray source = contents(export_);
+    EXPECT_EQ(pdf(export_).exitCode, 3);
+    EXPECT_EQ(pdf(export_, true).exitCode, 3);
+    const QString sideNamed = dir.filePath(QStringLiteral("chat.empreinte.txt"));
+    QFile::rename(export_, sideNamed);
+    const QString movedExport = sideNamed;
+    QStringList arguments{QStringLiteral("chat-pdf"),
+                          QStringLiteral("--export"),
+                          movedExport,
+                          QStringLiteral("-o"),
+                          dir.filePath(QStringLiteral("chat.pdf")),
+                          QStringLiteral("--force")};
+    EXPECT_EQ(runCli(arguments).exitCode, 3);
+    QFile::rename(sideNamed, export_);
+    EXPECT_EQ(contents(export_), source);
+
+    // A file already there is kept; the PDF takes a free name, and its side file follows it.
+    const QString taken = dir.filePath(QStringLiteral("Louis.pdf"));
+    writeFile(taken, "someone else's file");
+    const CliRun second = pdf(taken);
+    EXPECT_EQ(second.exitCode, 0) << qPrintable(second.err);
+    EXPECT_TRUE(second.out.startsWith(dir.filePath(QStringLiteral("Louis (2).pdf")))) << qPrintable(second.out);
+    EXPECT_EQ(contents(taken), QByteArray("someone else's file"));
+    EXPECT_TRUE(contents(dir.filePath(QStringLiteral("Louis (2).empreinte.txt"))).contains("Louis (2).pdf"));
+
+    // A link at the output is never followed; --force replaces the name itself.
+    const QString target = dir.filePath(QStringLiteral("precious.txt"));
+    writeFile(target, "precious");
+    const QString link = dir.filePath(QStringLiteral("link.pdf"));
+    ASSERT_TRUE(QFile::link(target, link));
+    EXPECT_EQ(pdf(link).exitCode, 0);
+    EXPECT_EQ(contents(target), QByteArray("precious"));
+    EXPECT_TRUE(QFileInfo::exists(dir.filePath(QStringLiteral("link (2).pdf"))));
+    EXPECT_EQ(pdf(link, true).exitCode, 0);
+    EXPECT_EQ(contents(target), QByteArray("precious"));
+    EXPECT_FALSE(QFileInfo(link).isSymLink());
+    EXPECT_TRUE(contents(link).startsWith("%PDF"));
+    EXPECT_TRUE(contents(taken) == QByteArray("someone else's file"));
+    EXPECT_EQ(pdf(taken, true).exitCode, 0);
+    EXPECT_TRUE(contents(taken).startsWith("%PDF"));
+}

@@ -291,7 +291,7 @@ QString ConversationPDF::sideFilePath(const QString& pdf)
 }
 
 ConversationPDF::Result ConversationPDF::build(const QString& destination, const ChatTranscript& transcript,
-                                               const QString& sourceLabel)
+                                               const QString& sourceLabel, bool replace)
 {
     Result result;
     result.contentFingerprint = contentFingerprint(transcript);
@@ -314,7 +314,7 @@ ConversationPDF::Result ConversationPDF::build(const QString& destination, const
             if (!painter.end())
                 throw Error(L("Impossible de créer le PDF : ") + QDir::toNativeSeparators(destination));
         }
-        written = output.commit();
+        written = replace ? output.commitReplacing() : output.commit();
     } catch (const FileError& error) {
         throw Error(L("Impossible de créer le PDF : ") + error.message());
     }

@@ -43,9 +43,10 @@ public:
 
     ConversationPDF() = delete;
 
-    /// Writes the PDF at `destination`, or at "name (2).pdf"… when that is taken, never replacing a file,
-    /// and its side file; throws Error.
-    static Result build(const QString& destination, const ChatTranscript& transcript, const QString& sourceLabel);
+    /// Writes the PDF at `destination`, or at "name (2).pdf"… when that is taken, never replacing a file
+    /// unless `replace` (the user asked for it), and its side file; throws Error.
+    static Result build(const QString& destination, const ChatTranscript& transcript, const QString& sourceLabel,
+                        bool replace = false);
 
     static QString contentFingerprint(const ChatTranscript& transcript);
     /// Each sender's colour: the palette's five, in order of first appearance, cycling after five.
