@@ -60,12 +60,13 @@ void printTranscript(const ChatTranscript& transcript, bool json, QTextStream& o
                                      .toJson(QJsonDocument::Indented));
         return;
     }
-    out << transcript.title << "\n\n";
+    out << escapedControls(transcript.title) << "\n\n";
     for (const ChatMessage& message : transcript.messages) {
-        QString text = message.text;
+        QString text = escapedControls(message.text, true);
         text.replace(u'\n', QStringLiteral("\n    "));
         // "Ana : texte" in French, "Ana: text" in English: the separator is the language's own.
-        out << Localizer::formatDateTime(message.date) << "  " << L("%@ : %@", message.sender, text) << '\n';
+        out << Localizer::formatDateTime(message.date) << "  " << L("%@ : %@", escapedControls(message.sender), text)
+            << '\n';
     }
 }
 
@@ -202,6 +203,17 @@ int runChatPdf(const CommandLine& line, QTextStream& out, QTextStream& err)
     try {
         const ConversationPDF::Result result =
             ConversationPDF::build(*line.output, *loaded.transcript, loaded.sourceLabel, line.force);
+        if (line.json) {
+            out << QString::fromUtf8(
+                QJsonDocument(
+                    QJsonObject{{QStringLiteral("pdf"), QDir::cleanPath(QFileInfo(result.pdf).absoluteFilePath())},
+                                {QStringLiteral("pdfFingerprint"), result.pdfFingerprint},
+                                {QStringLiteral("contentFingerprint"), result.contentFingerprint},
+                                {QStringLiteral("sideFile"), result.sideFile},
+                                {QStringLiteral("pages"), result.pages}})
+                    .toJson(QJsonDocument::Indented));
+            return Found;
+        }
         out << QDir::cleanPath(QFileInfo(result.pdf).absoluteFilePath()) << '\n'
             << L("Empreinte SHA-256 du PDF :") << ' ' << result.pdfFingerprint << '\n'
             << L("Elle est aussi enregistrée dans un petit fichier « .empreinte.txt » à côté du PDF. Garde les deux "
@@ -222,7 +234,26 @@ int runVerify(const CommandLine& line, QTextStream& out, QTextStream& err)
     }
     const QString pdfPath = line.arguments.front();
     const QString sideName = QFileInfo(ConversationPDF::sideFilePath(pdfPath)).fileName();
-    switch (ConversationPDF::verify(pdfPath)) {
+    const ConversationPDF::Verification verdict = ConversationPDF::verify(pdfPath);
+    if (line.json) {
+        const auto name = [verdict] {
+            switch (verdict) {
+            case ConversationPDF::Verification::Intact: return QStringLiteral("intact");
+            case ConversationPDF::Verification::Modified: return QStringLiteral("modified");
+            case ConversationPDF::Verification::PdfUnreadable: return QStringLiteral("pdfUnreadable");
+            case ConversationPDF::Verification::NoSideFile: return QStringLiteral("noSideFile");
+            case ConversationPDF::Verification::SideFileUnreadable: return QStringLiteral("sideFileUnreadable");
+            }
+            return QString();
+        };
+        out << QString::fromUtf8(
+            QJsonDocument(QJsonObject{{QStringLiteral("pdf"), pdfPath}, {QStringLiteral("result"), name()}})
+                .toJson(QJsonDocument::Indented));
+        return verdict == ConversationPDF::Verification::Intact     ? Found
+               : verdict == ConversationPDF::Verification::Modified ? PdfModified
+                                                                    : BackupUnreadable;
+    }
+    switch (verdict) {
     case ConversationPDF::Verification::Intact:
         out << L("Le PDF est intact : son empreinte SHA-256 est celle que « %@ » a enregistrée.", sideName) << '\n';
         return Found;

@@ -237,7 +237,29 @@ int runExtract(const CommandLine& line, QTextStream& out, QTextStream& err)
     progress.finish();
     reader.cleanup();
 
-    out << L("%@ fichier(s) extraits", report.done) << " → " << report.destination << '\n';
+    if (line.json) {
+        QJsonArray refused;
+        for (const QString& name : report.refused)
+            refused.append(name);
+        const QJsonObject failed{
+            {QStringLiteral("missing"), report.failures(Extraction::Failure::Missing)},
+            {QStringLiteral("undecryptable"), report.failures(Extraction::Failure::Undecryptable)},
+            {QStringLiteral("unwritable"), report.failures(Extraction::Failure::Unwritable)},
+            {QStringLiteral("refused"), report.failures(Extraction::Failure::Refused)},
+        };
+        out << QString::fromUtf8(
+            QJsonDocument(QJsonObject{
+                              {QStringLiteral("destination"), report.destination},
+                              {QStringLiteral("extracted"), report.done},
+                              {QStringLiteral("failed"), failed},
+                              {QStringLiteral("refusedPaths"), refused},
+                              {QStringLiteral("writeError"),
+                               report.firstWriteError ? QJsonValue(*report.firstWriteError) : QJsonValue()},
+                          })
+                .toJson(QJsonDocument::Indented));
+        return report.totalFailed() == 0 ? Found : SomeFilesFailed;
+    }
+    out << L("%@ fichier(s) extraits", report.done) << " → " << escapedControls(report.destination) << '\n';
     if (report.totalFailed() == 0)
         return Found;
     const QLocale locale = Localizer::locale();
@@ -255,7 +277,7 @@ int runExtract(const CommandLine& line, QTextStream& out, QTextStream& err)
                  count(Extraction::Failure::Refused))
             << '\n';
         for (const QString& refused : report.refused)
-            err << "  " << refused << '\n';
+            err << "  " << escapedControls(refused) << '\n';
     }
     return SomeFilesFailed;
 }

@@ -12,6 +12,34 @@ qsizetype displayWidth(const QString& text)
 
 } // namespace
 
+QString escapedControls(const QString& text, bool keepLineBreaks)
+{
+    QString shown;
+    shown.reserve(text.size());
+    for (const QChar c : text) {
+        const char16_t u = c.unicode();
+        if (u >= 0x20 && u != 0x7F && (u < 0x80 || u > 0x9F)) {
+            shown += c;
+            continue;
+        }
+        switch (u) {
+        case u'\n': shown += keepLineBreaks ? QStringLiteral("\n") : QStringLiteral("\\n"); break;
+        case u'\r': shown += QStringLiteral("\\r"); break;
+        case u'\t': shown += QStringLiteral("\\t"); break;
+        case 0x1B: shown += QStringLiteral("\\e"); break;
+        default: shown += QStringLiteral("\\x%1").arg(int(u), 2, 16, QLatin1Char('0'));
+        }
+    }
+    return shown;
+}
+
+void TextTable::addRow(QStringList cells)
+{
+    for (QString& cell : cells)
+        cell = escapedControls(cell);
+    m_rows.append(std::move(cells));
+}
+
 void TextTable::print(QTextStream& out) const
 {
     QList<qsizetype> widths;

@@ -6,11 +6,16 @@
 
 namespace nuvrel::cli {
 
-/// Rows of text printed in aligned columns, two spaces apart.
+/// `text` with its control characters shown escaped (\e, \r, \x07…): names and texts from a
+/// backup or a database must never reach a terminal raw, where an escape sequence would act. Line
+/// breaks are kept when `keepLineBreaks`.
+QString escapedControls(const QString& text, bool keepLineBreaks = false);
+
+/// Rows of text printed in aligned columns, two spaces apart; cells are escaped as above.
 class TextTable final
 {
 public:
-    void addRow(QStringList cells) { m_rows.append(std::move(cells)); }
+    void addRow(QStringList cells);
     void print(QTextStream& out) const;
 
 private:

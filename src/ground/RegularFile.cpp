@@ -17,16 +17,13 @@ bool openRegularFile(QFile& file, const QString& path, const RegularFileRules& r
     const int fd = ::open(QFile::encodeName(path).constData(), flags);
     if (fd < 0)
         return false;
-    struct stat info
-    {};
-    int refusal = 0;
-    if (::fstat(fd, &info) != 0)
-        refusal = errno;
-    else if (!S_ISREG(info.st_mode))
+    struct stat info = {};
+    int refusal = ::fstat(fd, &info) == 0 ? 0 : errno;
+    if (refusal == 0 && !S_ISREG(info.st_mode))
         refusal = EINVAL;
-    else if (rules.maxSize && info.st_size > *rules.maxSize)
+    if (refusal == 0 && rules.maxSize && info.st_size > *rules.maxSize)
         refusal = EFBIG;
-    else if (::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK) != 0)
+    if (refusal == 0 && ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK) != 0)
         refusal = errno;
     if (refusal != 0 || !file.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)) {
         ::close(fd);

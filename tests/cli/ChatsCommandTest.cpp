@@ -100,6 +100,10 @@ TEST(ChatsCommand, PdfFromEachSourceAndVerifyCatchesOneChangedByte)
                                       QStringLiteral("-o"), dir.filePath(QStringLiteral("Louis.pdf"))});
     EXPECT_EQ(fromExport.exitCode, 0) << qPrintable(fromExport.err);
     EXPECT_EQ(runCli({QStringLiteral("verify"), dir.filePath(QStringLiteral("Louis.pdf"))}).exitCode, 0);
+    const CliRun json = runCli({QStringLiteral("verify"), pdf, QStringLiteral("--json")});
+    EXPECT_EQ(json.exitCode, 8);
+    EXPECT_EQ(QJsonDocument::fromJson(json.out.toUtf8()).object().value(QStringLiteral("result")).toString(),
+              QStringLiteral("modified"));
     EXPECT_EQ(runCli({QStringLiteral("verify"), dir.filePath(QStringLiteral("nothing.pdf"))}).exitCode, 6);
 }
 

@@ -210,4 +210,19 @@ TEST_F(FilesCommandTest, AHostileIndexWritesNothingOutsideTheDestinationAndNames
         EXPECT_FALSE(entry.contains(QStringLiteral(".nuvrel-"))) << qPrintable(entry);
     }
     EXPECT_EQ(snapshot(m_root.filePath(QStringLiteral("hostile"))), before);
+
+    // The same as JSON, for scripts; and a listing shows names with escapes, never a raw control.
+    const CliRun json = runCli(with({QStringLiteral("extract"), QStringLiteral("hostile"), QStringLiteral("--to"),
+                                     out(QStringLiteral("again")), QStringLiteral("--json")}));
+    EXPECT_EQ(json.exitCode, 7);
+    const QJsonObject report = QJsonDocument::fromJson(json.out.toUtf8()).object();
+    EXPECT_EQ(report.value(QStringLiteral("extracted")).toInt(), 13) << qPrintable(json.out);
+    EXPECT_EQ(report.value(QStringLiteral("failed")).toObject().value(QStringLiteral("refused")).toInt(), 3);
+    EXPECT_EQ(report.value(QStringLiteral("refusedPaths")).toArray().size(), 3);
+    const CliRun listing = runCli(with({QStringLiteral("files"), QStringLiteral("hostile")}));
+    EXPECT_EQ(listing.exitCode, 0);
+    EXPECT_FALSE(listing.out.contains(QChar(0x1B))) << "an escape sequence reached the terminal";
+    EXPECT_FALSE(listing.out.contains(QChar(0x07)));
+    EXPECT_TRUE(listing.out.contains(QStringLiteral("clash\\e[2J"))) << qPrintable(listing.out);
+    EXPECT_TRUE(listing.out.contains(QStringLiteral("ctl\\x07bell\\nline.txt"))) << qPrintable(listing.out);
 }

@@ -18,6 +18,7 @@
 #include <QStandardPaths>
 #include <QUuid>
 
+#include <algorithm>
 #include <cerrno>
 
 namespace nuvrel {
@@ -156,7 +157,18 @@ void IPhoneBackupReader::openEncrypted(const QString& password, const std::atomi
     m_keybag = BackupKeyBag::parse(bagValue.toByteArray());
     if (!m_keybag)
         throw BackupReadError::damaged(BackupReadError::Subject::KeyBag);
-    if (!m_keybag->unlock(password, cancel))
+    // A password typed on one system may reach us composed (é) or decomposed (e + ´), while the phone
+    // derived its key from the other form: each is tried before the password is called wrong.
+    QStringList forms{password};
+    for (const QString& form :
+         {password.normalized(QString::NormalizationForm_C), password.normalized(QString::NormalizationForm_D)}) {
+        if (!forms.contains(form))
+            forms.append(form);
+    }
+    const bool unlocked = std::any_of(forms.cbegin(), forms.cend(), [&](const QString& form) {
+        return !(cancel && cancel->load()) && m_keybag->unlock(form, cancel);
+    });
+    if (!unlocked)
         throw BackupReadError::wrongPassword();
     if (manifest.isEmpty())
         return; // the oldest layout: its index is not encrypted

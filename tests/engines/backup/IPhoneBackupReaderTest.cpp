@@ -150,6 +150,19 @@ INSTANTIATE_TEST_SUITE_P(PlainAndEncrypted, ReaderLayouts,
                                  .toStdString();
                          });
 
+TEST_F(ReaderTest, APasswordOpensInEitherUnicodeForm)
+{
+    // The sample's password is composed ("É"); typed on another system it may come decomposed.
+    SampleBackup sample = encryptedSample();
+    sample.files = {{QStringLiteral("HomeDomain"), QStringLiteral("a.txt"), QByteArray("a")}};
+    const PhoneBackup backup = write(sample);
+    const QString decomposed = QStringLiteral("Été 2024 !").normalized(QString::NormalizationForm_D);
+    ASSERT_NE(decomposed, QStringLiteral("Été 2024 !"));
+    EXPECT_EQ(IPhoneBackupReader(backup, decomposed).loadEntries().size(), 1);
+    EXPECT_EQ(errorOf([&] { IPhoneBackupReader(backup, QStringLiteral("Ete 2024 !")); }),
+              BackupReadError::wrongPassword());
+}
+
 TEST_F(ReaderTest, PasswordsAreCheckedBeforeAnythingIsWritten)
 {
     for (bool modern : {true, false}) {
