@@ -325,7 +325,7 @@ QByteArray IPhoneBackupReader::fileKey(const MBFileInfo& meta) const
     return *key;
 }
 
-void IPhoneBackupReader::decrypt(const BackupEntry& entry, QFileDevice& output, const std::atomic<bool>* cancel) const
+void IPhoneBackupReader::decrypt(const BackupEntry& entry, QIODevice& output, const std::atomic<bool>* cancel) const
 {
     const MBFileInfo meta = entry.meta();
     const QByteArray key = fileKey(meta);
@@ -342,8 +342,8 @@ void IPhoneBackupReader::decrypt(const BackupEntry& entry, QFileDevice& output, 
 
     if (decryptStream(input, decryptor, output, meta.size, BackupReadError::Subject::MissingFile, cancel) != meta.size)
         throw BackupReadError::damaged(BackupReadError::Subject::EncryptedLength); // it shrank while read
-    if (!output.flush())
-        throw BackupReadError::writeFailed(output.fileName());
+    if (auto* file = qobject_cast<QFileDevice*>(&output); file && !file->flush())
+        throw BackupReadError::writeFailed(file->fileName());
 }
 
 QByteArray IPhoneBackupReader::contents(const BackupEntry& entry, qint64 maxBytes) const
@@ -354,18 +354,7 @@ QByteArray IPhoneBackupReader::contents(const BackupEntry& entry, qint64 maxByte
     if (m_keybag) {
         QBuffer buffer;
         buffer.open(QIODevice::WriteOnly);
-        const std::optional<QString> stored = storedURL(entry.fileID);
-        if (!stored)
-            throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
-        AesCbcDecryptor decryptor(fileKey(meta));
-        if (!decryptor.isValid())
-            throw BackupReadError::unreadable(BackupReadError::Subject::Decryption);
-        QFile input;
-        if (!openRegularFile(input, *stored, storedCopy))
-            throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
-        checkEncryptedLength(input, meta.size);
-        if (decryptStream(input, decryptor, buffer, meta.size, BackupReadError::Subject::MissingFile) != meta.size)
-            throw BackupReadError::damaged(BackupReadError::Subject::EncryptedLength);
+        decrypt(entry, buffer);
         return buffer.data();
     }
     const std::optional<QString> stored = storedURL(entry.fileID);

@@ -53,7 +53,7 @@ public:
     QByteArray fileKey(const MBFileInfo& meta) const;
 
     /// Writes the plain contents of an encrypted entry to `output`, exactly meta.size bytes.
-    void decrypt(const BackupEntry& entry, QFileDevice& output, const std::atomic<bool>* cancel = nullptr) const;
+    void decrypt(const BackupEntry& entry, QIODevice& output, const std::atomic<bool>* cancel = nullptr) const;
 
     /// The plain contents of a file that fits in memory, for a preview; throws when it is larger than
     /// `maxBytes` or cannot be read. Safe to call from several threads once the index is closed.

@@ -14,17 +14,19 @@ namespace nuvrel {
 
 namespace {
 
-class MessagesDatabase final : public ConversationSource
+// A database read by one of the readers, which share their shape: a listing and one conversation.
+template <typename Reader, ConvSource Kind>
+class Database final : public ConversationSource
 {
 public:
-    explicit MessagesDatabase(QString file)
+    explicit Database(QString file)
         : m_file(std::move(file))
     {}
-    ConvSource kind() const override { return ConvSource::Messages; }
-    QList<MessagesChatInfo> listChats() const override { return MessagesReader::listChats(m_file); }
+    ConvSource kind() const override { return Kind; }
+    QList<MessagesChatInfo> listChats() const override { return Reader::listChats(m_file); }
     ChatTranscript transcript(const MessagesChatInfo& chat) const override
     {
-        ChatTranscript transcript = MessagesReader::messages(chat.id, chat.title, m_file);
+        ChatTranscript transcript = Reader::messages(chat.id, chat.title, m_file);
         if (transcript.messages.isEmpty())
             throw ConversationError::empty();
         return transcript;
@@ -34,25 +36,8 @@ private:
     QString m_file;
 };
 
-class WhatsAppDatabase final : public ConversationSource
-{
-public:
-    explicit WhatsAppDatabase(QString file)
-        : m_file(std::move(file))
-    {}
-    ConvSource kind() const override { return ConvSource::WhatsApp; }
-    QList<MessagesChatInfo> listChats() const override { return WhatsAppReader::listChats(m_file); }
-    ChatTranscript transcript(const MessagesChatInfo& chat) const override
-    {
-        ChatTranscript transcript = WhatsAppReader::messages(chat.id, chat.title, m_file);
-        if (transcript.messages.isEmpty())
-            throw ConversationError::empty();
-        return transcript;
-    }
-
-private:
-    QString m_file;
-};
+using MessagesDatabase = Database<MessagesReader, ConvSource::Messages>;
+using WhatsAppDatabase = Database<WhatsAppReader, ConvSource::WhatsApp>;
 
 // An export is parsed whole, once, when it is first asked for; the largest real ones are tens of
 // megabytes, and anything far beyond is no export.
