@@ -5,14 +5,9 @@ include(NuvrelArchitectureRules)
 
 set(failures)
 
-# Every edge of the real graph keeps the rules, and the graph has the shape of the design.
-file(STRINGS ${EDGES} lines)
-list(LENGTH lines count)
-if(count LESS 20)
-  list(APPEND failures "the link graph has only ${count} edges: was it written?")
-endif()
-set(errors)
-foreach(line IN LISTS lines)
+# Checks one line of the edge list ("from from-layer to to-layer", "-" for a system library),
+# appending its breaches to the list named by `out`.
+function(check_line line out)
   separate_arguments(parts UNIX_COMMAND "${line}")
   list(GET parts 0 from)
   list(GET parts 1 from_layer)
@@ -21,7 +16,20 @@ foreach(line IN LISTS lines)
   if(to_layer STREQUAL "-")
     set(to_layer "")
   endif()
+  set(errors ${${out}})
   nuvrel_check_edge(${from} ${from_layer} ${to} "${to_layer}" errors)
+  set(${out} ${errors} PARENT_SCOPE)
+endfunction()
+
+# Every edge of the real graph keeps the rules, and the graph has the shape of the design.
+file(STRINGS ${EDGES} lines)
+list(LENGTH lines count)
+if(count LESS 20)
+  list(APPEND failures "the link graph has only ${count} edges: was it written?")
+endif()
+set(errors)
+foreach(line IN LISTS lines)
+  check_line("${line}" errors)
 endforeach()
 list(APPEND failures ${errors})
 foreach(expected "nuvrel_explorermodel model nuvrel_backupsession session" "nuvrel-cli cli nuvrel_backup engine"
@@ -44,16 +52,8 @@ foreach(bad
     "nuvrel_ground ground nuvrel_backup engine"
     "nuvrel_ground ground Qt6::Gui -"
     "nuvrel_sqlite format nuvrel_conversations engine")
-  separate_arguments(parts UNIX_COMMAND "${bad}")
-  list(GET parts 0 from)
-  list(GET parts 1 from_layer)
-  list(GET parts 2 to)
-  list(GET parts 3 to_layer)
-  if(to_layer STREQUAL "-")
-    set(to_layer "")
-  endif()
   set(errors)
-  nuvrel_check_edge(${from} ${from_layer} ${to} "${to_layer}" errors)
+  check_line("${bad}" errors)
   if(NOT errors)
     list(APPEND failures "not refused: ${bad}")
   endif()

@@ -2,6 +2,7 @@
 
 #include "engines/backup/BackupReadError.h"
 #include "engines/backup/IPhoneBackupReader.h"
+#include "ground/ExistingFolder.h"
 #include "ground/SystemError.h"
 
 #include <QDir>
@@ -12,19 +13,6 @@ namespace nuvrel {
 namespace {
 
 constexpr qsizetype maxNameBytes = 255;
-
-// The deepest folder of `path` that exists, resolved; empty when none does.
-QString existingAncestor(const QString& path)
-{
-    QString existing = QDir::cleanPath(QDir(path).absolutePath());
-    while (!QFileInfo::exists(existing)) {
-        const QString parent = QFileInfo(existing).absolutePath();
-        if (parent == existing)
-            return {};
-        existing = parent;
-    }
-    return QFileInfo(existing).canonicalFilePath();
-}
 
 bool isWithin(const QString& path, const QString& folder)
 {
@@ -142,7 +130,7 @@ std::optional<QString> Extraction::cleanPath(const QStringList& place)
 bool Extraction::isForbiddenDestination(const QString& destination, const PhoneBackup& backup,
                                         const QString& backupsRoot)
 {
-    const QString place = existingAncestor(destination);
+    const QString place = nearestExistingPath(destination);
     if (place.isEmpty())
         return false;
     for (const QString& guarded : {backup.url, backupsRoot}) {

@@ -6,7 +6,6 @@
 #include "formats/sqlite/ImmutableDatabase.h"
 #include "formats/sqlite/SqlError.h"
 #include "formats/sqlite/SqlStatement.h"
-#include "ground/FreeName.h"
 #include "ground/NewFile.h"
 #include "ground/RegularFile.h"
 
@@ -265,11 +264,6 @@ std::optional<QString> IPhoneBackupReader::storedURL(const QString& fileID) cons
     if (!QFileInfo(flat).isSymLink() && QFileInfo(flat).isFile())
         return flat;
     return std::nullopt;
-}
-
-QString IPhoneBackupReader::uniqueURL(const QString& location)
-{
-    return freeName(location, FreeNameStyle::Parenthesised);
 }
 
 QString IPhoneBackupReader::extract(const BackupEntry& entry, const QString& destination,

@@ -67,9 +67,6 @@ public:
     /// Deletes the whole temporary folder.
     void cleanup();
 
-    /// The free name for `location`: itself, or "base (n).ext" with n = 2, 3, …
-    static QString uniqueURL(const QString& location);
-
 private:
     void openEncrypted(const QString& password, const std::atomic<bool>* cancel, const QString& manifest);
     void openDatabase(const QString& path);

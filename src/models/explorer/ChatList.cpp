@@ -18,21 +18,34 @@ QString digitsOf(QStringView text)
     return digits;
 }
 
+// The search, read once per query rather than once per conversation: part of the title, or, for a
+// query that is mostly a number, its digits anywhere in the title's digits.
+class Filter
+{
+public:
+    explicit Filter(const QString& query)
+        : m_query(query.trimmed())
+        , m_digits(digitsOf(m_query))
+        , m_byNumber(m_digits.size() >= 3 && m_digits.size() * 2 >= m_query.size())
+    {}
+
+    bool operator()(const MessagesChatInfo& chat) const
+    {
+        return m_query.isEmpty() || chat.title.contains(m_query, Qt::CaseInsensitive) ||
+               (m_byNumber && digitsOf(chat.title).contains(m_digits));
+    }
+
+private:
+    QString m_query;
+    QString m_digits;
+    bool m_byNumber;
+};
+
 } // namespace
 
 ChatList::ChatList(QObject* parent)
     : QAbstractListModel(parent)
 {}
-
-bool ChatList::matches(const MessagesChatInfo& chat, const QString& query)
-{
-    const QString trimmed = query.trimmed();
-    if (trimmed.isEmpty() || chat.title.contains(trimmed, Qt::CaseInsensitive))
-        return true;
-    const QString digits = digitsOf(trimmed);
-    const bool byNumber = digits.size() >= 3 && digits.size() * 2 >= trimmed.size();
-    return byNumber && digitsOf(chat.title).contains(digits);
-}
 
 void ChatList::setChats(QList<MessagesChatInfo> chats)
 {
@@ -54,8 +67,9 @@ void ChatList::refilter()
     beginResetModel();
     m_visible.clear();
     m_truncated = false;
+    const Filter matches(m_query);
     for (const MessagesChatInfo& chat : std::as_const(m_chats)) {
-        if (!matches(chat, m_query))
+        if (!matches(chat))
             continue;
         if (m_visible.size() == limit) {
             m_truncated = true;

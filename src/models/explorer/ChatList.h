@@ -8,9 +8,9 @@
 
 namespace nuvrel {
 
-/// The conversations of one database, searched by title or by a number's digits, at most `limit`
-/// shown. As a list model, its rows are the conversations shown: typing in the search filters rows
-/// instead of rebuilding a list.
+/// The conversations of one database, searched by title or by a number's digits ("06 12 34" finds
+/// "+33 6 12 34 56 78"), at most `limit` shown. As a list model, its rows are the conversations shown: typing in the
+/// search filters rows instead of rebuilding a list.
 class ChatList final : public QAbstractListModel
 {
     Q_OBJECT
@@ -35,10 +35,6 @@ public:
 
     int rowCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
-
-    /// Whether `chat` matches `query`: part of its title, or, for a query that is mostly a number, its
-    /// digits anywhere in the title's digits ("06 12 34" finds "+33 6 12 34 56 78").
-    static bool matches(const MessagesChatInfo& chat, const QString& query);
 
 Q_SIGNALS:
     void queryChanged();

@@ -11,8 +11,8 @@ namespace {
 
 #ifndef Q_OS_MACOS
 // Qt 6.4 moves a file to a wrong folder, and says it succeeded, when the home trash does not exist
-// yet (a new account, a desktop that never used it): the trash's folders are made first, as the
-// freedesktop.org specification has them (owner-only).
+// yet (a new account, a desktop that never used it): the trash's folders are made first, owner-only
+// as desktops make them.
 void prepareHomeTrash()
 {
     const QString trash =

@@ -1,7 +1,8 @@
 #include "platform/system/SystemVolumes.h"
 
+#include "ground/ExistingFolder.h"
+
 #include <QDir>
-#include <QFileInfo>
 #include <QStorageInfo>
 
 namespace nuvrel {
@@ -23,13 +24,9 @@ Volume describe(const QStorageInfo& storage)
 std::optional<Volume> SystemVolumes::volumeOf(const QString& path)
 {
     // A folder still to be made lies on the volume of its nearest existing parent.
-    QString existing = QDir::cleanPath(QDir(path).absolutePath());
-    while (!QFileInfo::exists(existing)) {
-        const QString parent = QFileInfo(existing).absolutePath();
-        if (parent == existing)
-            return std::nullopt;
-        existing = parent;
-    }
+    const QString existing = nearestExistingPath(path);
+    if (existing.isEmpty())
+        return std::nullopt;
     const QStorageInfo storage(existing);
     if (!storage.isValid() || !storage.isReady())
         return std::nullopt;
