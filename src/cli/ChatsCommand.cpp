@@ -9,9 +9,11 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <utility>
 
 namespace nuvrel::cli {
 
@@ -21,8 +23,10 @@ int exitCodeFor(const ConversationError& error)
 {
     switch (error.kind()) {
     case ConversationError::Kind::NoAccess: return AccessRefused;
-    case ConversationError::Kind::Unreadable: return BackupUnreadable;
     case ConversationError::Kind::Empty: return NothingFound;
+    case ConversationError::Kind::File:
+    case ConversationError::Kind::Unreadable:
+    case ConversationError::Kind::TooLarge: return BackupUnreadable;
     }
     return BackupUnreadable;
 }
@@ -44,30 +48,43 @@ std::unique_ptr<ConversationSource> sourceOf(const CommandLine& line, const QStr
     return nullptr;
 }
 
+// Written message by message: a whole document built first would hold many times the conversation.
 void printTranscript(const ChatTranscript& transcript, bool json, QTextStream& out)
 {
     if (json) {
         const QString owner = ownerName();
-        QJsonArray messages;
+        out << "{\n    \"title\": " << jsonQuoted(transcript.title)
+            << ",\n    \"undatedLines\": " << transcript.undatedLines << ",\n    \"messages\": [";
+        bool first = true;
         for (const ChatMessage& message : transcript.messages) {
-            messages.append(QJsonObject{{QStringLiteral("date"), message.date.toUTC().toString(Qt::ISODate)},
-                                        {QStringLiteral("sender"), message.sender},
-                                        {QStringLiteral("outgoing"), message.sender == owner},
-                                        {QStringLiteral("text"), message.text}});
+            out << (std::exchange(first, false) ? "\n" : ",\n") << "        {\"date\": "
+                << (message.date.isValid() ? jsonQuoted(message.date.toUTC().toString(Qt::ISODate))
+                                           : QStringLiteral("null"))
+                << ", \"sender\": " << jsonQuoted(message.sender)
+                << ", \"outgoing\": " << (message.sender == owner ? "true" : "false")
+                << ", \"text\": " << jsonQuoted(message.text) << '}';
         }
-        out << QString::fromUtf8(QJsonDocument(QJsonObject{{QStringLiteral("title"), transcript.title},
-                                                           {QStringLiteral("messages"), messages}})
-                                     .toJson(QJsonDocument::Indented));
+        out << (first ? "]\n}\n" : "\n    ]\n}\n");
         return;
     }
     out << escapedControls(transcript.title) << "\n\n";
+    const QString unknown = L("date inconnue");
     for (const ChatMessage& message : transcript.messages) {
         QString text = escapedControls(message.text, true);
         text.replace(u'\n', QStringLiteral("\n    "));
         // "Ana : texte" in French, "Ana: text" in English: the separator is the language's own.
-        out << Localizer::formatDateTime(message.date) << "  " << L("%@ : %@", escapedControls(message.sender), text)
-            << '\n';
+        out << (message.date.isValid() ? Localizer::formatDateTime(message.date) : unknown) << "  "
+            << L("%@ : %@", escapedControls(message.sender), text) << '\n';
     }
+}
+
+// Lines an export held without a readable date are in the conversation, as text: say so.
+void warnUndated(const ChatTranscript& transcript, QTextStream& err)
+{
+    if (transcript.undatedLines > 0)
+        err << L("Lignes à la date illisible, gardées telles quelles dans le message précédent : %@",
+                 transcript.undatedLines)
+            << '\n';
 }
 
 bool wantsJson(const CommandLine& line, QTextStream& err, bool* ok)
@@ -96,9 +113,9 @@ Loaded loadTranscript(const CommandLine& line, QTextStream& err)
         try {
             const auto source = ConversationSource::whatsAppExport(*line.exportFile);
             return {source->transcript(source->listChats().constFirst()), title(ConvSource::WhatsApp), Found};
-        } catch (const ConversationError&) {
-            err << L("Impossible de lire ce fichier.") << " (" << *line.exportFile << ")\n";
-            return {std::nullopt, {}, BackupUnreadable};
+        } catch (const ConversationError& error) {
+            err << escapedControls(error.message()) << '\n';
+            return {std::nullopt, {}, exitCodeFor(error)};
         }
     }
     if (line.arguments.size() != 2) {
@@ -122,7 +139,7 @@ Loaded loadTranscript(const CommandLine& line, QTextStream& err)
         }
         return {source->transcript(*chat), title(source->kind()), Found};
     } catch (const ConversationError& error) {
-        err << error.message() << '\n';
+        err << escapedControls(error.message()) << '\n';
         return {std::nullopt, {}, exitCodeFor(error)};
     }
 }
@@ -164,7 +181,7 @@ int runChats(const CommandLine& line, QTextStream& out, QTextStream& err)
         table.print(out);
         return Found;
     } catch (const ConversationError& error) {
-        err << error.message() << '\n';
+        err << escapedControls(error.message()) << '\n';
         return exitCodeFor(error);
     }
 }
@@ -179,6 +196,7 @@ int runChat(const CommandLine& line, QTextStream& out, QTextStream& err)
     if (!loaded.transcript)
         return loaded.exitCode;
     printTranscript(*loaded.transcript, json, out);
+    warnUndated(*loaded.transcript, err);
     return Found;
 }
 
@@ -203,6 +221,7 @@ int runChatPdf(const CommandLine& line, QTextStream& out, QTextStream& err)
     try {
         const ConversationPDF::Result result =
             ConversationPDF::build(*line.output, *loaded.transcript, loaded.sourceLabel, line.force);
+        warnUndated(*loaded.transcript, err);
         if (line.json) {
             out << QString::fromUtf8(
                 QJsonDocument(
@@ -221,7 +240,7 @@ int runChatPdf(const CommandLine& line, QTextStream& out, QTextStream& err)
             << '\n';
         return Found;
     } catch (const ConversationPDF::Error& error) {
-        err << error.message() << '\n';
+        err << escapedControls(error.message()) << '\n';
         return SomeFilesFailed;
     }
 }
@@ -291,11 +310,12 @@ int runChatExport(const CommandLine& line, QTextStream& out, QTextStream& err)
     try {
         const auto source = ConversationSource::whatsAppExport(line.arguments.front());
         transcript = source->transcript(source->listChats().constFirst());
-    } catch (const ConversationError&) {
-        err << L("Impossible de lire ce fichier.") << " (" << line.arguments.front() << ")\n";
-        return BackupUnreadable;
+    } catch (const ConversationError& error) {
+        err << escapedControls(error.message()) << '\n';
+        return exitCodeFor(error);
     }
     printTranscript(*transcript, json, out);
+    warnUndated(*transcript, err);
     return Found;
 }
 

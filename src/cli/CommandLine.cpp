@@ -155,7 +155,7 @@ void printHelp(QTextStream& out, const QString& program)
                                     {L("3 : commande mal formée")},
                                     {L("4 : sauvegarde introuvable")},
                                     {L("5 : mot de passe absent ou faux")},
-                                    {L("6 : sauvegarde illisible")},
+                                    {L("6 : sauvegarde ou fichier illisible ou introuvable")},
                                     {L("7 : des fichiers n'ont pas pu être extraits")},
                                     {L("8 : le PDF a été modifié depuis sa création")}});
 }

@@ -99,7 +99,7 @@ Opened open(const CommandLine& line, QTextStream& err)
         }
         return {std::move(reader), Found};
     } catch (const BackupReadError& error) {
-        err << error.message() << '\n';
+        err << escapedControls(error.message()) << '\n';
         return {nullptr, exitCodeFor(error)};
     }
 }
@@ -164,7 +164,7 @@ int runFiles(const CommandLine& line, QTextStream& out, QTextStream& err)
     try {
         entries = selected(*opened.reader, line);
     } catch (const BackupReadError& error) {
-        err << error.message() << '\n';
+        err << escapedControls(error.message()) << '\n';
         return exitCodeFor(error);
     }
     opened.reader->cleanup();
@@ -212,7 +212,7 @@ int runExtract(const CommandLine& line, QTextStream& out, QTextStream& err)
     try {
         entries = selected(reader, line);
     } catch (const BackupReadError& error) {
-        err << error.message() << '\n';
+        err << escapedControls(error.message()) << '\n';
         return exitCodeFor(error);
     }
     if (entries.isEmpty()) {

@@ -33,6 +33,29 @@ QString escapedControls(const QString& text, bool keepLineBreaks)
     return shown;
 }
 
+QString jsonQuoted(QStringView text)
+{
+    QString quoted;
+    quoted.reserve(text.size() + 2);
+    quoted += u'"';
+    for (const QChar c : text) {
+        switch (c.unicode()) {
+        case u'"': quoted += QStringLiteral("\\\""); break;
+        case u'\\': quoted += QStringLiteral("\\\\"); break;
+        case u'\n': quoted += QStringLiteral("\\n"); break;
+        case u'\r': quoted += QStringLiteral("\\r"); break;
+        case u'\t': quoted += QStringLiteral("\\t"); break;
+        default:
+            if (c.unicode() < 0x20 || c.unicode() == 0x7F)
+                quoted += QStringLiteral("\\u%1").arg(int(c.unicode()), 4, 16, QLatin1Char('0'));
+            else
+                quoted += c;
+        }
+    }
+    quoted += u'"';
+    return quoted;
+}
+
 void TextTable::addRow(QStringList cells)
 {
     for (QString& cell : cells)

@@ -11,6 +11,10 @@ namespace nuvrel::cli {
 /// breaks are kept when `keepLineBreaks`.
 QString escapedControls(const QString& text, bool keepLineBreaks = false);
 
+/// `text` as a JSON string, quotes included, escaped as JSON escapes: for output written piece by
+/// piece, where a whole document in memory would cost many times the data.
+QString jsonQuoted(QStringView text);
+
 /// Rows of text printed in aligned columns, two spaces apart; cells are escaped as above.
 class TextTable final
 {

@@ -58,7 +58,11 @@ TEST(ChatsCommand, ProblemsHaveTheirExitCodes)
     const QString sms = dir.filePath(QStringLiteral("sms.db"));
     writeSampleMessagesDatabase(sms);
     EXPECT_EQ(runCli({QStringLiteral("chat"), sms, QStringLiteral("99")}).exitCode, 1);
-    EXPECT_EQ(runCli({QStringLiteral("chats"), dir.filePath(QStringLiteral("missing.db"))}).exitCode, 2);
+    // A missing database is missing, not a refused access.
+    const CliRun missing = runCli({QStringLiteral("chats"), dir.filePath(QStringLiteral("missing.db")),
+                                   QStringLiteral("--lang"), QStringLiteral("fr")});
+    EXPECT_EQ(missing.exitCode, 6);
+    EXPECT_TRUE(missing.err.startsWith(QStringLiteral("Introuvable : "))) << qPrintable(missing.err);
     writeFile(dir.filePath(QStringLiteral("garbage.db")), QByteArray(4096, 'g'));
     EXPECT_EQ(runCli({QStringLiteral("chats"), dir.filePath(QStringLiteral("garbage.db"))}).exitCode, 6);
     EXPECT_EQ(runCli({QStringLiteral("chats"), sms, QStringLiteral("--source"), QStringLiteral("telegram")}).exitCode,

@@ -14,8 +14,8 @@ auto withChatDatabase(const QString& file, Body&& body)
     try {
         return withDatabase(file, std::forward<Body>(body));
     } catch (const SqlError& error) {
-        if (error.kind() == SqlError::Kind::CopyFailed)
-            throw ConversationError::noAccess(error.reason());
+        if (error.kind() == SqlError::Kind::CopyFailed && error.fileError())
+            throw ConversationError::file(*error.fileError());
         throw ConversationError::unreadable();
     }
 }

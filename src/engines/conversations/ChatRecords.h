@@ -23,7 +23,7 @@ struct MessagesChatInfo
 /// One message, ready to be rendered. It is outgoing exactly when `sender` is the owner word ownerName().
 struct ChatMessage
 {
-    QDateTime date;
+    QDateTime date; ///< invalid when unknown: text kept from a line whose date could not be read
     QString sender;
     QString text;          ///< cleaned; attachment notes included
     QList<QString> images; ///< pictures drawn with the message (export importers only)
@@ -36,6 +36,8 @@ struct ChatTranscript
 {
     QString title;
     QList<ChatMessage> messages;
+    /// Lines whose date could not be read (an export's 31/02), kept as text in the message before them.
+    qsizetype undatedLines = 0;
 
     friend bool operator==(const ChatTranscript&, const ChatTranscript&) = default;
 };

@@ -198,18 +198,22 @@ QList<Block> documentBlocks(const ChatTranscript& transcript, const QString& sou
                             const QDateTime& generated)
 {
     const QLocale locale = Localizer::locale();
-    const auto day = [&locale](const QDateTime& date) {
-        return locale.toString(date.toLocalTime().date(), QStringLiteral("dddd d MMMM yyyy"));
+    // Text kept from a line whose date could not be read has none: it says so rather than invent one.
+    const QString unknownDay = L("date inconnue");
+    const auto day = [&locale, &unknownDay](const QDateTime& date) {
+        return date.isValid() ? locale.toString(date.toLocalTime().date(), QStringLiteral("dddd d MMMM yyyy"))
+                              : unknownDay;
     };
     QList<Block> blocks;
     blocks.reserve(transcript.messages.size() + 8);
     blocks.append(paragraph(transcript.title, PdfPage::font(20, true), 10));
     const QFont info = PdfPage::font(10.5);
     blocks.append(paragraph(L("Source : ") + sourceLabel, info, 2));
-    if (!transcript.messages.isEmpty())
-        blocks.append(paragraph(L("Période : ") + day(transcript.messages.front().date) + L(" au ") +
-                                    day(transcript.messages.back().date),
-                                info, 2));
+    const auto dated = [](const ChatMessage& message) { return message.date.isValid(); };
+    const auto firstDated = std::find_if(transcript.messages.cbegin(), transcript.messages.cend(), dated);
+    const auto lastDated = std::find_if(transcript.messages.crbegin(), transcript.messages.crend(), dated);
+    if (firstDated != transcript.messages.cend())
+        blocks.append(paragraph(L("Période : ") + day(firstDated->date) + L(" au ") + day(lastDated->date), info, 2));
     blocks.append(paragraph(L("Nombre de messages : ") + QString::number(transcript.messages.size()), info, 2));
     blocks.append(paragraph(L("Document généré par Nuvrel le ") +
                                 locale.toString(generated, QStringLiteral("dddd d MMMM yyyy, HH:mm")),
@@ -236,7 +240,9 @@ QList<Block> documentBlocks(const ChatTranscript& transcript, const QString& sou
         }
         const QColor colour = colours.value(message.sender);
         const QString time =
-            locale.toString(message.date.toLocalTime().time(), QStringLiteral("HH:mm")) + QStringLiteral("  ");
+            (message.date.isValid() ? locale.toString(message.date.toLocalTime().time(), QStringLiteral("HH:mm"))
+                                    : QStringLiteral("--:--")) +
+            QStringLiteral("  ");
         Block block;
         block.font = messageFont;
         block.text = time + message.sender + QStringLiteral(" : ") + message.text;

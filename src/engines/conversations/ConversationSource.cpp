@@ -10,6 +10,8 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <cerrno>
+
 namespace nuvrel {
 
 namespace {
@@ -39,8 +41,8 @@ private:
 using MessagesDatabase = Database<MessagesReader, ConvSource::Messages>;
 using WhatsAppDatabase = Database<WhatsAppReader, ConvSource::WhatsApp>;
 
-// An export is parsed whole, once, when it is first asked for; the largest real ones are tens of
-// megabytes, and anything far beyond is no export.
+// An export is parsed once, when it is first asked for, and streamed from the file; the conversation
+// it makes stays in memory, so a file far beyond the largest real ones (tens of megabytes) is refused.
 constexpr qint64 maxExportSize = qint64(512) * 1024 * 1024;
 class WhatsAppExport final : public ConversationSource
 {
@@ -70,12 +72,14 @@ private:
     {
         if (!m_parsed) {
             QFile file;
-            if (!openRegularFile(file, m_file, {maxExportSize}))
-                throw ConversationError::noAccess(QFileInfo::exists(m_file) ? L("lecture refusée : %@", m_file)
-                                                                            : L("fichier introuvable : %@", m_file));
+            if (!openRegularFile(file, m_file, {maxExportSize})) {
+                if (errno == EFBIG)
+                    throw ConversationError::tooLarge(m_file, maxExportSize);
+                throw ConversationError::file(FileError::fromErrno(FileError::Operation::Read, errno, m_file));
+            }
             // The export's own name ("WhatsApp Chat with Ana") names a conversation that lists no sender.
             std::optional<ChatTranscript> transcript =
-                WhatsAppParser::parse(QString::fromUtf8(file.readAll()), QFileInfo(m_file).completeBaseName());
+                WhatsAppParser::parse(file, QFileInfo(m_file).completeBaseName());
             if (!transcript)
                 throw ConversationError::unreadable();
             m_parsed = std::move(transcript);

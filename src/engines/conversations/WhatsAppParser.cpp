@@ -1,16 +1,22 @@
 #include "engines/conversations/WhatsAppParser.h"
 
+#include "engines/conversations/ConversationError.h"
 #include "l10n/L.h"
 
+#include <QFileDevice>
 #include <QHash>
 #include <QRegularExpression>
 #include <QTimeZone>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
 
 namespace nuvrel {
 
 namespace {
 
-// One message line as written: the date numbers, the time, the am/pm marker and the rest.
+// The numbers of a message line as written: the date, the time and the am/pm marker.
 struct Raw
 {
     int a = 1;
@@ -19,18 +25,8 @@ struct Raw
     int h = 0;
     int mi = 0;
     int s = 0;
-    char16_t marker = 0;     ///< 'a', 'p' or 0: all the rules need of the am/pm marker
-    QStringView first;       ///< the rest of the message line
-    QList<QStringView> more; ///< continuation lines
+    char16_t marker = 0; ///< 'a', 'p' or 0: all the rules need of the am/pm marker
     bool yearFirst = false;
-
-    QString rest() const
-    {
-        QString joined = first.toString();
-        for (QStringView line : more)
-            joined += u'\n' + line;
-        return joined;
-    }
 };
 
 // Unicode-aware \s and \d, as in the ICU engine the exports were first read with: iPhone exports put
@@ -120,7 +116,6 @@ Raw fromMatch(const QRegularExpressionMatch& match, bool yearFirst)
     raw.s = number(match, 6, 0);
     const QStringView marker = match.capturedView(7);
     raw.marker = marker.isEmpty() ? char16_t(0) : marker.front().toLower().unicode();
-    raw.first = match.capturedView(8);
     return raw;
 }
 
@@ -138,53 +133,212 @@ bool isLineEnd(QChar c)
     }
 }
 
-QList<QStringView> lines(QStringView text)
+// Marks WhatsApp scatters through its exports, invisible and never part of what was written.
+bool isInvisibleMark(QChar c)
 {
-    QList<QStringView> result;
-    qsizetype start = 0;
-    for (qsizetype i = 0; i < text.size(); ++i) {
-        if (!isLineEnd(text[i]))
-            continue;
-        result.append(text.sliced(start, i - start));
-        if (text[i] == u'\r' && i + 1 < text.size() && text[i + 1] == u'\n')
-            ++i;
-        start = i + 1;
-    }
-    result.append(text.sliced(start));
-    return result;
+    return c == QChar(0x200E) || c == QChar(0x200F) || c == QChar(0xFEFF);
 }
 
-// Lines that match start a message; the others continue the one before (dropped before the first).
-QList<Raw> records(const QList<QStringView>& allLines, bool loose)
+// Cuts text fed in pieces into lines, whatever the pieces' boundaries (a CR LF may be split between two
+// reads), and hands each line on without the invisible marks.
+class LineSplitter
 {
-    QList<Raw> found;
-    for (QStringView line : allLines) {
-        std::optional<Raw> raw;
-        // Only a line opening with "[" can be an iPhone line and only one opening with a digit an Android
-        // line, so at most one pattern is tried; most continuation lines try none.
-        const QChar lead = line.isEmpty() ? QChar() : line.front();
-        if (!loose) {
-            const QRegularExpression* pattern = lead == u'['     ? &iphoneLine()
-                                                : lead.isDigit() ? &androidLine()
-                                                                 : nullptr;
-            if (pattern) {
-                if (const QRegularExpressionMatch m = pattern->match(line); m.hasMatch())
-                    raw = fromMatch(m, false);
+public:
+    template <typename Sink>
+    bool feed(QStringView text, Sink&& sink)
+    {
+        qsizetype start = 0;
+        for (qsizetype i = 0; i < text.size(); ++i) {
+            const QChar c = text[i];
+            if (std::exchange(m_afterCarriageReturn, false) && c == u'\n') {
+                start = i + 1;
+                continue;
             }
-        } else {
-            for (const Loose& candidate : looseLines()) {
-                if (const QRegularExpressionMatch m = candidate.pattern.match(line); m.hasMatch()) {
-                    raw = fromMatch(m, candidate.yearFirst);
-                    break;
-                }
-            }
+            if (!isLineEnd(c))
+                continue;
+            if (!hand(text.sliced(start, i - start), sink))
+                return false;
+            m_afterCarriageReturn = c == u'\r';
+            start = i + 1;
         }
-        if (raw)
-            found.append(std::move(*raw));
-        else if (!found.isEmpty())
-            found.last().more.append(line);
+        m_carry += text.sliced(start);
+        return true;
     }
-    return found;
+
+    /// The last line, which no line end closes.
+    template <typename Sink>
+    void finish(Sink&& sink)
+    {
+        const QString last = std::exchange(m_carry, QString());
+        hand(last, sink);
+    }
+
+private:
+    template <typename Sink>
+    bool hand(QStringView piece, Sink& sink)
+    {
+        if (!m_carry.isEmpty()) {
+            m_carry += piece;
+            const QString line = std::exchange(m_carry, QString());
+            return handClean(line, sink);
+        }
+        return handClean(piece, sink);
+    }
+
+    template <typename Sink>
+    bool handClean(QStringView line, Sink& sink)
+    {
+        if (std::none_of(line.begin(), line.end(), isInvisibleMark))
+            return sink(line);
+        QString clean;
+        clean.reserve(line.size());
+        for (QChar c : line) {
+            if (!isInvisibleMark(c))
+                clean += c;
+        }
+        return sink(QStringView(clean));
+    }
+
+    QString m_carry;
+    bool m_afterCarriageReturn = false;
+};
+
+// Every line of a text, in order; `sink` returns false to stop.
+template <typename Sink>
+void forEachLine(QStringView text, Sink&& sink)
+{
+    LineSplitter splitter;
+    if (splitter.feed(text, sink))
+        splitter.finish(sink);
+}
+
+// How many bytes at the end of `bytes` start a UTF-8 sequence that only the next piece completes.
+qsizetype incompleteTail(QByteArrayView bytes)
+{
+    for (qsizetype back = 1; back <= std::min<qsizetype>(3, bytes.size()); ++back) {
+        const auto c = static_cast<unsigned char>(bytes[bytes.size() - back]);
+        if ((c & 0xC0) == 0x80)
+            continue; // a continuation byte: its lead is further back
+        const qsizetype length = c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : c >= 0xC0 ? 2 : 1;
+        return length > back ? back : 0;
+    }
+    return 0;
+}
+
+// Every line of a UTF-8 file read in pieces from its start, so that the file never sits whole in
+// memory; false when the device fails to read. Pieces are cut before a lead byte, where decoding
+// starts afresh, so that the text is the one QString::fromUtf8 makes of the whole file.
+template <typename Sink>
+bool forEachLine(QIODevice& device, Sink&& sink)
+{
+    if (!device.seek(0))
+        return false;
+    LineSplitter splitter;
+    constexpr qsizetype pieceSize = 1 << 20;
+    QByteArray bytes;
+    while (true) {
+        const qsizetype kept = bytes.size();
+        bytes.resize(kept + pieceSize);
+        const qint64 read = device.read(bytes.data() + kept, pieceSize);
+        if (read < 0)
+            return false;
+        bytes.resize(kept + read);
+        if (read == 0)
+            break;
+        const qsizetype whole = bytes.size() - incompleteTail(bytes);
+        if (!splitter.feed(QString::fromUtf8(QByteArrayView(bytes).first(whole)), sink))
+            return true;
+        bytes.remove(0, whole);
+    }
+    if (!bytes.isEmpty() && !splitter.feed(QString::fromUtf8(bytes), sink))
+        return true;
+    splitter.finish(sink);
+    return true;
+}
+
+// What a line that opens a message says before its text.
+struct Stamp
+{
+    Raw raw;
+    qsizetype bodyStart = 0;
+};
+
+std::optional<Stamp> stampOf(QStringView line, bool loose)
+{
+    // Only a line opening with "[" can be an iPhone line and only one opening with a digit an Android
+    // line, so at most one pattern is tried; most continuation lines try none.
+    if (!loose) {
+        const QChar lead = line.isEmpty() ? QChar() : line.front();
+        const QRegularExpression* pattern = lead == u'[' ? &iphoneLine() : lead.isDigit() ? &androidLine() : nullptr;
+        if (pattern) {
+            if (const QRegularExpressionMatch m = pattern->match(line); m.hasMatch())
+                return Stamp{fromMatch(m, false), m.capturedStart(8)};
+        }
+        return std::nullopt;
+    }
+    for (const Loose& candidate : looseLines()) {
+        if (const QRegularExpressionMatch m = candidate.pattern.match(line); m.hasMatch())
+            return Stamp{fromMatch(m, candidate.yearFirst), m.capturedStart(8)};
+    }
+    return std::nullopt;
+}
+
+// The first two numbers of a line that may open a message, read without the patterns: a line whose
+// numbers are both 12 or less cannot tell the order of day and month, and is not worth matching.
+std::optional<std::pair<int, int>> leadingNumbers(QStringView line)
+{
+    qsizetype i = !line.isEmpty() && line.front() == u'[' ? 1 : 0;
+    const auto digits = [&]() -> std::optional<int> {
+        int value = 0;
+        int count = 0;
+        while (i < line.size() && count < 2 && line[i].isDigit()) {
+            value = value * 10 + line[i].digitValue();
+            ++i;
+            ++count;
+        }
+        return count > 0 ? std::optional<int>(value) : std::nullopt;
+    };
+    const std::optional<int> a = digits();
+    if (!a || i >= line.size() || (line[i] != u'/' && line[i] != u'.'))
+        return std::nullopt;
+    ++i;
+    const std::optional<int> b = digits();
+    if (!b)
+        return std::nullopt;
+    return std::pair(*a, *b);
+}
+
+// What a first reading finds out about a file: whether its lines follow the usual layouts, and how
+// many of them can only be day-first or only month-first.
+struct Survey
+{
+    bool found = false;
+    qsizetype dayOver12 = 0;
+    qsizetype secondOver12 = 0;
+
+    /// The order of day and month is one decision for the whole file, the one most lines need; lines
+    /// in the other order are kept as text.
+    bool dayFirst() const { return dayOver12 >= secondOver12; }
+};
+
+template <typename Lines>
+Survey survey(Lines&& forEach, bool loose)
+{
+    Survey result;
+    forEach([&](QStringView line) {
+        if (!loose) {
+            const std::optional<std::pair<int, int>> numbers = leadingNumbers(line);
+            if (!numbers || (result.found && numbers->first <= 12 && numbers->second <= 12))
+                return true;
+        }
+        if (const std::optional<Stamp> stamp = stampOf(line, loose)) {
+            result.found = true;
+            result.dayOver12 += stamp->raw.a > 12;
+            result.secondOver12 += stamp->raw.b > 12;
+        }
+        return true;
+    });
+    return result;
 }
 
 // Local wall-clock times to instants in the system's time zone. Asking the zone for every message
@@ -214,63 +368,177 @@ private:
     QHash<qint64, std::optional<int>> m_offsets;
 };
 
+// The wall-clock time a stamp stands for, or nothing when it names no real date or time.
+std::optional<QDateTime> dateOf(const Raw& raw, bool dayFirst, LocalClock& clock)
+{
+    const bool monthFirst = raw.yearFirst || !dayFirst;
+    const int day = monthFirst ? raw.b : raw.a;
+    const int month = monthFirst ? raw.a : raw.b;
+    const int year = raw.y <= 99 ? raw.y + 2000 : raw.y;
+    int hour = raw.h;
+    if (raw.marker == u'p' && hour < 12)
+        hour += 12;
+    else if (raw.marker == u'a' && hour == 12)
+        hour = 0;
+    const QDate date(year, month, day);
+    const QTime time(hour, raw.mi, raw.s);
+    if (!date.isValid() || !time.isValid())
+        return std::nullopt;
+    return clock.at(date, time);
+}
+
+// Builds the conversation message by message as the lines come.
+class Builder
+{
+public:
+    Builder(bool dayFirst, bool loose)
+        : m_dayFirst(dayFirst)
+        , m_loose(loose)
+    {}
+
+    bool line(QStringView line)
+    {
+        if (std::optional<Stamp> stamp = stampOf(line, m_loose)) {
+            close();
+            m_stamp = stamp->raw;
+            m_header = line.first(stamp->bodyStart).toString();
+            m_body = line.sliced(stamp->bodyStart).toString();
+        } else if (m_stamp || !line.trimmed().isEmpty() || !m_body.isEmpty()) {
+            // Text before the first message is kept too, as a message of unknown time.
+            if (m_stamp || !m_body.isEmpty())
+                m_body += u'\n';
+            m_body += line;
+        }
+        return true;
+    }
+
+    std::optional<ChatTranscript> finish(const QString& fallbackTitle)
+    {
+        close();
+        if (m_transcript.messages.isEmpty())
+            return std::nullopt;
+        const QString name =
+            !m_senders.isEmpty() && m_senders.size() <= 3 ? m_senders.join(QStringLiteral(" / ")) : fallbackTitle;
+        m_transcript.title = L("WhatsApp : ") + name;
+        return std::move(m_transcript);
+    }
+
+private:
+    void close()
+    {
+        if (!m_stamp && m_body.isEmpty())
+            return;
+        const std::optional<QDateTime> date = m_stamp ? dateOf(*m_stamp, m_dayFirst, m_clock) : std::nullopt;
+        if (date)
+            addDated(*date);
+        else
+            keepUndated();
+        m_stamp.reset();
+        m_header.clear();
+        m_body.clear();
+    }
+
+    void addDated(const QDateTime& date)
+    {
+        ChatMessage message;
+        message.date = date;
+        const qsizetype colon = m_body.indexOf(QStringLiteral(": "));
+        if (colon >= 0 && colon <= 60 && !QStringView(m_body).first(colon).contains(u'\n')) {
+            message.sender = sender(QStringView(m_body).first(colon));
+            message.text = trimmedText(QStringView(m_body).sliced(colon + 2));
+        } else {
+            message.sender = m_system;
+            message.text = trimmedText(m_body);
+        }
+        m_transcript.messages.append(std::move(message));
+    }
+
+    // A line whose date cannot be (31/02, or day and month in the minority's order) is kept whole, as
+    // written, in the message before it; nothing anyone wrote may vanish.
+    void keepUndated()
+    {
+        ++m_transcript.undatedLines;
+        const QString whole = trimmedText(QString(m_header + m_body));
+        if (!m_transcript.messages.isEmpty()) {
+            QString& text = m_transcript.messages.last().text;
+            text += text.isEmpty() ? whole : u'\n' + whole;
+            return;
+        }
+        m_transcript.messages.append(ChatMessage{QDateTime(), m_system, whole, {}});
+    }
+
+    // One shared copy of each name, however many messages it signs.
+    QString sender(QStringView name)
+    {
+        const QString key = name.toString();
+        auto found = m_senderNames.constFind(key);
+        if (found == m_senderNames.cend()) {
+            found = m_senderNames.insert(key, key);
+            if (key != m_system)
+                m_senders.append(key);
+        }
+        return found.value();
+    }
+
+    const bool m_dayFirst;
+    const bool m_loose;
+    const QString m_system = L("Système");
+    LocalClock m_clock;
+    ChatTranscript m_transcript;
+    QHash<QString, QString> m_senderNames;
+    QStringList m_senders; ///< in order of appearance
+    std::optional<Raw> m_stamp;
+    QString m_header;
+    QString m_body;
+};
+
+// Reads the lines twice: once to learn the file's layout and order, then to build the conversation.
+QString fileName(const QIODevice& device)
+{
+    const auto* file = qobject_cast<const QFileDevice*>(&device);
+    return file ? file->fileName() : QString();
+}
+
+template <typename Lines>
+std::optional<ChatTranscript> parseLines(Lines&& forEach, const QString& fallbackTitle)
+{
+    bool loose = false;
+    Survey found = survey(forEach, false);
+    if (!found.found) {
+        loose = true;
+        found = survey(forEach, true);
+        if (!found.found)
+            return std::nullopt;
+    }
+    Builder builder(found.dayFirst(), loose);
+    if (!forEach([&builder](QStringView line) { return builder.line(line); }))
+        return std::nullopt;
+    return builder.finish(fallbackTitle);
+}
+
 } // namespace
 
 std::optional<ChatTranscript> WhatsAppParser::parse(QStringView text, const QString& fallbackTitle)
 {
-    QString cleaned = text.toString();
-    cleaned.remove(QChar(0x200E)).remove(QChar(0x200F)).remove(QChar(0xFEFF));
-    const QList<QStringView> allLines = lines(cleaned);
-    QList<Raw> raws = records(allLines, false);
-    if (raws.isEmpty())
-        raws = records(allLines, true);
+    return parseLines(
+        [text](auto&& sink) {
+            forEachLine(text, sink);
+            return true;
+        },
+        fallbackTitle);
+}
 
-    // The order of day and month is one decision for the whole file.
-    bool dayFirst = true;
-    if (!std::any_of(raws.cbegin(), raws.cend(), [](const Raw& r) { return r.a > 12; }) &&
-        std::any_of(raws.cbegin(), raws.cend(), [](const Raw& r) { return r.b > 12; }))
-        dayFirst = false;
-
-    const QString system = L("Système");
-    LocalClock clock;
-    ChatTranscript transcript;
-    QStringList senders;
-    for (const Raw& raw : std::as_const(raws)) {
-        const bool monthFirst = raw.yearFirst || !dayFirst;
-        const int day = monthFirst ? raw.b : raw.a;
-        const int month = monthFirst ? raw.a : raw.b;
-        const int year = raw.y <= 99 ? raw.y + 2000 : raw.y;
-        int hour = raw.h;
-        if (raw.marker == u'p' && hour < 12)
-            hour += 12;
-        else if (raw.marker == u'a' && hour == 12)
-            hour = 0;
-        const QDate date(year, month, day);
-        const QTime time(hour, raw.mi, raw.s);
-        if (!date.isValid() || !time.isValid())
-            continue;
-
-        ChatMessage message;
-        message.date = clock.at(date, time);
-        const QString rest = raw.rest();
-        const qsizetype colon = rest.indexOf(QStringLiteral(": "));
-        if (colon >= 0 && colon <= 60 && !QStringView(rest).first(colon).contains(u'\n')) {
-            message.sender = rest.first(colon);
-            message.text = trimmedText(QStringView(rest).sliced(colon + 2));
-            if (!senders.contains(message.sender))
-                senders.append(message.sender);
-        } else {
-            message.sender = system;
-            message.text = trimmedText(rest);
-        }
-        transcript.messages.append(std::move(message));
-    }
-    if (transcript.messages.isEmpty())
-        return std::nullopt;
-    senders.removeAll(system);
-    const QString name =
-        !senders.isEmpty() && senders.size() <= 3 ? senders.join(QStringLiteral(" / ")) : fallbackTitle;
-    transcript.title = L("WhatsApp : ") + name;
+std::optional<ChatTranscript> WhatsAppParser::parse(QIODevice& file, const QString& fallbackTitle)
+{
+    bool readFailed = false;
+    std::optional<ChatTranscript> transcript = parseLines(
+        [&file, &readFailed](auto&& sink) {
+            readFailed = !forEachLine(file, sink);
+            return !readFailed;
+        },
+        fallbackTitle);
+    if (readFailed)
+        throw ConversationError::file(FileError::fromErrno(FileError::Operation::Read, errno, fileName(file)));
     return transcript;
 }
 

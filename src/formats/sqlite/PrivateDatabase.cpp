@@ -2,7 +2,6 @@
 
 #include "formats/sqlite/SqlError.h"
 #include "ground/RegularFile.h"
-#include "l10n/L.h"
 
 #include <QDir>
 #include <QFile>
@@ -11,38 +10,36 @@
 
 #include <sqlite3.h>
 
+#include <cerrno>
+
 namespace nuvrel {
 
 namespace {
 
-// Why a copy failed, in the user's language; Qt's own copy messages are English and too technical.
-QString copyFailure(const QString& source)
-{
-    const QFileInfo info(source);
-    if (!info.exists())
-        return L("fichier introuvable : %@", source);
-    if (!info.isReadable())
-        return L("lecture refusée : %@", source);
-    return L("copie impossible : %@", source);
-}
-
 // Copies a regular file only: a FIFO or a device in place of a database would block or never end.
-bool copyRegularFile(const QString& source, const QString& target)
+// Returns which side failed and why.
+std::optional<FileError> copyRegularFile(const QString& source, const QString& target)
 {
+    using Op = FileError::Operation;
     QFile input;
+    if (!openRegularFile(input, source))
+        return FileError::fromErrno(Op::Read, errno, source);
     QFile output(target);
-    if (!openRegularFile(input, source) || !output.open(QIODevice::WriteOnly | QIODevice::NewOnly))
-        return false;
+    if (!output.open(QIODevice::WriteOnly | QIODevice::NewOnly))
+        return FileError::fromErrno(Op::Write, errno, target);
     QByteArray buffer(1 << 20, Qt::Uninitialized);
     while (true) {
         const qint64 read = input.read(buffer.data(), buffer.size());
         if (read < 0)
-            return false;
+            return FileError::fromErrno(Op::Read, errno, source);
         if (read == 0)
-            return output.flush();
+            break;
         if (output.write(buffer.constData(), read) != read)
-            return false;
+            return FileError::fromErrno(Op::Write, errno, target);
     }
+    if (!output.flush())
+        return FileError::fromErrno(Op::Write, errno, target);
+    return std::nullopt;
 }
 
 } // namespace
@@ -52,7 +49,7 @@ PrivateDatabase::PrivateDatabase(const QString& file)
     m_folder = QDir(QDir::tempPath())
                    .filePath(QStringLiteral("Nuvrel-chatdb-") + QUuid::createUuid().toString(QUuid::WithoutBraces));
     if (!QDir().mkpath(m_folder))
-        throw SqlError::copyFailed(L("copie impossible : %@", m_folder));
+        throw SqlError::copyFailed(FileError::fromErrno(FileError::Operation::Write, errno, m_folder));
     QFile::setPermissions(m_folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
 
     const QString copy = QDir(m_folder).filePath(QStringLiteral("chat.db"));
@@ -61,10 +58,9 @@ PrivateDatabase::PrivateDatabase(const QString& file)
         const QString source = file + QLatin1StringView(suffix);
         if (*suffix && !QFileInfo::exists(source))
             continue;
-        if (!copyRegularFile(source, copy + QLatin1StringView(suffix))) {
-            const QString reason = copyFailure(source);
+        if (std::optional<FileError> failure = copyRegularFile(source, copy + QLatin1StringView(suffix))) {
             removeFolder();
-            throw SqlError::copyFailed(reason);
+            throw SqlError::copyFailed(std::move(*failure));
         }
     }
     // Read-write, so that SQLite may replay the log into the copy.

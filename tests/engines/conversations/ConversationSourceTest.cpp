@@ -66,12 +66,14 @@ TEST(ConversationSource, EverySourceListsAndReadsThroughOneInterface)
     other.id = 2;
     EXPECT_THROW(exportSource->transcript(other), ConversationError);
 
-    // A missing export is no access, with our own reason; garbage is unreadable.
+    // A missing export says so, without sending the user to the privacy settings; garbage is unreadable.
     try {
         ConversationSource::whatsAppExport(folder.filePath(QStringLiteral("nowhere.txt")))->listChats();
         FAIL();
     } catch (const ConversationError& error) {
-        EXPECT_EQ(error.kind(), ConversationError::Kind::NoAccess);
+        EXPECT_EQ(error.kind(), ConversationError::Kind::File);
+        ASSERT_TRUE(error.fileError());
+        EXPECT_EQ(error.fileError()->kind(), SystemErrorKind::Missing);
     }
     write(folder.filePath(QStringLiteral("noise.txt")), QByteArray(4096, '\x01'));
     EXPECT_THROW(ConversationSource::whatsAppExport(folder.filePath(QStringLiteral("noise.txt")))->listChats(),

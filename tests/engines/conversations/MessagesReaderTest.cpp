@@ -261,8 +261,17 @@ TEST_F(MessagesTest, FailuresAreTypedAndTheSourceAndTempFolderStayClean)
     const std::optional<ConversationError> missing =
         errorOf([&] { MessagesReader::listChats(m_dir.filePath(QStringLiteral("none.db"))); });
     ASSERT_TRUE(missing);
-    EXPECT_EQ(missing->kind(), ConversationError::Kind::NoAccess);
-    EXPECT_TRUE(missing->message().endsWith(QStringLiteral("none.db)"))) << qPrintable(missing->message());
+    // Missing is missing: only a refused read sends the user to the privacy settings.
+    EXPECT_EQ(missing->kind(), ConversationError::Kind::File);
+    EXPECT_TRUE(missing->message().endsWith(QStringLiteral("none.db"))) << qPrintable(missing->message());
+    EXPECT_EQ(ConversationError::file(
+                  FileError(FileError::Operation::Read, SystemErrorKind::NoPermission, QStringLiteral("/x/chat.db")))
+                  .kind(),
+              ConversationError::Kind::NoAccess);
+    EXPECT_EQ(ConversationError::file(
+                  FileError(FileError::Operation::Write, SystemErrorKind::NoSpace, QStringLiteral("/tmp/chat.db")))
+                  .kind(),
+              ConversationError::Kind::File);
 
     const QString garbage = m_dir.filePath(QStringLiteral("garbage.db"));
     QFile file(garbage);

@@ -1,6 +1,9 @@
 #include "engines/conversations/WhatsAppParser.h"
 
+#include "engines/conversations/ConversationError.h"
 #include "l10n/LanguageStore.h"
+
+#include <QBuffer>
 
 #include <QTimeZone>
 
@@ -115,8 +118,89 @@ TEST_F(WhatsAppParserTest, NothingReadableGivesNothing)
 {
     EXPECT_FALSE(WhatsAppParser::parse(QStringLiteral("just some text\nwithout dates"), QStringLiteral("x")));
     EXPECT_FALSE(WhatsAppParser::parse(QString(), QStringLiteral("x")));
-    EXPECT_FALSE(WhatsAppParser::parse(QStringLiteral("31/02/2024, 10:00 - A: impossible date"), QStringLiteral("x")));
-    EXPECT_FALSE(WhatsAppParser::parse(QStringLiteral("1/1/2024, 25:00 - A: impossible hour"), QStringLiteral("x")));
+}
+
+TEST_F(WhatsAppParserTest, LinesWithoutAReadableDateAreKeptAsTextAndCounted)
+{
+    // A day-first file: 31/02 cannot be, 25:00 neither, and "03/25/2024" is in the minority's order.
+    const ChatTranscript t = parse(QStringLiteral("14/02/2024, 09:00 - Ana: avant\n"
+                                                  "31/02/2024, 10:00 - Bo: date impossible\n"
+                                                  "suite de Bo\n"
+                                                  "15/02/2024, 25:00 - Bo: heure impossible\n"
+                                                  "03/25/2024, 11:00 - Bo: dans l'autre ordre\n"
+                                                  "16/02/2024, 12:00 - Ana: après"));
+    ASSERT_EQ(t.messages.size(), 2);
+    EXPECT_EQ(t.undatedLines, 3);
+    EXPECT_EQ(t.messages[0].text, QStringLiteral("avant\n31/02/2024, 10:00 - Bo: date impossible\nsuite de Bo\n"
+                                                 "15/02/2024, 25:00 - Bo: heure impossible\n"
+                                                 "03/25/2024, 11:00 - Bo: dans l'autre ordre"));
+    EXPECT_EQ(t.messages[1].date, local(2024, 2, 16, 12, 0));
+
+    // The majority decides the order: one day-first line among month-first ones is the odd one out.
+    const ChatTranscript monthFirst = parse(QStringLiteral("[02/13/24, 9:00:00 AM] A: un\n"
+                                                           "[02/14/24, 9:00:00 AM] A: deux\n"
+                                                           "[15/02/24, 9:00:00 AM] A: trois\n"
+                                                           "[02/16/24, 9:00:00 AM] A: quatre"));
+    ASSERT_EQ(monthFirst.messages.size(), 3);
+    EXPECT_EQ(monthFirst.undatedLines, 1);
+    EXPECT_EQ(monthFirst.messages[1].date, local(2024, 2, 14, 9, 0));
+    EXPECT_TRUE(monthFirst.messages[1].text.endsWith(QStringLiteral("\n[15/02/24, 9:00:00 AM] A: trois")));
+
+    // With no message before it, such a line is a message of its own, of unknown time; so is text that
+    // comes before the first message.
+    const ChatTranscript first = parse(QStringLiteral("en-tête perdu\n31/02/2024, 10:00 - A: impossible"));
+    ASSERT_EQ(first.messages.size(), 1);
+    EXPECT_FALSE(first.messages[0].date.isValid());
+    EXPECT_EQ(first.messages[0].text, QStringLiteral("en-tête perdu\n31/02/2024, 10:00 - A: impossible"));
+    EXPECT_EQ(first.undatedLines, 2);
+    EXPECT_EQ(parse(QStringLiteral("14/02/2024, 09:00 - Ana: ok")).undatedLines, 0);
+}
+
+// A device that gives at most a few bytes per read, as a pipe or a slow disk may.
+class Trickle final : public QBuffer
+{
+public:
+    explicit Trickle(QByteArray data, qint64 step)
+        : m_step(step)
+    {
+        setData(std::move(data));
+        open(QIODevice::ReadOnly);
+    }
+
+protected:
+    qint64 readData(char* data, qint64 maxSize) override { return QBuffer::readData(data, std::min(maxSize, m_step)); }
+
+private:
+    qint64 m_step;
+};
+
+TEST_F(WhatsAppParserTest, AFileReadInPiecesGivesWhatItsWholeTextGives)
+{
+    // Pieces cut inside CR LF, inside a four-byte character, inside a broken sequence and a mark.
+    const QByteArray bytes =
+        QByteArrayLiteral("\xEF\xBB\xBF[22/11/2026, 8:15:02\xE2\x80\xAFPM] Ana: \xF0\x9F\x98\x80\r\n"
+                          "suite \xE2\x82 cassée \xC3\r\n"
+                          "\xE2\x80\x8E[22/11/2026, 8:16:10\xE2\x80\xAFPM] Bo: \xFF\x80 fin\r");
+    const std::optional<ChatTranscript> whole = WhatsAppParser::parse(QString::fromUtf8(bytes), QStringLiteral("x"));
+    ASSERT_TRUE(whole);
+    ASSERT_EQ(whole->messages.size(), 2);
+    for (qint64 step : {1, 2, 3, 5, 7, 1 << 20}) {
+        Trickle device(bytes, step);
+        EXPECT_EQ(WhatsAppParser::parse(device, QStringLiteral("x")), whole) << step;
+    }
+
+    // A read that fails half-way is an error, not a shorter conversation.
+    class Failing final : public QBuffer
+    {
+    protected:
+        qint64 readData(char* data, qint64 maxSize) override
+        {
+            return pos() >= 10 ? -1 : QBuffer::readData(data, std::min<qint64>(maxSize, 10));
+        }
+    } failing;
+    failing.setData(bytes);
+    failing.open(QIODevice::ReadOnly);
+    EXPECT_THROW(WhatsAppParser::parse(failing, QStringLiteral("x")), ConversationError);
 }
 
 TEST_F(WhatsAppParserTest, LocalTimesAcrossDaylightSavingSwitches)
