@@ -36,15 +36,16 @@ cmake --build --preset asan -j "$jobs"
 step "Fuzzing the parsers of untrusted data"
 cmake --preset fuzz -DNUVREL_WERROR=ON >/dev/null
 cmake --build --preset fuzz -j "$jobs" --target fuzz_bplist fuzz_keybag fuzz_mbdb fuzz_attributedbody \
-  fuzz_whatsapp_export nuvrel-make-samples
+  fuzz_whatsapp_export fuzz_pdf_layout nuvrel-make-samples
 corpus=build/fuzz/corpus
 build/fuzz/tools/samples/nuvrel-make-samples --fuzz-seeds "$corpus" >/dev/null
 for target in bplist:${fuzz_seconds} keybag:$((fuzz_seconds / 2)) mbdb:$((fuzz_seconds / 2)) \
-              attributedbody:$((fuzz_seconds / 2)) whatsapp_export:$((fuzz_seconds / 2)); do
+              attributedbody:$((fuzz_seconds / 2)) whatsapp_export:$((fuzz_seconds / 2)) \
+              pdf_layout:$((fuzz_seconds / 2)); do
   name=${target%%:*}
   seconds=${target#*:}
   mkdir -p "$corpus/$name"
-  if ! (cd build/fuzz && tests/fuzz/fuzz_$name -max_total_time="$seconds" -max_len=8192 -timeout=10 \
+  if ! (cd build/fuzz && LSAN_OPTIONS=suppressions=$PWD/../../tests/fuzz/lsan.supp tests/fuzz/fuzz_$name -max_total_time="$seconds" -max_len=8192 -timeout=10 \
         -print_final_stats=1 "corpus/$name" >"fuzz-$name.log" 2>&1); then
     tail -n 60 "build/fuzz/fuzz-$name.log"
     echo "fuzz_$name: FAILED (crash or sanitizer report above; the input is in build/fuzz)"

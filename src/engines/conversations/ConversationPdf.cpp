@@ -6,6 +6,7 @@
 #include "ground/SystemError.h"
 #include "l10n/L.h"
 
+#include <QBuffer>
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
@@ -89,6 +90,55 @@ std::optional<Block> picture(const QString& path)
     return block;
 }
 
+// A stretch of a paragraph laid out at once, and how it wraps.
+struct Piece
+{
+    qsizetype end = 0;
+    bool anywhere = false; ///< a run without a space, longer than a line: wrapped anywhere
+};
+
+constexpr qsizetype pieceSize = 4096; // characters: a few dozen lines
+constexpr qsizetype longRun = 200;    // no line holds this many characters without a space
+
+// The piece of `text` that starts at `start`: a run without a space longer than a line is one of its
+// own; other text is cut before such a run, and at `pieceSize`.
+Piece nextPiece(QStringView text, qsizetype start)
+{
+    const qsizetype limit = std::min(text.size(), start + pieceSize);
+    const auto cut = [&text](qsizetype end) {
+        // Never between the two halves of a character outside the basic plane.
+        return end < text.size() && end > 0 && text[end - 1].isHighSurrogate() ? end - 1 : end;
+    };
+    qsizetype run = 0;
+    while (start + run < limit && !text[start + run].isSpace())
+        ++run;
+    if (run >= longRun)
+        return {std::max(start + 1, cut(start + run)), true};
+    qsizetype runStart = start;
+    for (qsizetype i = start; i < limit; ++i) {
+        if (text[i].isSpace()) {
+            runStart = i + 1;
+        } else if (i + 1 - runStart >= longRun) {
+            return {runStart, false};
+        }
+    }
+    return {std::max(start + 1, cut(limit)), false};
+}
+
+// The format ranges of a block that fall within [start, end), counted from `start`.
+QList<QTextLayout::FormatRange> formatsWithin(const QList<QTextLayout::FormatRange>& formats, qsizetype start,
+                                              qsizetype end)
+{
+    QList<QTextLayout::FormatRange> within;
+    for (const QTextLayout::FormatRange& format : formats) {
+        const qsizetype from = std::max<qsizetype>(format.start, start);
+        const qsizetype to = std::min<qsizetype>(qsizetype(format.start) + format.length, end);
+        if (from < to)
+            within.append({static_cast<int>(from - start), static_cast<int>(to - from), format.format});
+    }
+    return within;
+}
+
 // Lays the blocks out page after page; with a painter, draws them too. Returns the number of pages.
 class Paginator
 {
@@ -134,21 +184,54 @@ private:
         return true;
     }
 
+    // Laid out piece by piece: one layout of a whole 50 MB message would hold it all shaped at once, and
+    // word wrapping takes time in the square of a word's length. A piece ends where its last line
+    // starts, so that the next one goes on wrapping the text as if it had never been cut.
     void layOutText(const Block& block)
     {
-        QTextLayout layout(block.text, block.font, m_device);
+        const QStringView text(block.text);
+        qsizetype start = 0;
+        bool afterRun = false;
+        do {
+            // After a run wrapped on its own, the space that ended it would open the next line.
+            if (afterRun)
+                while (start < text.size() && text[start].isSpace() && text[start] != QChar::LineSeparator)
+                    ++start;
+            const Piece piece = nextPiece(text, start);
+            const std::optional<qsizetype> resume = layOutPiece(block, start, piece);
+            if (!resume)
+                return; // no page left
+            afterRun = piece.anywhere && *resume == piece.end;
+            start = *resume;
+        } while (start < text.size());
+    }
+
+    // Lays out text[start, piece.end); returns where the next piece starts, or nothing when the pages
+    // ran out.
+    std::optional<qsizetype> layOutPiece(const Block& block, qsizetype start, const Piece& piece)
+    {
+        QTextLayout layout(block.text.sliced(start, piece.end - start), block.font, m_device);
         QTextOption option(block.alignment);
-        option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+        option.setWrapMode(piece.anywhere ? QTextOption::WrapAnywhere : QTextOption::WrapAtWordBoundaryOrAnywhere);
         layout.setTextOption(option);
-        layout.setFormats(block.formats);
+        layout.setFormats(formatsWithin(block.formats, start, piece.end));
         layout.beginLayout();
         QList<std::pair<QTextLine, QPointF>> placed;
+        std::optional<qsizetype> resume = piece.end;
         for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
             line.setLineWidth(textWidth);
+            // The last line of a cut piece is laid out again, whole, at the start of the next.
+            if (piece.end < block.text.size() && line.textStart() > 0 &&
+                line.textStart() + line.textLength() >= piece.end - start) {
+                resume = start + line.textStart();
+                break;
+            }
             if (m_y > 0 && m_y + line.height() > textHeight) {
                 flush(placed);
-                if (!nextPage())
+                if (!nextPage()) {
+                    resume.reset();
                     break;
+                }
             }
             line.setPosition(QPointF(0, 0));
             placed.append({line, QPointF(margin, margin + m_y)});
@@ -156,6 +239,7 @@ private:
         }
         layout.endLayout();
         flush(placed);
+        return resume;
     }
 
     void flush(QList<std::pair<QTextLine, QPointF>>& placed)
@@ -193,6 +277,14 @@ private:
     int m_page = 0;
     qreal m_y = 0;
 };
+
+// CR LF, CR and LF as the one line break a text layout knows.
+QString withLineSeparators(QString text)
+{
+    return text.replace(QStringLiteral("\r\n"), QString(QChar::LineSeparator))
+        .replace(u'\r', QChar::LineSeparator)
+        .replace(u'\n', QChar::LineSeparator);
+}
 
 QList<Block> documentBlocks(const ChatTranscript& transcript, const QString& sourceLabel, const QString& fingerprint,
                             const QDateTime& generated)
@@ -245,7 +337,8 @@ QList<Block> documentBlocks(const ChatTranscript& transcript, const QString& sou
             QStringLiteral("  ");
         Block block;
         block.font = messageFont;
-        block.text = time + message.sender + QStringLiteral(" : ") + message.text;
+        // A line break of the message is one in the PDF too (a layout takes U+2028 for it, not a line feed).
+        block.text = time + message.sender + QStringLiteral(" : ") + withLineSeparators(message.text);
         block.formats = {range(0, time.size(), secondary), range(time.size(), message.sender.size(), colour),
                          range(time.size() + message.sender.size(), block.text.size(), Qt::black)};
         block.after = 5;
@@ -288,6 +381,16 @@ QHash<QString, QColor> ConversationPDF::senderColours(const ChatTranscript& tran
             colours.insert(message.sender, palette[colours.size() % std::size(palette)]);
     }
     return colours;
+}
+
+int ConversationPDF::pageCount(const ChatTranscript& transcript, const QString& sourceLabel)
+{
+    QBuffer nowhere;
+    nowhere.open(QIODevice::WriteOnly);
+    const std::unique_ptr<QPdfWriter> writer = PdfPage::writer(&nowhere, transcript.title);
+    const QString fingerprint = contentFingerprint(transcript);
+    return Paginator(writer.get(), nullptr, nullptr, 0, fingerprint)
+        .run(documentBlocks(transcript, sourceLabel, fingerprint, QDateTime::currentDateTime()));
 }
 
 QString ConversationPDF::sideFilePath(const QString& pdf)

@@ -48,6 +48,9 @@ public:
     static Result build(const QString& destination, const ChatTranscript& transcript, const QString& sourceLabel,
                         bool replace = false);
 
+    /// The pages the PDF of `transcript` takes, laid out but neither drawn nor written.
+    static int pageCount(const ChatTranscript& transcript, const QString& sourceLabel);
+
     static QString contentFingerprint(const ChatTranscript& transcript);
     /// Each sender's colour: the palette's five, in order of first appearance, cycling after five.
     static QHash<QString, QColor> senderColours(const ChatTranscript& transcript);

@@ -202,3 +202,44 @@ TEST_F(ConversationPdfTest, SingleMessageAndPaletteCycling)
     EXPECT_NE(colours.value(QStringLiteral("A")), colours.value(QStringLiteral("B")));
     EXPECT_EQ(colours.value(QStringLiteral("A")), QColor::fromRgbF(0.11f, 0.31f, 0.85f));
 }
+
+TEST_F(ConversationPdfTest, LineBreaksLongRunsAndUnknownTimesAreAllPrinted)
+{
+    // A run without a space thousands of characters long, a text that is one long paragraph, the
+    // message's own line breaks, and text kept from a line of unknown date: every character is printed
+    // once, where it belongs.
+    const QString run(30'000, u'ж');
+    QString paragraph;
+    for (int i = 0; i < 3'000; ++i)
+        paragraph += QStringLiteral("mot%1 ").arg(i);
+    ChatTranscript transcript{QStringLiteral("WhatsApp : A"), {}};
+    transcript.messages = {
+        {QDateTime(), QStringLiteral("Système"), QStringLiteral("texte d'avant"), {}},
+        {local(2024, 2, 14, 9, 0), QStringLiteral("A"), QStringLiteral("ligne un\nligne deux\r\nligne trois"), {}},
+        {local(2024, 2, 14, 9, 1), QStringLiteral("A"), QStringLiteral("avant ") + run + QStringLiteral(" après"), {}},
+        {local(2024, 2, 14, 9, 2), QStringLiteral("A"), paragraph, {}},
+    };
+    const ConversationPDF::Result result =
+        ConversationPDF::build(path(QStringLiteral("long runs.pdf")), transcript, QStringLiteral("WhatsApp"));
+    EXPECT_EQ(pdfPageCount(result.pdf), result.pages);
+    EXPECT_EQ(ConversationPDF::pageCount(transcript, QStringLiteral("WhatsApp")), result.pages);
+    const QString text = pdfText(result.pdf);
+    EXPECT_TRUE(text.simplified().contains(QStringLiteral("--:-- Système : texte d'avant")))
+        << qPrintable(text.left(2000));
+    EXPECT_TRUE(text.contains(QStringLiteral("— date inconnue —")));
+    EXPECT_TRUE(text.contains(QStringLiteral("ligne un\nligne deux\nligne trois"))) << qPrintable(text.left(2000));
+    QString letters = text;
+    letters.remove(QRegularExpression(QStringLiteral("[^ж]")));
+    EXPECT_EQ(letters.size(), run.size());
+    EXPECT_TRUE(text.contains(QStringLiteral("après")));
+    const QString flat = text.simplified();
+    for (int i : {0, 1, 999, 1000, 2998, 2999})
+        EXPECT_TRUE(flat.contains(QStringLiteral(" mot%1 ").arg(i)) || flat.contains(QStringLiteral("mot%1 ").arg(i)))
+            << i;
+    // Words are never cut where a piece of the paragraph ends.
+    static const QRegularExpression words(QStringLiteral("mot(\\d+)"));
+    qsizetype found = 0;
+    for (auto it = words.globalMatch(flat); it.hasNext(); it.next())
+        ++found;
+    EXPECT_EQ(found, 3'000);
+}
