@@ -23,14 +23,13 @@ namespace nuvrel::cli {
 
 namespace {
 
-// A backup named on the command line: its folder, or its name in the backups folder.
-std::optional<PhoneBackup> findBackup(const QString& name, const QString& root)
+// The folder a backup named on the command line is in: the name as a folder, or its name in the
+// backups folder.
+QString backupFolder(const QString& name, const QString& root)
 {
-    if (QFileInfo(name).isDir() && QFileInfo::exists(QDir(name).filePath(QStringLiteral("Info.plist"))))
-        return BackupLocator::read(name);
-    if (!name.contains(u'/'))
-        return BackupLocator::read(QDir(root).filePath(name));
-    return std::nullopt;
+    if ((QFileInfo(name).isDir() && BackupLocator::looksLikeBackup(name)) || name.contains(u'/'))
+        return name;
+    return QDir(root).filePath(name);
 }
 
 int exitCodeFor(const BackupReadError& error)
@@ -41,6 +40,7 @@ int exitCodeFor(const BackupReadError& error)
     case BackupReadError::Kind::WriteFailed:
     case BackupReadError::Kind::Cancelled: return SomeFilesFailed;
     case BackupReadError::Kind::Unreadable:
+        return error.systemKind() == SystemErrorKind::NoPermission ? AccessRefused : BackupUnreadable;
     case BackupReadError::Kind::Unsupported:
     case BackupReadError::Kind::Damaged: return BackupUnreadable;
     }
@@ -65,11 +65,18 @@ Opened open(const CommandLine& line, QTextStream& err)
         err << L("Précise une sauvegarde : son dossier, ou son nom dans le dossier des sauvegardes.") << '\n';
         return {nullptr, BadUsage};
     }
-    const QString root = line.root.value_or(BackupLocator::root());
-    const std::optional<PhoneBackup> backup = findBackup(line.arguments.front(), root);
-    if (!backup) {
-        err << L("Sauvegarde introuvable : %@", line.arguments.front()) << '\n';
+    const QString folder = backupFolder(line.arguments.front(), line.root.value_or(BackupLocator::root()));
+    // A folder that holds none of a backup's files is no backup; one that does but whose Info.plist
+    // cannot be read is a backup with a problem, which is told as such.
+    if (!QFileInfo(folder).isDir() || !BackupLocator::looksLikeBackup(folder)) {
+        err << L("Sauvegarde introuvable : %@", escapedControls(line.arguments.front())) << '\n';
         return {nullptr, NoSuchBackup};
+    }
+    const std::optional<PhoneBackup> backup = BackupLocator::read(folder);
+    if (!backup) {
+        const BackupReadError error = BackupLocator::readFailure(folder);
+        err << escapedControls(error.message()) << '\n';
+        return {nullptr, exitCodeFor(error)};
     }
     QString password;
     if (backup->isEncrypted) {

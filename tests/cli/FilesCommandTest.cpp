@@ -5,6 +5,7 @@
 #include "engines/backup/BackupCatalogue.h"
 #include "engines/backup/BackupLocator.h"
 #include "engines/backup/IPhoneBackupReader.h"
+#include "support/BackupFixture.h"
 #include "support/FolderSnapshot.h"
 #include "support/SampleBackup.h"
 
@@ -124,10 +125,21 @@ TEST_F(FilesCommandTest, PasswordAndBackupProblemsHaveTheirExitCodes)
     EXPECT_EQ(runCli(with({QStringLiteral("files")})).exitCode, 3);
     EXPECT_EQ(runCli(with({QStringLiteral("extract"), QStringLiteral("plain")})).exitCode, 3); // no --to
 
+    // Each problem says what it is; only a refused access is status 2.
     QFile::remove(m_root.filePath(QStringLiteral("plain/Manifest.db")));
     const CliRun broken = runCli(with({QStringLiteral("files"), QStringLiteral("plain")}));
     EXPECT_EQ(broken.exitCode, 6);
-    EXPECT_TRUE(broken.err.contains(QStringLiteral("Manifest.mbdb"))) << qPrintable(broken.err);
+    EXPECT_TRUE(broken.err.contains(QStringLiteral("Manifest.db"))) << qPrintable(broken.err);
+    EXPECT_FALSE(broken.err.contains(QStringLiteral("Manifest.mbdb"))) << qPrintable(broken.err);
+    writeFile(m_root.filePath(QStringLiteral("plain/Info.plist")), "garbage");
+    const CliRun garbage = runCli(with({QStringLiteral("files"), QStringLiteral("plain")}));
+    EXPECT_EQ(garbage.exitCode, 6);
+    EXPECT_TRUE(garbage.err.contains(QStringLiteral("Info.plist"))) << qPrintable(garbage.err);
+    QFile::remove(m_root.filePath(QStringLiteral("plain/Info.plist")));
+    const CliRun noInfo = runCli(with({QStringLiteral("files"), QStringLiteral("plain")}));
+    EXPECT_EQ(noInfo.exitCode, 6);
+    EXPECT_TRUE(noInfo.err.contains(QStringLiteral("Info.plist"))) << qPrintable(noInfo.err);
+    EXPECT_FALSE(noInfo.err.contains(QStringLiteral("not found"), Qt::CaseInsensitive)) << qPrintable(noInfo.err);
 }
 
 TEST_F(FilesCommandTest, RememberedPasswordOpensTheBackupNextTime)

@@ -1,6 +1,7 @@
 #include "engines/backup/BackupLocator.h"
 
 #include "formats/plist/PropertyList.h"
+#include "ground/RegularFile.h"
 
 #include <QDir>
 #include <QSettings>
@@ -11,6 +12,9 @@
 namespace nuvrel {
 
 namespace {
+
+// Files every backup folder holds, whatever its age.
+constexpr const char* backupFiles[] = {"Info.plist", "Manifest.plist", "Manifest.db", "Manifest.mbdb", "Status.plist"};
 
 QString textOr(const QVariantMap& info, QLatin1StringView key, const QString& fallback)
 {
@@ -91,6 +95,35 @@ std::optional<PhoneBackup> BackupLocator::read(const QString& folder)
     const QVariant encrypted = manifest.toMap().value(QStringLiteral("IsEncrypted"));
     backup.isEncrypted = encrypted.typeId() == QMetaType::Bool && encrypted.toBool();
     return backup;
+}
+
+bool BackupLocator::looksLikeBackup(const QString& folder)
+{
+    const QDir dir(folder);
+    return std::any_of(std::begin(backupFiles), std::end(backupFiles),
+                       [&dir](const char* name) { return QFileInfo::exists(dir.filePath(QLatin1StringView(name))); });
+}
+
+BackupReadError BackupLocator::readFailure(const QString& folder)
+{
+    try {
+        readPlist(QDir(folder).filePath(QStringLiteral("Info.plist")), BackupReadError::Subject::InfoPlist);
+    } catch (const BackupReadError& error) {
+        return error;
+    }
+    return BackupReadError::damaged(BackupReadError::Subject::InfoPlist); // it changed meanwhile
+}
+
+QVariantMap BackupLocator::readPlist(const QString& path, BackupReadError::Subject subject)
+{
+    const QVariant value = PropertyList::readFile(path);
+    if (value.typeId() == QMetaType::QVariantMap)
+        return value.toMap();
+    // Not a dictionary: because the system would not give the file, or because it holds something else.
+    QFile file;
+    if (!openRegularFile(file, path, {PropertyList::maxFileSize}) && errno != EFBIG)
+        throw BackupReadError::openFailed(subject, errno);
+    throw BackupReadError::damaged(subject);
 }
 
 } // namespace nuvrel

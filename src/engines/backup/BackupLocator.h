@@ -1,5 +1,6 @@
 #pragma once
 
+#include "engines/backup/BackupReadError.h"
 #include "engines/backup/PhoneBackup.h"
 #include "ground/DirectoryListing.h"
 
@@ -30,6 +31,14 @@ public:
 
     /// The facts of one candidate folder, or nothing when it holds no readable Info.plist dictionary.
     static std::optional<PhoneBackup> read(const QString& folder);
+    /// Whether `folder` looks like a backup at all: it holds one of the files every backup has.
+    static bool looksLikeBackup(const QString& folder);
+    /// Why read(folder) gave nothing: Info.plist is missing, refused or damaged.
+    static BackupReadError readFailure(const QString& folder);
+
+    /// A property list of a backup that must hold a dictionary; throws BackupReadError about `subject`
+    /// when the file is missing, refused or damaged.
+    static QVariantMap readPlist(const QString& path, BackupReadError::Subject subject);
 
     /// Whether a listing failure means the system refused permission (as opposed to a missing folder).
     static bool isPermissionRefusal(int error);

@@ -14,21 +14,31 @@ class BackupReadError final : public LocalizedError
 {
 public:
     enum class Kind { Unreadable, NeedsPassword, WrongPassword, Unsupported, WriteFailed, Cancelled, Damaged };
-    /// The part of the backup an Unreadable error is about.
+    /// The part of the backup an Unreadable or Damaged error is about.
     enum class Subject {
+        InfoPlist,
+        Index, ///< the file list of any layout: neither Manifest.db nor Manifest.mbdb is there
         ManifestDb,
         ManifestMbdb,
         FileList,
-        MissingFile,
+        MissingFile, ///< the stored copy of a file
         Decryption,
         MissingFileKey,
         FileKey,
         EncryptedLength,
         KeyBag,
         EncryptionRecord,
+        ManifestKey,
     };
 
-    static BackupReadError unreadable(Subject subject) { return BackupReadError(Kind::Unreadable, subject, {}); }
+    /// The system would not give the file: `cause` says why (missing, refused…). Only a refusal sends
+    /// the user to the privacy settings.
+    static BackupReadError unreadable(Subject subject, SystemErrorKind cause = SystemErrorKind::Other)
+    {
+        BackupReadError error(Kind::Unreadable, subject, {});
+        error.m_systemKind = cause;
+        return error;
+    }
     static BackupReadError needsPassword() { return BackupReadError(Kind::NeedsPassword, {}, {}); }
     /// The backup holds data that cannot be right: an encrypted copy whose length does not fit its
     /// recorded size, say. `subject` names the part.
@@ -39,18 +49,23 @@ public:
     static BackupReadError writeFailed(const QString& path, SystemErrorKind why = SystemErrorKind::Other)
     {
         BackupReadError error(Kind::WriteFailed, {}, path);
-        error.m_writeKind = why;
+        error.m_systemKind = why;
         return error;
     }
     static BackupReadError writeFailed(const FileError& error) { return writeFailed(error.path(), error.kind()); }
+    /// An Info.plist, Manifest.plist or stored copy that could not be opened: errno says why.
+    static BackupReadError openFailed(Subject subject, int errnoValue)
+    {
+        return unreadable(subject, systemErrorKind(errnoValue));
+    }
     /// The caller asked the work to stop (the explorer closed while a file was being copied).
     static BackupReadError cancelled() { return BackupReadError(Kind::Cancelled, {}, {}); }
 
     Kind kind() const { return m_kind; }
     Subject subject() const { return m_subject; }
     QString path() const { return m_path; }
-    /// Why a write failed, as far as the system said.
-    SystemErrorKind writeKind() const { return m_writeKind; }
+    /// Why a read or a write failed, as far as the system said.
+    SystemErrorKind systemKind() const { return m_systemKind; }
 
     /// The text for the user, in the language in force.
     QString message() const override;
@@ -60,7 +75,8 @@ public:
     friend bool operator==(const BackupReadError& a, const BackupReadError& b)
     {
         const bool hasSubject = a.m_kind == Kind::Unreadable || a.m_kind == Kind::Damaged;
-        return a.m_kind == b.m_kind && (!hasSubject || a.m_subject == b.m_subject) && a.m_path == b.m_path;
+        return a.m_kind == b.m_kind && (!hasSubject || a.m_subject == b.m_subject) && a.m_path == b.m_path &&
+               a.m_systemKind == b.m_systemKind;
     }
 
 private:
@@ -73,7 +89,7 @@ private:
     Kind m_kind;
     Subject m_subject;
     QString m_path;
-    SystemErrorKind m_writeKind = SystemErrorKind::Other;
+    SystemErrorKind m_systemKind = SystemErrorKind::Other;
 };
 
 } // namespace nuvrel

@@ -62,14 +62,10 @@ Extraction::Failure failureOf(const BackupReadError& error)
 {
     switch (error.kind()) {
     case BackupReadError::Kind::WriteFailed: return Extraction::Failure::Unwritable;
-    case BackupReadError::Kind::Damaged: return Extraction::Failure::Undecryptable;
-    case BackupReadError::Kind::Unreadable:
-        switch (error.subject()) {
-        case BackupReadError::Subject::Decryption:
-        case BackupReadError::Subject::MissingFileKey:
-        case BackupReadError::Subject::FileKey: return Extraction::Failure::Undecryptable;
-        default: return Extraction::Failure::Missing;
-        }
+    case BackupReadError::Kind::Damaged:
+        // A link or a FIFO where the copy should be is no copy: as good as missing.
+        return error.subject() == BackupReadError::Subject::MissingFile ? Extraction::Failure::Missing
+                                                                        : Extraction::Failure::Undecryptable;
     default: return Extraction::Failure::Missing;
     }
 }

@@ -1,5 +1,6 @@
 #include "engines/backup/IPhoneBackupReader.h"
 
+#include "engines/backup/BackupLocator.h"
 #include "engines/backup/ManifestMbdb.h"
 #include "formats/crypto/AesCbcDecryptor.h"
 #include "formats/plist/PropertyList.h"
@@ -60,12 +61,12 @@ qint64 decryptStream(QIODevice& input, AesCbcDecryptor& decryptor, QIODevice& ou
             throw BackupReadError::cancelled();
         const qint64 read = input.read(in.data(), chunkSize);
         if (read < 0)
-            throw BackupReadError::unreadable(readFailure);
+            throw BackupReadError::openFailed(readFailure, errno);
         if (read == 0)
             break;
         const qsizetype produced = decryptor.update(QByteArrayView(in.constData(), read), out.data());
         if (produced < 0)
-            throw BackupReadError::unreadable(BackupReadError::Subject::Decryption);
+            throw BackupReadError::damaged(BackupReadError::Subject::Decryption);
         const qint64 take = limit ? std::min<qint64>(produced, *limit - written) : produced;
         if (output.write(out.constData(), take) != take)
             throw BackupReadError::writeFailed(deviceName(output), systemErrorKind(errno));
@@ -83,7 +84,7 @@ void copyStream(QIODevice& input, QIODevice& output, const std::atomic<bool>* ca
             throw BackupReadError::cancelled();
         const qint64 read = input.read(buffer.data(), chunkSize);
         if (read < 0)
-            throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
+            throw BackupReadError::openFailed(BackupReadError::Subject::MissingFile, errno);
         if (read == 0)
             return;
         if (output.write(buffer.constData(), read) != read)
@@ -124,9 +125,13 @@ IPhoneBackupReader::IPhoneBackupReader(PhoneBackup backup, const QString& passwo
         else if (hasDatabase)
             openDatabase(manifest);
         if (!hasDatabase) {
+            // Neither index: the backup is incomplete, and it is the newer one that it lacks.
+            const QString mbdbPath = folder.filePath(QStringLiteral("Manifest.mbdb"));
+            if (!QFileInfo::exists(mbdbPath) && !QFileInfo(mbdbPath).isSymLink())
+                throw BackupReadError::unreadable(BackupReadError::Subject::Index, SystemErrorKind::Missing);
             QFile mbdb;
-            if (!openRegularFile(mbdb, folder.filePath(QStringLiteral("Manifest.mbdb")), {maxOldIndexSize, true}))
-                throw BackupReadError::unreadable(BackupReadError::Subject::ManifestMbdb);
+            if (!openRegularFile(mbdb, mbdbPath, {maxOldIndexSize, true}))
+                throw BackupReadError::openFailed(BackupReadError::Subject::ManifestMbdb, errno);
             QList<BackupEntry> entries = ManifestMbdb::parse(mbdb.readAll());
             if (entries.isEmpty())
                 throw BackupReadError::unsupported();
@@ -149,9 +154,10 @@ void IPhoneBackupReader::openEncrypted(const QString& password, const std::atomi
 {
     if (password.isEmpty())
         throw BackupReadError::needsPassword();
-    const QVariant plist = PropertyList::readFile(QDir(m_backup.url).filePath(QStringLiteral("Manifest.plist")));
-    const QVariant bagValue = plist.toMap().value(QStringLiteral("BackupKeyBag"));
-    if (plist.typeId() != QMetaType::QVariantMap || bagValue.typeId() != QMetaType::QByteArray)
+    const QVariantMap plist = BackupLocator::readPlist(QDir(m_backup.url).filePath(QStringLiteral("Manifest.plist")),
+                                                       BackupReadError::Subject::EncryptionRecord);
+    const QVariant bagValue = plist.value(QStringLiteral("BackupKeyBag"));
+    if (bagValue.typeId() != QMetaType::QByteArray)
         throw BackupReadError::damaged(BackupReadError::Subject::EncryptionRecord);
     m_keybag = BackupKeyBag::parse(bagValue.toByteArray());
     if (!m_keybag)
@@ -172,15 +178,16 @@ void IPhoneBackupReader::openEncrypted(const QString& password, const std::atomi
     if (manifest.isEmpty())
         return; // the oldest layout: its index is not encrypted
 
-    const QVariant manifestKey = plist.toMap().value(QStringLiteral("ManifestKey"));
+    const QVariant manifestKey = plist.value(QStringLiteral("ManifestKey"));
     const std::optional<BackupKeyBag::WrappedKey> wrapped =
         manifestKey.typeId() == QMetaType::QByteArray ? BackupKeyBag::WrappedKey::split(manifestKey.toByteArray())
                                                       : std::nullopt;
+    // The key bag opened, so the password is right: a key that does not unwrap is damage.
     if (!wrapped || !m_keybag->classKeys().contains(wrapped->protectionClass))
-        throw BackupReadError::unsupported();
+        throw BackupReadError::damaged(BackupReadError::Subject::ManifestKey);
     const std::optional<QByteArray> key = m_keybag->unwrap(*wrapped);
     if (!key)
-        throw BackupReadError::wrongPassword();
+        throw BackupReadError::damaged(BackupReadError::Subject::ManifestKey);
     decryptIndex(manifest, *key);
     openDatabase(*m_tempDB);
 }
@@ -190,28 +197,31 @@ void IPhoneBackupReader::decryptIndex(const QString& manifest, const QByteArray&
     // Streamed rather than decrypted whole: an index of a large phone runs to hundreds of megabytes.
     QFile input;
     if (!openRegularFile(input, manifest, {std::nullopt, true}))
-        throw BackupReadError::unreadable(BackupReadError::Subject::ManifestDb);
+        throw BackupReadError::openFailed(BackupReadError::Subject::ManifestDb, errno);
     AesCbcDecryptor decryptor(key);
     if (!decryptor.isValid())
-        throw BackupReadError::unreadable(BackupReadError::Subject::Decryption);
+        throw BackupReadError::damaged(BackupReadError::Subject::ManifestKey);
     const QString plainPath = QDir(tempDir()).filePath(QStringLiteral("manifest.db"));
     QSaveFile output(plainPath);
     if (!output.open(QIODevice::WriteOnly))
-        throw BackupReadError::writeFailed(plainPath);
+        throw BackupReadError::writeFailed(plainPath, systemErrorKind(errno));
     const qint64 total = decryptStream(input, decryptor, output, std::nullopt, BackupReadError::Subject::ManifestDb);
     if (total < smallestPlainIndex)
-        throw BackupReadError::unreadable(BackupReadError::Subject::Decryption);
+        throw BackupReadError::damaged(BackupReadError::Subject::Decryption);
     if (!output.commit())
-        throw BackupReadError::writeFailed(plainPath);
+        throw BackupReadError::writeFailed(plainPath, systemErrorKind(errno));
     m_tempDB = plainPath;
 }
 
 void IPhoneBackupReader::openDatabase(const QString& path)
 {
+    // Opened by us first, so that a refused or missing index is told apart from a damaged one.
+    if (QFile probe; !openRegularFile(probe, path, {std::nullopt, true}))
+        throw BackupReadError::openFailed(BackupReadError::Subject::ManifestDb, errno);
     try {
         m_db = std::make_unique<ImmutableDatabase>(path);
     } catch (const SqlError&) {
-        throw BackupReadError::unreadable(BackupReadError::Subject::ManifestDb);
+        throw BackupReadError::damaged(BackupReadError::Subject::ManifestDb);
     }
 }
 
@@ -224,7 +234,7 @@ QList<BackupEntry> IPhoneBackupReader::loadEntries() const
     std::optional<SqlStatement> statement = SqlStatement::tryPrepare(
         m_db->handle(), "SELECT fileID, domain, relativePath, file FROM Files WHERE flags = 1");
     if (!statement)
-        throw BackupReadError::unreadable(BackupReadError::Subject::FileList);
+        throw BackupReadError::damaged(BackupReadError::Subject::FileList);
     QList<BackupEntry> entries;
     // A few dozen domains are shared by hundreds of thousands of rows: keep one copy of each.
     QHash<QByteArray, QString> domains;
@@ -266,13 +276,26 @@ std::optional<QString> IPhoneBackupReader::storedURL(const QString& fileID) cons
     return std::nullopt;
 }
 
+QString IPhoneBackupReader::requireStored(const QString& fileID) const
+{
+    if (std::optional<QString> stored = storedURL(fileID))
+        return *stored;
+    // Something is there, but a link, a FIFO or a folder is no copy of a file.
+    const QDir folder(m_backup.url);
+    const bool present = BackupEntry::isValidFileID(fileID) &&
+                         (QFileInfo(folder.filePath(fileID.left(2) + u'/' + fileID)).isSymLink() ||
+                          QFileInfo::exists(folder.filePath(fileID.left(2) + u'/' + fileID)) ||
+                          QFileInfo(folder.filePath(fileID)).isSymLink() || QFileInfo::exists(folder.filePath(fileID)));
+    if (present)
+        throw BackupReadError::damaged(BackupReadError::Subject::MissingFile);
+    throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile, SystemErrorKind::Missing);
+}
+
 QString IPhoneBackupReader::extract(const BackupEntry& entry, const QString& destination,
                                     const std::atomic<bool>* cancel) const
 {
     const MBFileInfo meta = entry.meta();
-    const std::optional<QString> stored = storedURL(entry.fileID);
-    if (!stored)
-        throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
+    const QString stored = requireStored(entry.fileID);
     // Written under a temporary name and named when whole: a failure or a cancel leaves nothing.
     try {
         NewFile output(destination, FreeNameStyle::Parenthesised);
@@ -280,8 +303,8 @@ QString IPhoneBackupReader::extract(const BackupEntry& entry, const QString& des
             decrypt(entry, output.device(), cancel);
         } else {
             QFile input;
-            if (!openRegularFile(input, *stored, storedCopy))
-                throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
+            if (!openRegularFile(input, stored, storedCopy))
+                throw BackupReadError::openFailed(BackupReadError::Subject::MissingFile, errno);
             copyStream(input, output.device(), cancel);
         }
         return output.commit(meta.mtime);
@@ -290,7 +313,7 @@ QString IPhoneBackupReader::extract(const BackupEntry& entry, const QString& des
     } catch (const BackupReadError& error) {
         if (error.kind() != BackupReadError::Kind::WriteFailed)
             throw;
-        throw BackupReadError::writeFailed(destination, error.writeKind()); // not the temporary name
+        throw BackupReadError::writeFailed(destination, error.systemKind()); // not the temporary name
     }
 }
 
@@ -311,11 +334,11 @@ QString IPhoneBackupReader::openableURL(const BackupEntry& entry, const QString&
 QByteArray IPhoneBackupReader::fileKey(const MBFileInfo& meta) const
 {
     if (!m_keybag || !meta.encKey)
-        throw BackupReadError::unreadable(BackupReadError::Subject::MissingFileKey);
+        throw BackupReadError::damaged(BackupReadError::Subject::MissingFileKey);
     const std::optional<BackupKeyBag::WrappedKey> wrapped = BackupKeyBag::WrappedKey::split(*meta.encKey);
     const std::optional<QByteArray> key = wrapped ? m_keybag->unwrap(*wrapped) : std::nullopt;
     if (!key)
-        throw BackupReadError::unreadable(BackupReadError::Subject::FileKey);
+        throw BackupReadError::damaged(BackupReadError::Subject::FileKey);
     return *key;
 }
 
@@ -323,21 +346,19 @@ void IPhoneBackupReader::decrypt(const BackupEntry& entry, QIODevice& output, co
 {
     const MBFileInfo meta = entry.meta();
     const QByteArray key = fileKey(meta);
-    const std::optional<QString> stored = storedURL(entry.fileID);
-    if (!stored)
-        throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
+    const QString stored = requireStored(entry.fileID);
     AesCbcDecryptor decryptor(key);
     if (!decryptor.isValid())
-        throw BackupReadError::unreadable(BackupReadError::Subject::Decryption);
+        throw BackupReadError::damaged(BackupReadError::Subject::FileKey);
     QFile input;
-    if (!openRegularFile(input, *stored, storedCopy))
-        throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
+    if (!openRegularFile(input, stored, storedCopy))
+        throw BackupReadError::openFailed(BackupReadError::Subject::MissingFile, errno);
     checkEncryptedLength(input, meta.size);
 
     if (decryptStream(input, decryptor, output, meta.size, BackupReadError::Subject::MissingFile, cancel) != meta.size)
         throw BackupReadError::damaged(BackupReadError::Subject::EncryptedLength); // it shrank while read
     if (auto* file = qobject_cast<QFileDevice*>(&output); file && !file->flush())
-        throw BackupReadError::writeFailed(file->fileName());
+        throw BackupReadError::writeFailed(file->fileName(), systemErrorKind(errno));
 }
 
 QByteArray IPhoneBackupReader::contents(const BackupEntry& entry, qint64 maxBytes) const
@@ -351,10 +372,10 @@ QByteArray IPhoneBackupReader::contents(const BackupEntry& entry, qint64 maxByte
         decrypt(entry, buffer);
         return buffer.data();
     }
-    const std::optional<QString> stored = storedURL(entry.fileID);
+    const QString stored = requireStored(entry.fileID);
     QFile input;
-    if (!stored || !openRegularFile(input, *stored, storedCopy))
-        throw BackupReadError::unreadable(BackupReadError::Subject::MissingFile);
+    if (!openRegularFile(input, stored, storedCopy))
+        throw BackupReadError::openFailed(BackupReadError::Subject::MissingFile, errno);
     // The index may understate the size; the cap holds whatever it says.
     QByteArray data = input.read(maxBytes + 1);
     if (data.size() > maxBytes)

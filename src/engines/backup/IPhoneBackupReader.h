@@ -71,6 +71,8 @@ private:
     void openEncrypted(const QString& password, const std::atomic<bool>* cancel, const QString& manifest);
     void openDatabase(const QString& path);
     void decryptIndex(const QString& manifest, const QByteArray& key);
+    /// storedURL, or the error that says why there is none: missing, or not a regular file of the backup.
+    QString requireStored(const QString& fileID) const;
 
     PhoneBackup m_backup;
     QString m_tempDir;

@@ -1,4 +1,5 @@
 #include "engines/backup/IPhoneBackupReader.h"
+#include "formats/plist/PropertyList.h"
 
 #include "engines/backup/BackupLocator.h"
 #include "l10n/LanguageStore.h"
@@ -211,16 +212,16 @@ TEST_F(ReaderTest, WrongPasswordNeverLeavesAnOutputFileAndFileErrorsAreClean)
     meta.encKey = wrappedKeyValue(2, pseudoRandomBytes(32, 1), pseudoRandomBytes(32, 2));
     asymmetric.preMeta = MBFileInfoBox{meta};
     EXPECT_EQ(errorOf([&] { reader.extract(asymmetric, out(QStringLiteral("a.jpg"))); }),
-              BackupReadError::unreadable(Subject::FileKey));
+              BackupReadError::damaged(Subject::FileKey));
     // A key wrapped under the wrong class key fails its integrity check the same way.
     meta.encKey = wrappedKeyValue(3, pseudoRandomBytes(32, 1), pseudoRandomBytes(32, 2));
     asymmetric.preMeta = MBFileInfoBox{meta};
     EXPECT_EQ(errorOf([&] { reader.extract(asymmetric, out(QStringLiteral("a.jpg"))); }),
-              BackupReadError::unreadable(Subject::FileKey));
+              BackupReadError::damaged(Subject::FileKey));
     meta.encKey.reset();
     asymmetric.preMeta = MBFileInfoBox{meta};
     EXPECT_EQ(errorOf([&] { reader.extract(asymmetric, out(QStringLiteral("a.jpg"))); }),
-              BackupReadError::unreadable(Subject::MissingFileKey));
+              BackupReadError::damaged(Subject::MissingFileKey));
     EXPECT_FALSE(QFileInfo::exists(out(QStringLiteral("a.jpg"))));
 
     // A hostile identifier never reaches outside the backup folder.
@@ -228,7 +229,7 @@ TEST_F(ReaderTest, WrongPasswordNeverLeavesAnOutputFileAndFileErrorsAreClean)
     hostile.fileID = QStringLiteral("../../../../etc/passwd");
     EXPECT_FALSE(reader.storedURL(hostile.fileID));
     EXPECT_EQ(errorOf([&] { reader.extract(hostile, out(QStringLiteral("p"))); }),
-              BackupReadError::unreadable(Subject::MissingFile));
+              BackupReadError::unreadable(Subject::MissingFile, SystemErrorKind::Missing));
     hostile.path = QStringLiteral("../../outside/./x");
     EXPECT_EQ(hostile.safeRelativePath(), QStringLiteral("outside/x"));
 
@@ -240,7 +241,7 @@ TEST_F(ReaderTest, WrongPasswordNeverLeavesAnOutputFileAndFileErrorsAreClean)
     // A missing stored copy is reported, and the destination stays free.
     QFile::remove(*reader.storedURL(entries[3].fileID));
     EXPECT_EQ(errorOf([&] { reader.extract(entries[3], out(QStringLiteral("sms.db"))); }),
-              BackupReadError::unreadable(Subject::MissingFile));
+              BackupReadError::unreadable(Subject::MissingFile, SystemErrorKind::Missing));
     EXPECT_FALSE(QFileInfo::exists(out(QStringLiteral("sms.db"))));
 }
 
@@ -332,10 +333,11 @@ TEST_F(ReaderTest, StoredCopiesThatAreLinksOrSpecialFilesAreNeverFollowed)
     ASSERT_EQ(::mkfifo(QFile::encodeName(c).constData(), 0600), 0);
 
     for (const BackupEntry& entry : entries) {
+        // Something is there, so the copy is not missing: it is no copy, which is damage.
         EXPECT_EQ(errorOf([&] { reader.extract(entry, out(entry.fileName())); }),
-                  BackupReadError::unreadable(Subject::MissingFile))
+                  BackupReadError::damaged(Subject::MissingFile))
             << entry.path.toStdString();
-        EXPECT_EQ(errorOf([&] { reader.contents(entry, 1024); }), BackupReadError::unreadable(Subject::MissingFile));
+        EXPECT_EQ(errorOf([&] { reader.contents(entry, 1024); }), BackupReadError::damaged(Subject::MissingFile));
     }
     EXPECT_TRUE(QDir(out()).isEmpty());
 }
@@ -354,10 +356,10 @@ TEST_F(ReaderTest, DamagedIndexesAndKeyBagsGiveTheirErrors)
         IPhoneBackupReader reader(plain, {});
         EXPECT_LE(reader.loadEntries().size(), sampleFiles().size());
     } catch (const BackupReadError& error) {
-        EXPECT_EQ(error, BackupReadError::unreadable(Subject::FileList));
+        EXPECT_EQ(error.kind(), BackupReadError::Kind::Damaged);
     }
     writeFile(index, pseudoRandomBytes(8192, 3));
-    EXPECT_EQ(reopen(plain), BackupReadError::unreadable(Subject::FileList));
+    EXPECT_EQ(reopen(plain).value_or(BackupReadError::cancelled()).kind(), BackupReadError::Kind::Damaged);
 
     // Encrypted: a key bag of garbage, a missing index key, an index that decrypts to almost nothing.
     SampleBackup sample = encryptedSample();
@@ -366,7 +368,18 @@ TEST_F(ReaderTest, DamagedIndexesAndKeyBagsGiveTheirErrors)
     const QString manifestPlist = encrypted.url + QStringLiteral("/Manifest.plist");
     const QByteArray goodPlist = readAll(manifestPlist);
     writeFile(encrypted.url + QStringLiteral("/Manifest.db"), pseudoRandomBytes(96, 4));
-    EXPECT_EQ(reopen(encrypted), BackupReadError::unreadable(Subject::Decryption));
+    EXPECT_EQ(reopen(encrypted), BackupReadError::damaged(Subject::Decryption));
+    // The right password with a damaged or foreign index key: damage, never "wrong password".
+    QVariantMap record = PropertyList::fromData(goodPlist).toMap();
+    QByteArray manifestKey = record.value(QStringLiteral("ManifestKey")).toByteArray();
+    ASSERT_GT(manifestKey.size(), 20);
+    manifestKey[12] = static_cast<char>(manifestKey[12] ^ 0x5A);
+    for (const QByteArray& key : {manifestKey, QByteArray("\x03\x00\x00\x00short", 9),
+                                  QByteArray(QByteArray("\x09\x00\x00\x00", 4) + manifestKey.sliced(4))}) {
+        record.insert(QStringLiteral("ManifestKey"), key);
+        writeFile(manifestPlist, writePlist(record, PlistFormat::Binary));
+        EXPECT_EQ(reopen(encrypted), BackupReadError::damaged(Subject::ManifestKey));
+    }
     writeFile(manifestPlist, writePlist(QVariantMap{{QStringLiteral("IsEncrypted"), true},
                                                     {QStringLiteral("BackupKeyBag"), pseudoRandomBytes(99, 5)}},
                                         PlistFormat::Binary));
@@ -374,8 +387,9 @@ TEST_F(ReaderTest, DamagedIndexesAndKeyBagsGiveTheirErrors)
     writeFile(manifestPlist, "not a plist");
     EXPECT_EQ(reopen(encrypted), BackupReadError::damaged(Subject::EncryptionRecord));
     writeFile(manifestPlist, goodPlist);
+    // No index at all: the newer one is named as missing, whatever the backup's age.
     QFile::remove(encrypted.url + QStringLiteral("/Manifest.db"));
-    EXPECT_EQ(reopen(encrypted), BackupReadError::unreadable(Subject::ManifestMbdb));
+    EXPECT_EQ(reopen(encrypted), BackupReadError::unreadable(Subject::Index, SystemErrorKind::Missing));
     writeFile(encrypted.url + QStringLiteral("/Manifest.mbdb"), "mbdb\x05\x00");
     EXPECT_EQ(reopen(encrypted), BackupReadError::unsupported());
 }
@@ -415,12 +429,19 @@ TEST(BackupReadError, MessagesAreLocalised)
     LanguageStore& store = LanguageStore::shared();
     const AppLanguage saved = store.language();
     store.setLanguageForThisRun(AppLanguage::Fr);
-    EXPECT_EQ(BackupReadError::unreadable(Subject::Decryption).message(),
-              QStringLiteral("Impossible de lire la sauvegarde (déchiffrement). Vérifie que Nuvrel a l'accès complet "
+    // Only a refusal sends the user to the privacy settings; a missing file says it is missing.
+    EXPECT_EQ(BackupReadError::unreadable(Subject::ManifestDb, SystemErrorKind::NoPermission).message(),
+              QStringLiteral("Impossible de lire la sauvegarde (Manifest.db). Vérifie que Nuvrel a l'accès complet "
                              "au disque."));
+    EXPECT_EQ(BackupReadError::unreadable(Subject::Index, SystemErrorKind::Missing).message(),
+              QStringLiteral("La sauvegarde est incomplète : son index (Manifest.db) manque."));
+    EXPECT_EQ(BackupReadError::unreadable(Subject::ManifestMbdb).message(),
+              QStringLiteral("Impossible de lire la sauvegarde (Manifest.mbdb)."));
+    EXPECT_EQ(BackupReadError::writeFailed(QStringLiteral("/x/y.jpg"), SystemErrorKind::NoSpace).message(),
+              QStringLiteral("Plus assez de place sur le disque pour écrire /x/y.jpg."));
     store.setLanguageForThisRun(AppLanguage::En);
-    const QString english = BackupReadError::unreadable(Subject::Decryption).message();
-    EXPECT_FALSE(english.contains(QStringLiteral("déchiffrement"))) << qPrintable(english);
+    const QString english = BackupReadError::damaged(Subject::Decryption).message();
+    EXPECT_FALSE(english.contains(QStringLiteral("déchiffrent"))) << qPrintable(english);
     EXPECT_TRUE(BackupReadError::unreadable(Subject::ManifestDb).message().contains(QStringLiteral("Manifest.db")));
     EXPECT_TRUE(
         BackupReadError::writeFailed(QStringLiteral("/x/y.jpg")).message().contains(QStringLiteral("/x/y.jpg")));
