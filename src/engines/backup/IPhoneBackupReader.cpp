@@ -5,6 +5,7 @@
 #include "formats/crypto/AesCbcDecryptor.h"
 #include "formats/plist/PropertyList.h"
 #include "formats/sqlite/ImmutableDatabase.h"
+#include "formats/sqlite/PrivateDatabase.h"
 #include "formats/sqlite/SqlError.h"
 #include "formats/sqlite/SqlStatement.h"
 #include "ground/NewFile.h"
@@ -123,7 +124,7 @@ IPhoneBackupReader::IPhoneBackupReader(PhoneBackup backup, const QString& passwo
         if (m_backup.isEncrypted)
             openEncrypted(password, cancel, hasDatabase ? manifest : QString());
         else if (hasDatabase)
-            openDatabase(manifest);
+            openPlainIndex(manifest);
         if (!hasDatabase) {
             // Neither index: the backup is incomplete, and it is the newer one that it lacks.
             const QString mbdbPath = folder.filePath(QStringLiteral("Manifest.mbdb"));
@@ -211,6 +212,30 @@ void IPhoneBackupReader::decryptIndex(const QString& manifest, const QByteArray&
     if (!output.commit())
         throw BackupReadError::writeFailed(plainPath, systemErrorKind(errno));
     m_tempDB = plainPath;
+}
+
+void IPhoneBackupReader::openPlainIndex(const QString& manifest)
+{
+    if (!hasCompanions(manifest)) {
+        openDatabase(manifest);
+        return;
+    }
+    // A log or a journal beside the index (a backup copied while it was being written): an immutable
+    // open would ignore them, so a private copy of the three files is settled and read instead.
+    const QString copy = QDir(tempDir()).filePath(QStringLiteral("manifest.db"));
+    try {
+        copyWithCompanions(manifest, copy);
+        m_tempDB = copy;
+        settleCopy(copy);
+    } catch (const SqlError& error) {
+        if (error.kind() == SqlError::Kind::Unreadable)
+            throw BackupReadError::damaged(BackupReadError::Subject::ManifestDb);
+        const FileError& why = *error.fileError();
+        if (why.operation() == FileError::Operation::Write)
+            throw BackupReadError::writeFailed(why);
+        throw BackupReadError::unreadable(BackupReadError::Subject::ManifestDb, why.kind());
+    }
+    openDatabase(copy);
 }
 
 void IPhoneBackupReader::openDatabase(const QString& path)

@@ -71,6 +71,7 @@ private:
     void openEncrypted(const QString& password, const std::atomic<bool>* cancel, const QString& manifest);
     void openDatabase(const QString& path);
     void decryptIndex(const QString& manifest, const QByteArray& key);
+    void openPlainIndex(const QString& manifest);
     /// storedURL, or the error that says why there is none: missing, or not a regular file of the backup.
     QString requireStored(const QString& fileID) const;
 

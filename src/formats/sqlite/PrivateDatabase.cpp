@@ -42,7 +42,45 @@ std::optional<FileError> copyRegularFile(const QString& source, const QString& t
     return std::nullopt;
 }
 
+// The companions SQLite reads beside a database: the write-ahead log, and the rollback journal of a
+// transaction that never finished. The log's index (-shm) stays behind: copied at another moment than
+// the log, it could disagree with it, and SQLite rebuilds it from the log alone.
+constexpr const char* companions[] = {"-wal", "-journal"};
+
 } // namespace
+
+bool hasCompanions(const QString& file)
+{
+    return QFileInfo(file + QLatin1StringView("-journal")).exists() ||
+           QFileInfo(file + QLatin1StringView("-wal")).size() > 0;
+}
+
+void copyWithCompanions(const QString& file, const QString& copy)
+{
+    if (std::optional<FileError> failure = copyRegularFile(file, copy))
+        throw SqlError::copyFailed(std::move(*failure));
+    for (const char* suffix : companions) {
+        const QString source = file + QLatin1StringView(suffix);
+        if (!QFileInfo::exists(source))
+            continue;
+        if (std::optional<FileError> failure = copyRegularFile(source, copy + QLatin1StringView(suffix)))
+            throw SqlError::copyFailed(std::move(*failure));
+    }
+}
+
+void settleCopy(const QString& copy)
+{
+    sqlite3* db = nullptr;
+    // Read-write, so that SQLite may replay the log's committed transactions into the copy and roll an
+    // unfinished one back; then the copy is made one file again, as an immutable open needs.
+    const bool settled =
+        sqlite3_open_v2(copy.toUtf8().constData(), &db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK &&
+        sqlite3_exec(db, "SELECT count(*) FROM sqlite_master", nullptr, nullptr, nullptr) == SQLITE_OK &&
+        sqlite3_exec(db, "PRAGMA journal_mode=DELETE", nullptr, nullptr, nullptr) == SQLITE_OK;
+    sqlite3_close(db);
+    if (!settled)
+        throw SqlError::unreadable();
+}
 
 PrivateDatabase::PrivateDatabase(const QString& file)
 {
@@ -53,15 +91,12 @@ PrivateDatabase::PrivateDatabase(const QString& file)
     QFile::setPermissions(m_folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
 
     const QString copy = QDir(m_folder).filePath(QStringLiteral("chat.db"));
-    // The write-ahead log comes along: the newest messages may not be in the main file yet.
-    for (const char* suffix : {"", "-wal", "-shm"}) {
-        const QString source = file + QLatin1StringView(suffix);
-        if (*suffix && !QFileInfo::exists(source))
-            continue;
-        if (std::optional<FileError> failure = copyRegularFile(source, copy + QLatin1StringView(suffix))) {
-            removeFolder();
-            throw SqlError::copyFailed(std::move(*failure));
-        }
+    try {
+        // The write-ahead log comes along: the newest messages may not be in the main file yet.
+        copyWithCompanions(file, copy);
+    } catch (const SqlError&) {
+        removeFolder();
+        throw;
     }
     // Read-write, so that SQLite may replay the log into the copy.
     if (sqlite3_open_v2(copy.toUtf8().constData(), &m_db, SQLITE_OPEN_READWRITE, nullptr) != SQLITE_OK) {

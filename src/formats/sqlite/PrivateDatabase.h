@@ -29,6 +29,18 @@ private:
     sqlite3* m_db = nullptr;
 };
 
+/// Whether reading `file` right needs the files beside it: a write-ahead log that holds transactions,
+/// or the rollback journal of a transaction that never finished.
+bool hasCompanions(const QString& file);
+
+/// Copies `file` to `copy`, with its -wal and -journal when they exist; throws
+/// SqlError::copyFailed. The original is only read.
+void copyWithCompanions(const QString& file, const QString& copy);
+
+/// Brings a copy made by copyWithCompanions to what a reader of the original sees (the log's
+/// committed transactions in, an unfinished one rolled back) in one file; throws SqlError::unreadable.
+void settleCopy(const QString& copy);
+
 /// Runs `body` with the connection of a private copy of `file`, then closes and removes the copy.
 template <typename Body>
 auto withDatabase(const QString& file, Body&& body)

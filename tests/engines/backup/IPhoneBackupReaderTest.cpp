@@ -447,3 +447,42 @@ TEST(BackupReadError, MessagesAreLocalised)
         BackupReadError::writeFailed(QStringLiteral("/x/y.jpg")).message().contains(QStringLiteral("/x/y.jpg")));
     store.setLanguageForThisRun(saved);
 }
+
+TEST_F(ReaderTest, AnIndexCopiedWhileItWasWrittenIsReadAsItsWriterLeftIt)
+{
+    // A writer still at work on each index: committed rows that are only in the log, and a transaction
+    // that never ends, whose rows spill into the log or, in rollback mode, into the file itself.
+    const auto exec = [](sqlite3* db, const char* sql) {
+        ASSERT_EQ(sqlite3_exec(db, sql, nullptr, nullptr, nullptr), SQLITE_OK) << sql;
+    };
+    const char* spill = "PRAGMA cache_size=1; BEGIN;"
+                        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 400) "
+                        "INSERT INTO Files SELECT printf('%040d', i), 'HomeDomain', 'uncommitted-' || i, 1, "
+                        "randomblob(3000) FROM n;";
+    for (const bool wal : {true, false}) {
+        SampleBackup sample;
+        sample.id = wal ? QStringLiteral("wal") : QStringLiteral("journal");
+        const PhoneBackup backup = write(sample);
+        sqlite3* writer = nullptr;
+        ASSERT_EQ(sqlite3_open((backup.url + QStringLiteral("/Manifest.db")).toUtf8().constData(), &writer), SQLITE_OK);
+        if (wal) {
+            exec(writer, "PRAGMA journal_mode=WAL; PRAGMA wal_autocheckpoint=0;"
+                         "INSERT INTO Files VALUES ('00000000000000000000000000000000000000cc', 'HomeDomain', "
+                         "'committed.txt', 1, NULL);");
+        }
+        exec(writer, spill);
+        const QMap<QString, QByteArray> before = snapshot(backup.url);
+
+        QStringList paths;
+        {
+            IPhoneBackupReader reader(backup, {});
+            for (const BackupEntry& entry : reader.loadEntries())
+                paths.append(entry.path);
+        }
+        EXPECT_EQ(paths.contains(QStringLiteral("committed.txt")), wal);
+        EXPECT_FALSE(paths.contains(QStringLiteral("uncommitted-1"))) << (wal ? "wal" : "journal");
+        EXPECT_EQ(paths.size(), sampleFiles().size() + (wal ? 1 : 0));
+        EXPECT_EQ(snapshot(backup.url), before) << "the backup folder is never written";
+        sqlite3_close(writer); // rolls the writer's transaction back
+    }
+}
