@@ -1,5 +1,6 @@
 #include "cli/FilesCommand.h"
 
+#include "cli/PasswordPrompt.h"
 #include "cli/TextTable.h"
 #include "engines/backup/BackupCatalogue.h"
 #include "engines/backup/BackupLocator.h"
@@ -82,8 +83,7 @@ Opened open(const CommandLine& line, QTextStream& err)
     if (backup->isEncrypted) {
         // A password given now wins over the kept one, which may be out of date.
         if (line.passwordFromStdin) {
-            QTextStream in(stdin);
-            password = in.readLine();
+            password = readPasswordFromStdin(err);
         } else if (std::optional<QString> kept = BackupPasswordStore(systemSecretStore()).load(backup->id)) {
             password = *kept;
         } else {
