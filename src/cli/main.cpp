@@ -3,6 +3,7 @@
 #include "cli/CommandLine.h"
 #include "cli/FilesCommand.h"
 #include "engines/backup/BackupLocator.h"
+#include "ground/WorkFolder.h"
 #include "l10n/L.h"
 #include "l10n/LanguageStore.h"
 
@@ -56,6 +57,9 @@ int main(int argc, char* argv[])
         out << program << ' ' << QCoreApplication::applicationVersion() << '\n';
         return 0;
     }
+    // Decrypted copies that a crash or a kill left behind; those of a running window stay.
+    WorkFolder::removeAbandoned();
+
     if (line.command == QLatin1StringView("backups") && line.arguments.isEmpty())
         return cli::runBackups(line.root.value_or(BackupLocator::root()), line.json, out, err);
     if (line.command == QLatin1StringView("files"))

@@ -4,6 +4,7 @@
 #include "app/shell/UpdateChecker.h"
 #include "app/shell/WindowStyler.h"
 #include "ground/Job.h"
+#include "ground/WorkFolder.h"
 #include "platform/Workspace.h"
 #include "platform/system/SystemServices.h"
 
@@ -54,6 +55,8 @@ int main(int argc, char* argv[])
                              nuvrel::systemWorkspace().openUrl(page);
                      });
     updates.startIfNeeded();
+    // Decrypted copies that a crash or a kill left behind; those of a running command line stay.
+    nuvrel::Job::pool().start([] { nuvrel::WorkFolder::removeAbandoned(); });
     const int status = QApplication::exec();
     // Running work is told to stop; a copy in hand is given a few seconds to end cleanly.
     nuvrel::Job::shutdown(3000);

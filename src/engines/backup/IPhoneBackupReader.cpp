@@ -10,14 +10,13 @@
 #include "formats/sqlite/SqlStatement.h"
 #include "ground/NewFile.h"
 #include "ground/RegularFile.h"
+#include "ground/WorkFolder.h"
 
 #include <QBuffer>
 #include <QDir>
 #include <QFileInfo>
 #include <QHash>
 #include <QSaveFile>
-#include <QStandardPaths>
-#include <QUuid>
 
 #include <algorithm>
 #include <cerrno>
@@ -32,16 +31,6 @@ constexpr qint64 smallestPlainIndex = 101; // a real index database is never thi
 constexpr qint64 maxOldIndexSize = qint64(512) * 1024 * 1024;
 // Stored copies are regular files of the backup folder: never a link out of it, a FIFO or a device.
 const RegularFileRules storedCopy{std::nullopt, true};
-
-// The backup's id names a folder of ours; keep it from naming anything else.
-QString safeFolderName(const QString& id)
-{
-    QString name = id;
-    name.replace(u'/', u'_').replace(u'\\', u'_');
-    if (name.isEmpty() || name == u"." || name == u"..")
-        name = QStringLiteral("backup");
-    return name;
-}
 
 QString deviceName(const QIODevice& device)
 {
@@ -106,16 +95,14 @@ void checkEncryptedLength(const QFile& stored, qint64 recordedSize)
 
 IPhoneBackupReader::IPhoneBackupReader(PhoneBackup backup, const QString& password, const std::atomic<bool>* cancel)
     : m_backup(std::move(backup))
-    // A folder of this reader's own: a reader closing late (its last work ending on a worker) must not
-    // delete the copies of a newer reader of the same backup.
-    , m_tempDir(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
-                QStringLiteral("/Nuvrel/Temp/") + safeFolderName(m_backup.id) + u'/' +
-                QUuid::createUuid().toString(QUuid::Id128).left(12))
 {
-    const QString temp = tempDir();
-    QDir().mkpath(temp);
-    // It will hold the decrypted index and decrypted files: nobody else may read it.
-    QFile::setPermissions(temp, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    // A folder of this reader's own, for the decrypted index and decrypted files: a reader closing late
+    // (its last work ending on a worker) must not delete the copies of a newer reader of the same backup.
+    try {
+        m_work = std::make_unique<WorkFolder>(m_backup.id);
+    } catch (const FileError& error) {
+        throw BackupReadError::writeFailed(error);
+    }
 
     const QDir folder(m_backup.url);
     const QString manifest = folder.filePath(QStringLiteral("Manifest.db"));
@@ -410,7 +397,7 @@ QByteArray IPhoneBackupReader::contents(const BackupEntry& entry, qint64 maxByte
 
 QString IPhoneBackupReader::tempDir() const
 {
-    return m_tempDir;
+    return m_work->path();
 }
 
 void IPhoneBackupReader::closeDatabase()
@@ -424,8 +411,7 @@ void IPhoneBackupReader::closeDatabase()
 
 void IPhoneBackupReader::cleanup()
 {
-    QDir(m_tempDir).removeRecursively();
-    QDir().rmdir(QFileInfo(m_tempDir).absolutePath()); // the backup's folder, when no other reader uses it
+    m_work->remove();
 }
 
 } // namespace nuvrel

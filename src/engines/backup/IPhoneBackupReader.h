@@ -16,6 +16,7 @@
 namespace nuvrel {
 
 class ImmutableDatabase;
+class WorkFolder;
 
 /// Opens one backup folder, lists its files and copies (or decrypts) any of them out.
 /// Nothing in the backup folder is ever written: the index is opened read-only and immutable, and an
@@ -59,7 +60,7 @@ public:
     /// `maxBytes` or cannot be read. Safe to call from several threads once the index is closed.
     QByteArray contents(const BackupEntry& entry, qint64 maxBytes) const;
 
-    /// The reader's temporary folder: <data>/Nuvrel/Temp/<id>/<reader>, owner-only.
+    /// The reader's temporary folder: <data>/Nuvrel/Temp/<id>/<reader>, owner-only (see WorkFolder).
     QString tempDir() const;
 
     /// Closes the index and deletes its decrypted copy, if one was made.
@@ -76,7 +77,7 @@ private:
     QString requireStored(const QString& fileID) const;
 
     PhoneBackup m_backup;
-    QString m_tempDir;
+    std::unique_ptr<WorkFolder> m_work;
     std::unique_ptr<ImmutableDatabase> m_db;
     std::optional<BackupKeyBag> m_keybag;
     std::optional<QString> m_tempDB;

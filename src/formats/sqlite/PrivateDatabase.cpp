@@ -2,11 +2,11 @@
 
 #include "formats/sqlite/SqlError.h"
 #include "ground/RegularFile.h"
+#include "ground/WorkFolder.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QUuid>
 
 #include <sqlite3.h>
 
@@ -84,13 +84,12 @@ void settleCopy(const QString& copy)
 
 PrivateDatabase::PrivateDatabase(const QString& file)
 {
-    m_folder = QDir(QDir::tempPath())
-                   .filePath(QStringLiteral("Nuvrel-chatdb-") + QUuid::createUuid().toString(QUuid::WithoutBraces));
-    if (!QDir().mkpath(m_folder))
-        throw SqlError::copyFailed(FileError::fromErrno(FileError::Operation::Write, errno, m_folder));
-    QFile::setPermissions(m_folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-
-    const QString copy = QDir(m_folder).filePath(QStringLiteral("chat.db"));
+    try {
+        m_work = std::make_unique<WorkFolder>(QStringLiteral("chatdb"));
+    } catch (const FileError& error) {
+        throw SqlError::copyFailed(error);
+    }
+    const QString copy = QDir(m_work->path()).filePath(QStringLiteral("chat.db"));
     try {
         // The write-ahead log comes along: the newest messages may not be in the main file yet.
         copyWithCompanions(file, copy);
@@ -115,8 +114,12 @@ PrivateDatabase::~PrivateDatabase()
 
 void PrivateDatabase::removeFolder()
 {
-    if (!m_folder.isEmpty())
-        QDir(m_folder).removeRecursively();
+    m_work->remove();
+}
+
+QString PrivateDatabase::folder() const
+{
+    return m_work->path();
 }
 
 } // namespace nuvrel

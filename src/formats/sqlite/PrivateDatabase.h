@@ -2,14 +2,18 @@
 
 #include <QString>
 
+#include <memory>
+
 struct sqlite3;
 
 namespace nuvrel {
 
+class WorkFolder;
+
 /// A private copy of a conversation database, opened. The user's database and its -wal and -shm
 /// companions are only read (copied), never opened: the Messages and WhatsApp applications may be
 /// writing them, and a read-only open of a live WAL database can still leave files behind.
-/// The copy lives in a fresh "Nuvrel-chatdb-<uuid>" folder of the temporary directory, removed with it.
+/// The copy lives in a WorkFolder of the "chatdb" group, removed with it.
 class PrivateDatabase final
 {
 public:
@@ -20,12 +24,12 @@ public:
     Q_DISABLE_COPY_MOVE(PrivateDatabase)
 
     sqlite3* handle() const { return m_db; }
-    QString folder() const { return m_folder; }
+    QString folder() const;
 
 private:
     void removeFolder();
 
-    QString m_folder;
+    std::unique_ptr<WorkFolder> m_work;
     sqlite3* m_db = nullptr;
 };
 

@@ -1,6 +1,7 @@
 #include "engines/conversations/MessagesReader.h"
 #include "engines/conversations/ConversationError.h"
 
+#include "ground/WorkFolder.h"
 #include "l10n/LanguageStore.h"
 #include "support/ChatFixtures.h"
 
@@ -31,9 +32,13 @@ std::optional<ConversationError> errorOf(Call call)
     return std::nullopt;
 }
 
+// Whatever is left in the private copies' folders, down to an empty group folder.
 QStringList leftovers()
 {
-    return QDir(QDir::tempPath()).entryList({QStringLiteral("Nuvrel-chatdb-*")}, QDir::Dirs | QDir::Hidden);
+    const QDir group(QDir(WorkFolder::root()).filePath(QStringLiteral("chatdb")));
+    return group.exists()
+               ? QStringList{group.path()} + group.entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden)
+               : QStringList();
 }
 
 QMap<QString, QByteArray> digests(const QString& folder)
