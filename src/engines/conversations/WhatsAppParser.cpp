@@ -1,6 +1,7 @@
 #include "engines/conversations/WhatsAppParser.h"
 
 #include "engines/conversations/ConversationError.h"
+#include "ground/Dates.h"
 #include "l10n/L.h"
 
 #include <QFileDevice>
@@ -341,9 +342,10 @@ Survey survey(Lines&& forEach, bool loose)
     return result;
 }
 
-// Local wall-clock times to instants in the system's time zone. Asking the zone for every message
-// costs more than all the rest of the parsing, so the offset is kept per date and hour, except in an
-// hour where it changes (a daylight-saving switch), which is converted exactly.
+// Local wall-clock times to instants, read in the system's time zone and kept in UTC: a date in UTC
+// lives inside its QDateTime, where one in a zone takes an allocation of its own per message. Asking
+// the zone for every message costs more than all the rest of the parsing, so the offset is kept per
+// date and hour, except in an hour where it changes (a daylight-saving switch), converted exactly.
 class LocalClock
 {
 public:
@@ -357,10 +359,10 @@ public:
             cached = m_offsets.insert(key, start == end ? std::optional<int>(start) : std::nullopt);
         }
         if (!cached.value())
-            return QDateTime(date, time, m_zone);
+            return QDateTime(date, time, m_zone).toUTC();
         const qint64 localMSecs =
             (date.toJulianDay() - QDate(1970, 1, 1).toJulianDay()) * 86'400'000 + time.msecsSinceStartOfDay();
-        return QDateTime::fromMSecsSinceEpoch(localMSecs - qint64(*cached.value()) * 1000, m_zone);
+        return utcFromMSecsSinceEpoch(localMSecs - qint64(*cached.value()) * 1000);
     }
 
 private:
