@@ -23,9 +23,10 @@ std::shared_ptr<IPhoneBackupReader> sharedReader(std::unique_ptr<IPhoneBackupRea
     });
 }
 
+// A failure that is no BackupReadError (memory ran out, say): nothing points at the disk access.
 QString openingFailure()
 {
-    return L("Impossible de lire la sauvegarde. Vérifie l'accès complet au disque pour Nuvrel.");
+    return L("Impossible d'ouvrir cette sauvegarde.");
 }
 
 } // namespace
