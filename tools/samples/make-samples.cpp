@@ -92,9 +92,18 @@ int main(int argc, char* argv[])
             writeKeyBag(QStringLiteral("password"), {{1, QByteArray(32, 'j')}, {5, QByteArray(32, 'x'), 1}}, cheap));
         writeFile(dir.filePath(QStringLiteral("attributedbody/short")), attributedBody(QStringLiteral("Salut ! 🙂")));
         writeFile(dir.filePath(QStringLiteral("attributedbody/long")), attributedBody(QString(200, u'é')));
-        writeFile(dir.filePath(QStringLiteral("whatsapp_export/iphone")), sampleWhatsAppExport().toUtf8());
+        // The export target's first byte chooses how its file is cut into reads.
+        writeFile(dir.filePath(QStringLiteral("whatsapp_export/iphone")), '\x05' + sampleWhatsAppExport().toUtf8());
         writeFile(dir.filePath(QStringLiteral("whatsapp_export/android")),
+                  "\x03"
                   "31/12/2023, 21:05 - Bob: a: b\n1/2/24, 9:05 p.m. - Ann: hi\nsuite\n2019/01/30, 20:49 - Zoe: x\n");
+        writeFile(dir.filePath(QStringLiteral("whatsapp_export/dates")),
+                  "\x07"
+                  "14/02/2024, 09:00 - A: x\r\n31/02/2024, 10:00 - B: y\n02/25/2024, 1:00 PM - B: z\n"
+                  "[16/02/2024, 25:61:00] C: w\n");
+        // Byte 0x01 then n repeats the character before it: long runs from a short input.
+        writeFile(dir.filePath(QStringLiteral("pdf_layout/runs")), "ligne un\nx\x01\xFF mots \xC3\xA9"
+                                                                   "e\x01\x20 fin");
         QTemporaryDir scratch;
         SampleBackup oldest;
         oldest.layout = SampleBackup::Layout::Oldest;
