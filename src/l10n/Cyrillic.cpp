@@ -11,16 +11,16 @@ const QSet<QString>& keepSet()
 {
     static const QSet<QString> words = [] {
         QSet<QString> set;
-        for (const char* word : {"nuvrel",   "cmd",      "v",         "mac",      "macs",         "macos",
-                                 "ios",      "iphone",   "icloud",    "finder",   "pdf",          "sha",
-                                 "whatsapp", "telegram", "snapchat",  "airdrop",  "heic",         "jpg",
-                                 "mail",     "messages", "imessage",  "sms",      "apple",        "id",
-                                 "usb",      "url",      "gb",        "mb",       "photos",       "full",
-                                 "disk",     "access",   "instagram", "safari",   "keychain",     "back",
-                                 "up",       "now",      "trust",     "this",     "computer",     "export",
-                                 "chat",     "history",  "originals", "transfer", "pc",           "keep",
-                                 "lock",     "settings", "touch",     "time",     "machine",      "wi",
-                                 "fi",       "qr",       "zip",       "aes",      "accessibility"})
+        for (const char* word :
+             {"nuvrel", "cmd", "v", "mac", "macs", "macos", "ios", "iphone", "icloud", "finder", "pdf", "sha",
+              "whatsapp", "telegram", "snapchat", "airdrop", "heic", "jpg", "mail", "messages", "imessage", "sms",
+              "apple", "id", "usb", "url", "gb", "mb", "photos", "full", "disk", "access", "instagram", "safari",
+              "keychain", "back", "up", "now", "trust", "this", "computer", "export", "chat", "history", "originals",
+              "transfer", "pc", "keep", "lock", "settings", "touch", "time", "machine", "wi", "fi", "qr", "zip", "aes",
+              "accessibility",
+              // Words the Linux texts bring.
+              "gnome", "kde", "kwallet", "keyring", "ctrl", "flatpak", "thunderbird", "idevicebackup",
+              "libimobiledevice", "utils", "linux", "backup"})
             set.insert(QString::fromLatin1(word));
         return set;
     }();

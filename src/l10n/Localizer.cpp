@@ -67,9 +67,19 @@ QString Localizer::translate(const QString& french)
     return translate(french, resolved());
 }
 
+QString Localizer::platformText(const QString& french)
+{
+#if defined(NUVREL_LINUX_TEXTS)
+    return Translations::linuxTexts().value(french, french);
+#else
+    return french;
+#endif
+}
+
 QString Localizer::translate(const QString& french, AppLanguage language)
 {
-    return lookup(french, language).value_or(french);
+    const QString shown = platformText(french);
+    return lookup(shown, language).value_or(shown);
 }
 
 QString Localizer::fill(QStringView templateText, const QStringList& arguments)

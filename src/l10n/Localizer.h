@@ -28,7 +28,12 @@ public:
     static std::optional<QString> lookup(const QString& french);
     static std::optional<QString> lookup(const QString& french, AppLanguage language);
 
-    /// The translation when there is one, otherwise the French text itself.
+    /// The French text this build shows for `french`: on Linux, the Linux wording of a text that names
+    /// something of macOS (Finder, Mac, Trousseau…); the text itself otherwise. Translations are
+    /// looked up by the text shown.
+    static QString platformText(const QString& french);
+
+    /// The translation of the text this build shows when there is one, otherwise that French text.
     static QString translate(const QString& french);
     static QString translate(const QString& french, AppLanguage language);
 

@@ -88,6 +88,12 @@ const Translations::Table* Translations::table(AppLanguage language)
     return nullptr;
 }
 
+const Translations::Table& Translations::linuxTexts()
+{
+    static const Table texts = load(QStringLiteral("linux"));
+    return texts;
+}
+
 Translations::Parsed Translations::parse(QByteArrayView fileContents, const QString& tableName)
 {
     Parsed parsed;

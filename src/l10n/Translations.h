@@ -29,6 +29,9 @@ public:
     /// Loaded once on first use; a broken table stops the program, since it can only be a build mistake.
     static const Table* table(AppLanguage language);
 
+    /// The Linux wording of the French texts that name something of macOS: macOS French to Linux French.
+    static const Table& linuxTexts();
+
     /// The table file code of a language ("en", "sr", …), empty for French and Auto.
     static QString code(AppLanguage language);
 

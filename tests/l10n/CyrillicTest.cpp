@@ -26,6 +26,9 @@ TEST(Cyrillic, KeepsProductWordsAndPlaceholders)
     // A word glued to a placeholder stays as it is, rather than half converted.
     EXPECT_EQ(Cyrillic::convert(u"fajl%@"), QStringLiteral("fajl%@"));
     EXPECT_EQ(Cyrillic::convert(u""), QString());
+    // The words of the Linux texts.
+    EXPECT_EQ(Cyrillic::convert(u"GNOME Keyring ili KWallet, Ctrl+V, idevicebackup2 backup (libimobiledevice-utils)"),
+              QStringLiteral("GNOME Keyring или KWallet, Ctrl+V, idevicebackup2 backup (libimobiledevice-utils)"));
     EXPECT_TRUE(Cyrillic::keeps(u"AirDrop"));
     EXPECT_FALSE(Cyrillic::keeps(u"lozinka"));
 }

@@ -116,3 +116,20 @@ TEST(Localizer, ConcurrentFirstUseGivesEveryThreadTheSameAnswers)
     for (const QStringList& answer : answers)
         EXPECT_EQ(answer, answers.front());
 }
+
+TEST(Localizer, TextsNamingAMacThingAreShownInTheSystemsOwnWords)
+{
+    const QString finder = QStringLiteral("Afficher dans le Finder");
+#if defined(Q_OS_MACOS)
+    EXPECT_EQ(Localizer::platformText(finder), finder);
+#else
+    // The Linux wording is what is shown, and what the tables translate.
+    EXPECT_EQ(Localizer::platformText(finder), QStringLiteral("Afficher dans le gestionnaire de fichiers"));
+    EXPECT_EQ(Localizer::translate(finder, AppLanguage::Fr),
+              QStringLiteral("Afficher dans le gestionnaire de fichiers"));
+    EXPECT_EQ(Localizer::translate(finder, AppLanguage::En), QStringLiteral("Show in File Manager"))
+        << qPrintable(Localizer::translate(finder, AppLanguage::En));
+#endif
+    // A text that names nothing of a system is itself everywhere.
+    EXPECT_EQ(Localizer::platformText(QStringLiteral("Actualiser")), QStringLiteral("Actualiser"));
+}

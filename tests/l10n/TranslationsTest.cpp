@@ -29,14 +29,48 @@ TEST(Translations, EveryTextOfTheCodeIsTranslatedInEveryTable)
     for (AppLanguage language : tableLanguages) {
         const Translations::Table& table = *Translations::table(language);
         for (const l10nscan::Use& use : sourceTexts()) {
-            const auto found = table.constFind(use.text);
-            if (found == table.cend()) {
-                ADD_FAILURE() << qPrintable(Translations::code(language)) << " lacks \"" << qPrintable(use.text)
-                              << "\" used at " << qPrintable(use.file) << ':' << use.line;
-            } else {
-                EXPECT_FALSE(found->trimmed().isEmpty()) << qPrintable(use.text);
+            // The text as macOS shows it, and its Linux wording when it has one.
+            QStringList shown{use.text};
+            if (const auto variant = Translations::linuxTexts().constFind(use.text);
+                variant != Translations::linuxTexts().cend())
+                shown.append(*variant);
+            for (const QString& text : shown) {
+                const auto found = table.constFind(text);
+                if (found == table.cend()) {
+                    ADD_FAILURE() << qPrintable(Translations::code(language)) << " lacks \"" << qPrintable(text)
+                                  << "\" used at " << qPrintable(use.file) << ':' << use.line;
+                } else {
+                    EXPECT_FALSE(found->trimmed().isEmpty()) << qPrintable(text);
+                }
             }
         }
+    }
+}
+
+TEST(Translations, NoTextShownOnLinuxNamesAMacThing)
+{
+    QSet<QString> used;
+    for (const l10nscan::Use& use : sourceTexts())
+        used.insert(use.text);
+    const Translations::Table& variants = Translations::linuxTexts();
+    for (auto it = variants.cbegin(); it != variants.cend(); ++it) {
+        EXPECT_TRUE(used.contains(it.key()))
+            << "a Linux wording for a text the code no longer has: " << qPrintable(it.key());
+        EXPECT_EQ(l10nscan::placeholderSignature(it.value()), l10nscan::placeholderSignature(it.key()))
+            << qPrintable(it.key());
+    }
+    // Names of macOS things, in any language (they stay in Latin letters in Serbian Cyrillic too).
+    static const QRegularExpression macWords(QStringLiteral("\\b(Finder|Mac|macOS|Touch ID|Cmd)\\b|⌘"));
+    for (const l10nscan::Use& use : sourceTexts()) {
+        const QString linux = variants.value(use.text, use.text);
+        EXPECT_FALSE(macWords.match(linux).hasMatch()) << "fr: " << qPrintable(linux);
+        for (AppLanguage language : tableLanguages) {
+            const QString translated = Translations::table(language)->value(linux);
+            EXPECT_FALSE(macWords.match(translated).hasMatch())
+                << qPrintable(Translations::code(language)) << ": " << qPrintable(translated);
+        }
+        const QString cyrillic = Cyrillic::convert(Translations::table(AppLanguage::SrLatn)->value(linux));
+        EXPECT_FALSE(macWords.match(cyrillic).hasMatch()) << qPrintable(cyrillic);
     }
 }
 

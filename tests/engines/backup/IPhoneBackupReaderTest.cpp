@@ -3,6 +3,7 @@
 
 #include "engines/backup/BackupLocator.h"
 #include "l10n/LanguageStore.h"
+#include "l10n/Localizer.h"
 #include "support/BackupFixture.h"
 #include "support/SampleBackup.h"
 
@@ -430,9 +431,12 @@ TEST(BackupReadError, MessagesAreLocalised)
     const AppLanguage saved = store.language();
     store.setLanguageForThisRun(AppLanguage::Fr);
     // Only a refusal sends the user to the privacy settings; a missing file says it is missing.
-    EXPECT_EQ(BackupReadError::unreadable(Subject::ManifestDb, SystemErrorKind::NoPermission).message(),
-              QStringLiteral("Impossible de lire la sauvegarde (Manifest.db). Vérifie que Nuvrel a l'accès complet "
-                             "au disque."));
+    // (The system's own wording: Full Disk Access on macOS, the folder's rights on Linux.)
+    EXPECT_EQ(
+        BackupReadError::unreadable(Subject::ManifestDb, SystemErrorKind::NoPermission).message(),
+        Localizer::fill(Localizer::platformText(QStringLiteral(
+                            "Impossible de lire la sauvegarde (%@). Vérifie que Nuvrel a l'accès complet au disque.")),
+                        {QStringLiteral("Manifest.db")}));
     EXPECT_EQ(BackupReadError::unreadable(Subject::Index, SystemErrorKind::Missing).message(),
               QStringLiteral("La sauvegarde est incomplète : son index (Manifest.db) manque."));
     EXPECT_EQ(BackupReadError::unreadable(Subject::ManifestMbdb).message(),

@@ -262,7 +262,8 @@ TEST_F(ExplorerModelTest, EncryptedBackupWrongThenRightPasswordAndTheKeychain)
     EXPECT_EQ(model.phase(), ExplorerModel::Phase::Ready);
     EXPECT_EQ(model.photoRoll().photos().size(), 2);
     EXPECT_EQ(BackupPasswordStore(m_secrets).load(backup.id), QStringLiteral("correct horse"));
-    EXPECT_EQ(model.notice(), QStringLiteral("Mot de passe gardé dans le Trousseau de ce Mac."));
+    EXPECT_EQ(model.notice(),
+              Localizer::platformText(QStringLiteral("Mot de passe gardé dans le Trousseau de ce Mac.")));
 
     // A second explorer of the same backup finds the kept password.
     ExplorerModel again(backup, m_fakes.services());
