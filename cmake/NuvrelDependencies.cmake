@@ -37,6 +37,12 @@ if(NOT OpenSSL_FOUND)
   nuvrel_missing("OpenSSL 3 (libcrypto)" libssl-dev openssl@3)
 endif()
 
+# ICU: the plural rules of every language (CLDR), which Qt does not expose.
+find_package(ICU 60 QUIET COMPONENTS uc i18n)
+if(NOT ICU_FOUND)
+  nuvrel_missing("ICU" libicu-dev icu4c)
+endif()
+
 find_package(SQLite3 QUIET)
 if(NOT SQLite3_FOUND)
   nuvrel_missing("SQLite 3" libsqlite3-dev sqlite)

@@ -6,7 +6,7 @@ set -euo pipefail
 debian_packages=(
   cmake ninja-build g++ pkg-config ccache git
   qt6-base-dev qt6-svg-dev qt6-translations-l10n libheif-dev
-  libplist-dev libssl-dev libsqlite3-dev sqlite3 qtkeychain-qt6-dev
+  libplist-dev libssl-dev libsqlite3-dev sqlite3 qtkeychain-qt6-dev libicu-dev
   libsecret-1-0 gnome-keyring dbus libsecret-tools fonts-dejavu-core poppler-utils
   ffmpeg libheif-examples
   fonts-noto-core fonts-noto-cjk fonts-noto-color-emoji fonts-symbola
@@ -14,7 +14,7 @@ debian_packages=(
   clang libclang-rt-14-dev clang-format clang-tidy
   libplist-utils
 )
-brew_packages=(cmake ninja pkg-config ccache qt libplist openssl@3 sqlite qtkeychain poppler ffmpeg libheif googletest google-benchmark llvm)
+brew_packages=(cmake ninja pkg-config ccache qt libplist openssl@3 sqlite icu4c qtkeychain poppler ffmpeg libheif googletest google-benchmark llvm)
 
 case "$(uname -s)" in
 Linux)

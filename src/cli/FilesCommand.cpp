@@ -266,25 +266,27 @@ int runExtract(const CommandLine& line, QTextStream& out, QTextStream& err)
                 .toJson(QJsonDocument::Indented));
         return report.totalFailed() == 0 ? Found : SomeFilesFailed;
     }
-    out << L("%@ fichier(s) extraits", report.done) << " → " << escapedControls(report.destination) << '\n';
+    const QLocale locale = Localizer::locale();
+    out << LN("%@ fichier(s) extraits", report.done, locale.toString(report.done)) << " → "
+        << escapedControls(report.destination) << '\n';
     if (report.totalFailed() == 0)
         return Found;
-    const QLocale locale = Localizer::locale();
     const auto count = [&](Extraction::Failure why) { return locale.toString(report.failures(why)); };
-    if (report.failures(Extraction::Failure::Missing) > 0)
-        err << L("%@ fichier(s) absents de la sauvegarde", count(Extraction::Failure::Missing)) << '\n';
-    if (report.failures(Extraction::Failure::Undecryptable) > 0)
-        err << L("%@ fichier(s) impossibles à déchiffrer", count(Extraction::Failure::Undecryptable)) << '\n';
-    if (report.failures(Extraction::Failure::Unwritable) > 0)
-        err << L("%@ fichier(s) impossibles à écrire : %@", count(Extraction::Failure::Unwritable),
-                 report.firstWriteError.value_or(QString()))
+    if (const int missing = report.failures(Extraction::Failure::Missing); missing > 0)
+        err << LN("%@ fichier(s) absents de la sauvegarde", missing, count(Extraction::Failure::Missing)) << '\n';
+    if (const int undecryptable = report.failures(Extraction::Failure::Undecryptable); undecryptable > 0)
+        err << LN("%@ fichier(s) impossibles à déchiffrer", undecryptable, count(Extraction::Failure::Undecryptable))
             << '\n';
-    if (report.failures(Extraction::Failure::Refused) > 0) {
-        err << L("%@ fichier(s) refusés : leur nom les placerait hors du dossier choisi",
-                 count(Extraction::Failure::Refused))
+    if (const int unwritable = report.failures(Extraction::Failure::Unwritable); unwritable > 0)
+        err << LN("%@ fichier(s) impossibles à écrire : %@", unwritable, count(Extraction::Failure::Unwritable),
+                  report.firstWriteError.value_or(QString()))
             << '\n';
-        for (const QString& refused : report.refused)
-            err << "  " << escapedControls(refused) << '\n';
+    if (const int refused = report.failures(Extraction::Failure::Refused); refused > 0) {
+        err << LN("%@ fichier(s) refusés : leur nom les placerait hors du dossier choisi", refused,
+                  count(Extraction::Failure::Refused))
+            << '\n';
+        for (const QString& name : report.refused)
+            err << "  " << escapedControls(name) << '\n';
     }
     return SomeFilesFailed;
 }

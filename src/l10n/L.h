@@ -50,4 +50,15 @@ requires(sizeof...(Args) > 0) QString L(const char* french, const Args&... args)
     return Localizer::fill(Localizer::translate(QString::fromUtf8(french)), {detail::textArgument(args)...});
 }
 
+/// A text that holds a count, in the plural form the count takes in the language in force (CLDR rules:
+/// "one", "few", "many", "other"…). The French text, written with its "(s)", is the key; the count
+/// chooses the form and is shown only where the text places it, as any argument:
+///   LN("%@ fichier(s) extraits", done, Localizer::locale().toString(done))
+template <typename... Args>
+QString LN(const char* french, qint64 count, const Args&... args)
+{
+    return Localizer::fill(Localizer::translatePlural(QString::fromUtf8(french), count),
+                           {detail::textArgument(args)...});
+}
+
 } // namespace nuvrel

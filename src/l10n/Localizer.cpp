@@ -8,6 +8,11 @@
 #include <QDateTime>
 #include <QRegularExpression>
 
+#include <unicode/plurrule.h>
+
+#include <array>
+#include <memory>
+
 namespace nuvrel {
 
 AppLanguage Localizer::resolved()
@@ -80,6 +85,89 @@ QString Localizer::translate(const QString& french, AppLanguage language)
 {
     const QString shown = platformText(french);
     return lookup(shown, language).value_or(shown);
+}
+
+namespace {
+
+// ICU's rules for each language, made once; select() on a made rule is safe from any thread.
+const icu::PluralRules* pluralRules(AppLanguage language)
+{
+    static const auto rules = [] {
+        std::array<std::unique_ptr<icu::PluralRules>, std::size(allAppLanguages)> made;
+        for (size_t i = 0; i < std::size(allAppLanguages); ++i) {
+            UErrorCode status = U_ZERO_ERROR;
+            const QByteArray name = Localizer::locale(allAppLanguages[i]).name().toLatin1();
+            made[i].reset(icu::PluralRules::forLocale(icu::Locale(name.constData()), status));
+            if (U_FAILURE(status))
+                made[i].reset();
+        }
+        return made;
+    }();
+    for (size_t i = 0; i < std::size(allAppLanguages); ++i) {
+        if (allAppLanguages[i] == language)
+            return rules[i].get();
+    }
+    return nullptr;
+}
+
+QString fromIcu(const icu::UnicodeString& text)
+{
+    return QString(reinterpret_cast<const QChar*>(text.getBuffer()), text.length());
+}
+
+} // namespace
+
+QString Localizer::pluralCategory(qint64 count, AppLanguage language)
+{
+    const icu::PluralRules* rules = pluralRules(language == AppLanguage::Auto ? resolved() : language);
+    if (!rules)
+        return QStringLiteral("other");
+    return fromIcu(rules->select(static_cast<double>(count)));
+}
+
+QStringList Localizer::pluralCategories(AppLanguage language)
+{
+    const icu::PluralRules* rules = pluralRules(language == AppLanguage::Auto ? resolved() : language);
+    QStringList categories;
+    if (rules) {
+        UErrorCode status = U_ZERO_ERROR;
+        const std::unique_ptr<icu::StringEnumeration> keywords(rules->getKeywords(status));
+        for (const icu::UnicodeString* keyword = keywords ? keywords->snext(status) : nullptr;
+             keyword && U_SUCCESS(status); keyword = keywords->snext(status)) {
+            categories.append(fromIcu(*keyword));
+        }
+    }
+    // CLDR's own order, so that tables and messages list them alike.
+    static const QStringList order{QStringLiteral("zero"), QStringLiteral("one"),  QStringLiteral("two"),
+                                   QStringLiteral("few"),  QStringLiteral("many"), QStringLiteral("other")};
+    std::sort(categories.begin(), categories.end(),
+              [](const QString& a, const QString& b) { return order.indexOf(a) < order.indexOf(b); });
+    if (!categories.contains(QStringLiteral("other")))
+        categories.append(QStringLiteral("other"));
+    return categories;
+}
+
+QString Localizer::translatePlural(const QString& french, qint64 count)
+{
+    return translatePlural(french, count, resolved());
+}
+
+QString Localizer::translatePlural(const QString& french, qint64 count, AppLanguage language)
+{
+    const QString shown = platformText(french);
+    const QString category = pluralCategory(count, language);
+    const Translations::Table* table =
+        language == AppLanguage::Fr ? &Translations::frenchForms() : Translations::table(language);
+    // The count's form, else the language's "other", else the French form, else the French text.
+    if (table) {
+        for (const QString& key :
+             {Translations::pluralKey(shown, category), Translations::pluralKey(shown, QStringLiteral("other"))}) {
+            if (const auto found = table->constFind(key); found != table->cend())
+                return language == AppLanguage::SrCyrl ? Cyrillic::convert(*found) : *found;
+        }
+    }
+    const QString frenchCategory = pluralCategory(count, AppLanguage::Fr);
+    return Translations::frenchForms().value(Translations::pluralKey(shown, frenchCategory), shown);
 }
 
 QString Localizer::fill(QStringView templateText, const QStringList& arguments)

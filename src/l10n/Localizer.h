@@ -37,6 +37,14 @@ public:
     static QString translate(const QString& french);
     static QString translate(const QString& french, AppLanguage language);
 
+    /// The CLDR plural category of `count` in `language` ("one", "few", "many", "other"…), from ICU.
+    static QString pluralCategory(qint64 count, AppLanguage language);
+    /// Every category `language` has, "other" last.
+    static QStringList pluralCategories(AppLanguage language);
+    /// The form of a text that holds a count (see LN) for the category of `count`.
+    static QString translatePlural(const QString& french, qint64 count);
+    static QString translatePlural(const QString& french, qint64 count, AppLanguage language);
+
     /// Replaces "%@" (in order) and "%n$@" (by number) with the arguments; see the unit tests for the edge rules.
     static QString fill(QStringView templateText, const QStringList& arguments);
 

@@ -88,6 +88,17 @@ const Translations::Table* Translations::table(AppLanguage language)
     return nullptr;
 }
 
+QString Translations::pluralKey(const QString& french, QStringView category)
+{
+    return french + u'[' + category + u']';
+}
+
+const Translations::Table& Translations::frenchForms()
+{
+    static const Table forms = load(QStringLiteral("fr"));
+    return forms;
+}
+
 const Translations::Table& Translations::linuxTexts()
 {
     static const Table texts = load(QStringLiteral("linux"));

@@ -18,6 +18,8 @@
 #include "support/RecordingWorkspace.h"
 #include "support/SampleBackup.h"
 
+#include <QAbstractButton>
+#include <QAction>
 #include <QApplication>
 #include <QDialogButtonBox>
 #include <QDir>
@@ -29,6 +31,7 @@
 #include <QScrollBar>
 #include <QSettings>
 #include <QStandardPaths>
+#include <QTabBar>
 #include <QTabWidget>
 #include <QTemporaryDir>
 #include <QTest>
@@ -68,6 +71,29 @@ void screenshot(QWidget& window, const QString& name)
     const QString folder = QStringLiteral(NUVREL_SCREENSHOT_DIR);
     QDir().mkpath(folder);
     EXPECT_TRUE(window.grab().save(QDir(folder).filePath(name + QStringLiteral(".png"))));
+}
+
+// Every text of a button, a check box, a tab or a menu item in which a lone "&" would be taken as a
+// keyboard mnemonic, and so lost from what the user reads.
+QStringList lostAmpersands(const QWidget& window)
+{
+    const auto loses = [](const QString& text) { return QString(text).remove(QStringLiteral("&&")).contains(u'&'); };
+    QStringList lost;
+    for (const QAbstractButton* button : window.findChildren<QAbstractButton*>()) {
+        if (loses(button->text()))
+            lost << button->text();
+    }
+    for (const QTabBar* tabs : window.findChildren<QTabBar*>()) {
+        for (int i = 0; i < tabs->count(); ++i) {
+            if (loses(tabs->tabText(i)))
+                lost << tabs->tabText(i);
+        }
+    }
+    for (const QAction* action : window.findChildren<QAction*>()) {
+        if (loses(action->text()))
+            lost << action->text();
+    }
+    return lost;
 }
 
 QString labelTexts(const QWidget& widget)
@@ -255,6 +281,20 @@ TEST_F(MainWindowTest, EncryptedBackupJourney)
                           grid->visualRect(grid->model()->index(row, 0)).center());
     EXPECT_EQ(model.photoRoll().selected().size(), 3);
     screenshot(*window, QStringLiteral("07-photos"));
+    // In English the tab reads "Photos & Videos": every "&" of every language is shown as written.
+    for (AppLanguage language : allAppLanguages) {
+        if (language == AppLanguage::Auto)
+            continue;
+        LanguageStore::shared().setLanguage(language);
+        QApplication::processEvents();
+        EXPECT_EQ(lostAmpersands(*window), QStringList()) << qPrintable(identifier(language));
+    }
+    LanguageStore::shared().setLanguage(AppLanguage::En);
+    QApplication::processEvents();
+    EXPECT_EQ(explorer->findChild<QTabWidget*>()->tabText(ExplorerModel::PhotosTab).left(18),
+              QStringLiteral("Photos && Videos ("));
+    LanguageStore::shared().setLanguage(AppLanguage::Fr);
+    QApplication::processEvents();
     // The same screen in the dark palette, then back.
     qputenv("NUVREL_THEME", "dark");
     WindowStyler::apply(*qApp);
@@ -271,7 +311,7 @@ TEST_F(MainWindowTest, EncryptedBackupJourney)
     ASSERT_NE(button, extractSelected.end());
     QTest::mouseClick(*button, Qt::LeftButton);
     ASSERT_TRUE(QTest::qWaitFor([&] { return !model.notice().isEmpty(); }, timeoutMs));
-    EXPECT_EQ(model.notice(), QStringLiteral("3 fichier(s) extraits"));
+    EXPECT_EQ(model.notice(), QStringLiteral("3 fichiers extraits"));
     EXPECT_EQ(QDir(destination).entryList(QDir::Files).size(), 3);
     screenshot(*window, QStringLiteral("08-extracted"));
 

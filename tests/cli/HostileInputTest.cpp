@@ -168,7 +168,7 @@ TEST(HostileBackups, DamagedBackupsSayWhatIsWrongAndLeaveNothingOfTheFile)
              QFile::resize(s.stored(QStringLiteral("locked"), QStringLiteral("Library/large.bin")), 1 << 20);
          },
          {QStringLiteral("extract"), QStringLiteral("locked"), QStringLiteral("--password-stdin")},
-         {7, QStringLiteral("1 fichier(s) impossibles à déchiffrer")},
+         {7, QStringLiteral("1 fichier impossible à déchiffrer")},
          {QStringLiteral("large.bin")}},
         {"encrypted copy not whole blocks",
          [](const Scene& s) {
@@ -176,7 +176,7 @@ TEST(HostileBackups, DamagedBackupsSayWhatIsWrongAndLeaveNothingOfTheFile)
              QFile::resize(copy, QFileInfo(copy).size() - 3);
          },
          {QStringLiteral("extract"), QStringLiteral("locked"), QStringLiteral("--password-stdin")},
-         {7, QStringLiteral("impossibles à déchiffrer")},
+         {7, QStringLiteral("impossible à déchiffrer")},
          {QStringLiteral("large.bin")}},
         {"stored copy is a link out of the backup",
          [](const Scene& s) {
@@ -185,7 +185,7 @@ TEST(HostileBackups, DamagedBackupsSayWhatIsWrongAndLeaveNothingOfTheFile)
              QFile::link(QStringLiteral("/etc/hostname"), copy);
          },
          {QStringLiteral("extract"), QStringLiteral("plain")},
-         {7, QStringLiteral("1 fichier(s) absents de la sauvegarde")},
+         {7, QStringLiteral("1 fichier absent de la sauvegarde")},
          {QStringLiteral("large.bin")}},
         {"garbage Info.plist",
          [](const Scene& s) { writeFile(s.backup(QStringLiteral("plain")) + QStringLiteral("/Info.plist"), "<?xml"); },

@@ -133,3 +133,31 @@ TEST(Localizer, TextsNamingAMacThingAreShownInTheSystemsOwnWords)
     // A text that names nothing of a system is itself everywhere.
     EXPECT_EQ(Localizer::platformText(QStringLiteral("Actualiser")), QStringLiteral("Actualiser"));
 }
+
+TEST(Localizer, ACountTakesItsLanguagesPluralForm)
+{
+    const auto extracted = [](qint64 count, AppLanguage language) {
+        return Localizer::fill(Localizer::translatePlural(QStringLiteral("%@ fichier(s) extraits"), count, language),
+                               {QString::number(count)});
+    };
+    EXPECT_EQ(extracted(0, AppLanguage::Fr), QStringLiteral("0 fichier extrait"));
+    EXPECT_EQ(extracted(1, AppLanguage::Fr), QStringLiteral("1 fichier extrait"));
+    EXPECT_EQ(extracted(2, AppLanguage::Fr), QStringLiteral("2 fichiers extraits"));
+    EXPECT_EQ(extracted(1'000'000, AppLanguage::Fr), QStringLiteral("1000000 de fichiers extraits"));
+    EXPECT_EQ(extracted(1, AppLanguage::En), QStringLiteral("1 file extracted"));
+    EXPECT_EQ(extracted(0, AppLanguage::En), QStringLiteral("0 files extracted"));
+    // Russian: one, few and many, by the last digits.
+    EXPECT_TRUE(extracted(21, AppLanguage::Ru).endsWith(QStringLiteral("21 файл")))
+        << qPrintable(extracted(21, AppLanguage::Ru));
+    EXPECT_TRUE(extracted(5, AppLanguage::Ru).contains(QStringLiteral("файлов")))
+        << qPrintable(extracted(5, AppLanguage::Ru));
+    EXPECT_TRUE(extracted(3, AppLanguage::Ru).contains(QStringLiteral("файла")))
+        << qPrintable(extracted(3, AppLanguage::Ru));
+    // Serbian Cyrillic: the Latin form, converted.
+    EXPECT_EQ(extracted(3, AppLanguage::SrCyrl), Cyrillic::convert(extracted(3, AppLanguage::SrLatn)));
+    // The one call a page makes.
+    LanguageStore::shared().setLanguageForThisRun(AppLanguage::Fr);
+    EXPECT_EQ(LN("%@ photo(s)", 1, 1), QStringLiteral("1 photo"));
+    EXPECT_EQ(LN("%@ vidéo(s)", 3, 3), QStringLiteral("3 vidéos"));
+    LanguageStore::shared().setLanguageForThisRun(AppLanguage::Auto);
+}

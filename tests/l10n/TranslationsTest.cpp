@@ -1,6 +1,7 @@
 #include "L10nScan.h"
 
 #include "l10n/Cyrillic.h"
+#include "l10n/Localizer.h"
 #include "l10n/Translations.h"
 
 #include <QRegularExpression>
@@ -29,6 +30,8 @@ TEST(Translations, EveryTextOfTheCodeIsTranslatedInEveryTable)
     for (AppLanguage language : tableLanguages) {
         const Translations::Table& table = *Translations::table(language);
         for (const l10nscan::Use& use : sourceTexts()) {
+            if (use.plural)
+                continue; // its forms are checked below
             // The text as macOS shows it, and its Linux wording when it has one.
             QStringList shown{use.text};
             if (const auto variant = Translations::linuxTexts().constFind(use.text);
@@ -74,31 +77,93 @@ TEST(Translations, NoTextShownOnLinuxNamesAMacThing)
     }
 }
 
+TEST(Translations, EveryPluralTextHasEveryFormItsLanguageNeeds)
+{
+    // French included: its forms are a table of their own.
+    QList<std::pair<AppLanguage, const Translations::Table*>> tables{{AppLanguage::Fr, &Translations::frenchForms()}};
+    for (AppLanguage language : tableLanguages)
+        tables.append({language, Translations::table(language)});
+    for (const l10nscan::Use& use : sourceTexts()) {
+        if (!use.plural)
+            continue;
+        const QString shown = Translations::linuxTexts().value(use.text, use.text);
+        // As many arguments as the text has placeholders, the count first.
+        const QStringList arguments{QStringLiteral("7"), QStringLiteral("<why>"), QStringLiteral("<more>")};
+        for (const auto& [language, table] : std::as_const(tables)) {
+            const QStringList categories = Localizer::pluralCategories(language);
+            ASSERT_TRUE(categories.contains(QStringLiteral("one"))) << qPrintable(Translations::code(language));
+            for (const QString& category : categories) {
+                const QString key = Translations::pluralKey(shown, category);
+                const auto form = table->constFind(key);
+                if (form == table->cend()) {
+                    ADD_FAILURE() << qPrintable(Translations::code(language)) << " (fr when empty) lacks \""
+                                  << qPrintable(key) << "\" used at " << qPrintable(use.file) << ':' << use.line;
+                    continue;
+                }
+                EXPECT_EQ(l10nscan::placeholderSignature(*form), l10nscan::placeholderSignature(shown))
+                    << qPrintable(key);
+                const QString filled = Localizer::fill(*form, arguments);
+                EXPECT_FALSE(filled.contains(QStringLiteral("%@"))) << qPrintable(filled);
+                EXPECT_TRUE(filled.contains(u'7')) << "the count is shown: " << qPrintable(filled);
+                EXPECT_FALSE(form->contains(QStringLiteral("(s)"))) << qPrintable(*form);
+            }
+        }
+    }
+}
+
+TEST(Translations, PluralCategoriesFollowEachLanguagesRules)
+{
+    EXPECT_EQ(Localizer::pluralCategories(AppLanguage::En),
+              (QStringList{QStringLiteral("one"), QStringLiteral("other")}));
+    EXPECT_EQ(
+        Localizer::pluralCategories(AppLanguage::Ru),
+        (QStringList{QStringLiteral("one"), QStringLiteral("few"), QStringLiteral("many"), QStringLiteral("other")}));
+    EXPECT_EQ(Localizer::pluralCategory(0, AppLanguage::Fr), QStringLiteral("one")); // "0 fichier"
+    EXPECT_EQ(Localizer::pluralCategory(2, AppLanguage::Fr), QStringLiteral("other"));
+    EXPECT_EQ(Localizer::pluralCategory(1'000'000, AppLanguage::Fr), QStringLiteral("many")); // "de fichiers"
+    EXPECT_EQ(Localizer::pluralCategory(0, AppLanguage::En), QStringLiteral("other"));
+    EXPECT_EQ(Localizer::pluralCategory(0, AppLanguage::Pt), QStringLiteral("one")); // Brazil, unlike Portugal
+    EXPECT_EQ(Localizer::pluralCategory(21, AppLanguage::Ru), QStringLiteral("one"));
+    EXPECT_EQ(Localizer::pluralCategory(22, AppLanguage::Ru), QStringLiteral("few"));
+    EXPECT_EQ(Localizer::pluralCategory(11, AppLanguage::Ru), QStringLiteral("many"));
+    EXPECT_EQ(Localizer::pluralCategory(3, AppLanguage::SrCyrl), QStringLiteral("few"));
+}
+
+// A key without its plural category: the text of the code it belongs to.
+QString baseKey(const QString& key)
+{
+    static const QRegularExpression category(QStringLiteral("\\[(zero|one|two|few|many|other)\\]$"));
+    return QString(key).remove(category);
+}
+
 TEST(Translations, EveryTranslationKeepsItsPlaceholdersAndItsEdges)
 {
     for (AppLanguage language : tableLanguages) {
         const Translations::Table& table = *Translations::table(language);
         for (auto it = table.cbegin(); it != table.cend(); ++it) {
+            const QString key = baseKey(it.key());
             const QString where = Translations::code(language) + QStringLiteral(": ") + it.key();
-            EXPECT_EQ(l10nscan::placeholderSignature(it.value()), l10nscan::placeholderSignature(it.key()))
+            EXPECT_EQ(l10nscan::placeholderSignature(it.value()), l10nscan::placeholderSignature(key))
                 << qPrintable(where);
             // A piece of a longer sentence must still join its neighbours the same way.
-            EXPECT_EQ(it.value().endsWith(u' '), it.key().endsWith(u' ')) << qPrintable(where);
-            EXPECT_EQ(it.value().startsWith(u' '), it.key().startsWith(u' ')) << qPrintable(where);
+            EXPECT_EQ(it.value().endsWith(u' '), key.endsWith(u' ')) << qPrintable(where);
+            EXPECT_EQ(it.value().startsWith(u' '), key.startsWith(u' ')) << qPrintable(where);
         }
     }
 }
 
-TEST(Translations, AllTablesHoldTheSameKeys)
+TEST(Translations, AllTablesHoldTheSameTexts)
 {
-    const Translations::Table& english = *Translations::table(AppLanguage::En);
-    const QList<QString> keys = english.keys();
-    const QSet<QString> reference(keys.cbegin(), keys.cend());
-    for (AppLanguage language : tableLanguages) {
-        const QList<QString> otherKeys = Translations::table(language)->keys();
-        EXPECT_EQ(QSet<QString>(otherKeys.cbegin(), otherKeys.cend()), reference)
-            << qPrintable(Translations::code(language));
-    }
+    // The same texts; a text that holds a count has as many forms as its language has categories.
+    const auto texts = [](const Translations::Table& table) {
+        QSet<QString> keys;
+        for (auto it = table.cbegin(); it != table.cend(); ++it)
+            keys.insert(baseKey(it.key()));
+        return keys;
+    };
+    const QSet<QString> reference = texts(*Translations::table(AppLanguage::En));
+    for (AppLanguage language : tableLanguages)
+        EXPECT_EQ(texts(*Translations::table(language)), reference) << qPrintable(Translations::code(language));
 }
 
 TEST(Translations, SerbianSurvivesTheCyrillicConversion)

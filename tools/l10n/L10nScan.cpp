@@ -35,6 +35,8 @@ public:
             else if (c == u'L' && !isIdentifierChar(peek(-1)) && QStringView(m_src).sliced(m_pos).startsWith(u"LKey") &&
                      !isIdentifierChar(peek(4)))
                 tryLocalised(4);
+            else if (c == u'L' && peek(1) == u'N' && !isIdentifierChar(peek(-1)) && !isIdentifierChar(peek(2)))
+                tryLocalised(2, true);
             else
                 advance();
         }
@@ -108,8 +110,8 @@ private:
             advance();
         return text;
     }
-    // L("…") and LKey("…"): the name is `length` characters long.
-    void tryLocalised(int length)
+    // L("…"), LKey("…") and LN("…", count): the name is `length` characters long.
+    void tryLocalised(int length, bool plural = false)
     {
         const int line = m_line;
         for (int i = 0; i < length; ++i)
@@ -126,7 +128,7 @@ private:
             text += readString();
             skipSpace();
         }
-        m_uses.append({text, m_file, line});
+        m_uses.append({text, m_file, line, plural});
     }
 
     const QString& m_src;

@@ -5,12 +5,13 @@
 
 namespace nuvrel::l10nscan {
 
-/// One localised literal: the French text inside L("…") and where it stands.
+/// One localised literal: the French text inside L("…") (or LN("…", count)) and where it stands.
 struct Use
 {
     QString text;
     QString file;
     int line = 0;
+    bool plural = false; ///< LN: the tables hold one form per plural category instead
 };
 
 /// The L("…") literals of one C++ source, skipping comments, other strings and character literals.

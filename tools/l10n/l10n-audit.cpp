@@ -3,6 +3,7 @@
 
 #include "L10nScan.h"
 
+#include "l10n/Localizer.h"
 #include "l10n/Translations.h"
 
 #include <QCoreApplication>
@@ -22,8 +23,11 @@ int main(int argc, char* argv[])
     const QList<l10nscan::Use> uses = l10nscan::scanTree(sources);
     QSet<QString> used;
     for (const l10nscan::Use& use : uses) {
-        used.insert(use.text);
-        used.insert(Translations::linuxTexts().value(use.text, use.text));
+        for (const QString& text : {use.text, Translations::linuxTexts().value(use.text, use.text)}) {
+            used.insert(text);
+            for (const char16_t* category : {u"zero", u"one", u"two", u"few", u"many", u"other"})
+                used.insert(Translations::pluralKey(text, category));
+        }
     }
 
     int missing = 0;
@@ -34,6 +38,16 @@ int main(int argc, char* argv[])
         for (const l10nscan::Use& use : uses) {
             // The text as macOS shows it, and its Linux wording when it has one.
             for (const QString& text : {use.text, Translations::linuxTexts().value(use.text)}) {
+                if (use.plural && !text.isEmpty()) {
+                    for (const QString& category : Localizer::pluralCategories(language)) {
+                        if (!table.contains(Translations::pluralKey(text, category))) {
+                            out << code << ": missing \"" << Translations::pluralKey(text, category) << "\" ("
+                                << use.file << ':' << use.line << ")\n";
+                            ++missing;
+                        }
+                    }
+                    continue;
+                }
                 if (!text.isEmpty() && !table.contains(text)) {
                     out << code << ": missing \"" << text << "\" (" << use.file << ':' << use.line << ")\n";
                     ++missing;

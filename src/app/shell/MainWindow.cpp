@@ -4,6 +4,7 @@
 #include "app/views/explore/ExplorePage.h"
 #include "app/views/home/HomeView.h"
 #include "app/views/welcome/WelcomeView.h"
+#include "app/widgets/ShownText.h"
 #include "l10n/L.h"
 #include "l10n/LanguageStore.h"
 #include "models/backups/BackupsModel.h"
@@ -202,11 +203,11 @@ void MainWindow::retranslate()
     const AppLanguage chosen = LanguageStore::shared().language();
     for (QAction* action : m_languages->actions()) {
         const auto language = action->data().value<AppLanguage>();
-        action->setText(displayName(language));
+        action->setText(shownText(displayName(language)));
         action->setChecked(language == chosen);
     }
     if (auto* button = m_shell->findChild<QToolButton*>(QStringLiteral("languageButton"))) {
-        button->setText(L("Langue : %@", displayName(chosen)));
+        button->setText(shownText(L("Langue : %@", displayName(chosen))));
         button->setAccessibleName(L("Langue"));
     }
     m_welcome->retranslate();

@@ -137,9 +137,9 @@ void ExplorerModel::loadChats()
                         const qint64 messages = MessagesReader::messageCount(database);
                         if (messages > 0)
                             outcome.message = [messages] {
-                                return L("La base contient %@ message(s) mais Nuvrel n'a pas réussi à les regrouper "
-                                         "(format très ancien). Dis-le moi, je l'ajoute.",
-                                         Localizer::locale().toString(messages));
+                                return LN("La base contient %@ message(s) mais Nuvrel n'a pas réussi à les regrouper "
+                                          "(format très ancien). Dis-le moi, je l'ajoute.",
+                                          messages, Localizer::locale().toString(messages));
                             };
                         else
                             outcome.message = [] {
@@ -285,12 +285,13 @@ void ExplorerModel::createAllChatPDFs()
             setBusy({});
             Text text = [outcome] {
                 const QLocale numbers = Localizer::locale();
-                QString line = outcome.stopped
-                                   ? L("Enregistrement arrêté : %@ conversation(s) enregistrées en PDF, gardées",
-                                       numbers.toString(outcome.saved))
-                                   : L("%@ conversation(s) enregistrées en PDF", numbers.toString(outcome.saved));
+                QString line =
+                    outcome.stopped
+                        ? LN("Enregistrement arrêté : %@ conversation(s) enregistrées en PDF, gardées", outcome.saved,
+                             numbers.toString(outcome.saved))
+                        : LN("%@ conversation(s) enregistrées en PDF", outcome.saved, numbers.toString(outcome.saved));
                 if (outcome.empty > 0)
-                    line += L(" · %@ vide(s) ignorée(s)", numbers.toString(outcome.empty));
+                    line += LN(" · %@ vide(s) ignorée(s)", outcome.empty, numbers.toString(outcome.empty));
                 if (outcome.failed > 0)
                     line += L(" · %@ en échec", numbers.toString(outcome.failed));
                 line += L(". Retrouve-les dans « Garder une conversation », section « Mes conversations "

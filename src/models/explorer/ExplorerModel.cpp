@@ -182,19 +182,26 @@ void ExplorerModel::extract(QList<Extraction::Item> items, const QString& destin
             Text text = [report] {
                 const QLocale numbers = Localizer::locale();
                 const auto count = [&](Extraction::Failure why) { return numbers.toString(report.failures(why)); };
-                QString line = report.stopped ? L("Extraction arrêtée : %@ fichier(s) extraits, gardés",
-                                                  numbers.toString(report.done))
-                                              : L("%@ fichier(s) extraits", numbers.toString(report.done));
-                if (report.failures(Extraction::Failure::Missing) > 0)
-                    line += L(" · %@ impossible(s) (absents de la sauvegarde)", count(Extraction::Failure::Missing));
-                if (report.failures(Extraction::Failure::Undecryptable) > 0)
-                    line += L(" · %@ impossible(s) à déchiffrer", count(Extraction::Failure::Undecryptable));
-                if (report.failures(Extraction::Failure::Refused) > 0)
-                    line +=
-                        L(" · %@ refusé(s) (nom qui sortirait du dossier choisi)", count(Extraction::Failure::Refused));
-                if (report.failures(Extraction::Failure::Unwritable) > 0)
-                    line += L(" · %@ non écrit(s) : %@", count(Extraction::Failure::Unwritable),
-                              report.firstWriteError.value_or(QString()));
+                QString line = report.stopped
+                                   ? LN("Extraction arrêtée : %@ fichier(s) extraits, gardés", report.done,
+                                        numbers.toString(report.done))
+                                   : LN("%@ fichier(s) extraits", report.done, numbers.toString(report.done));
+                const int missing = report.failures(Extraction::Failure::Missing);
+                const int undecryptable = report.failures(Extraction::Failure::Undecryptable);
+                const int refused = report.failures(Extraction::Failure::Refused);
+                const int unwritable = report.failures(Extraction::Failure::Unwritable);
+                if (missing > 0)
+                    line += LN(" · %@ impossible(s) (absents de la sauvegarde)", missing,
+                               count(Extraction::Failure::Missing));
+                if (undecryptable > 0)
+                    line += LN(" · %@ impossible(s) à déchiffrer", undecryptable,
+                               count(Extraction::Failure::Undecryptable));
+                if (refused > 0)
+                    line += LN(" · %@ refusé(s) (nom qui sortirait du dossier choisi)", refused,
+                               count(Extraction::Failure::Refused));
+                if (unwritable > 0)
+                    line += LN(" · %@ non écrit(s) : %@", unwritable, count(Extraction::Failure::Unwritable),
+                               report.firstWriteError.value_or(QString()));
                 return line;
             };
             if (report.failures(Extraction::Failure::Unwritable) > 0 && report.done == 0)

@@ -90,7 +90,7 @@ QVariant FileBrowser::data(const QModelIndex& index, int role) const
         // Titled now, not when the backup was opened: the language may have changed since.
         case Qt::DisplayRole:
         case Qt::AccessibleTextRole: return BackupCatalogue::friendly(row.domain);
-        case ListRole::Detail: return L("%@ fichier(s)", locale.toString(row.count));
+        case ListRole::Detail: return LN("%@ fichier(s)", row.count, locale.toString(row.count));
         case ListRole::IconName: return QStringLiteral("folder");
         case IsFolderRole: return true;
         case KeyRole: return row.domain;
@@ -102,8 +102,8 @@ QVariant FileBrowser::data(const QModelIndex& index, int role) const
     case Qt::DisplayRole:
     case Qt::AccessibleTextRole: return item.name;
     case ListRole::Detail:
-        return item.isFolder ? QString(L("%@ fichier(s)", locale.toString(item.count)) + QStringLiteral(" · ") +
-                                       Localizer::formatByteCount(item.size))
+        return item.isFolder ? QString(LN("%@ fichier(s)", item.count, locale.toString(item.count)) +
+                                       QStringLiteral(" · ") + Localizer::formatByteCount(item.size))
                              : Localizer::formatByteCount(item.size);
     case ListRole::IconName: return item.isFolder ? QStringLiteral("folder") : QStringLiteral("file");
     case IsFolderRole: return item.isFolder;

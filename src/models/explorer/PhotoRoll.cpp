@@ -140,8 +140,9 @@ QString PhotoRoll::header() const
         bytes += photo.size;
     }
     const QLocale locale = Localizer::locale();
-    return L("%@ photos · %@ vidéos · %@. Clique sur les photos à extraire.", locale.toString(m_photos.size() - videos),
-             locale.toString(videos), Localizer::formatByteCount(bytes));
+    const qsizetype stills = m_photos.size() - videos;
+    return L("%@ · %@ · %@. Clique sur les photos à extraire.", LN("%@ photo(s)", stills, locale.toString(stills)),
+             LN("%@ vidéo(s)", videos, locale.toString(videos)), Localizer::formatByteCount(bytes));
 }
 
 int PhotoRoll::rowCount(const QModelIndex& parent) const

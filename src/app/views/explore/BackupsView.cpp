@@ -2,6 +2,7 @@
 
 #include "app/shell/Icons.h"
 #include "app/widgets/Layouts.h"
+#include "app/widgets/ShownText.h"
 #include "app/widgets/TwoLineDelegate.h"
 #include "l10n/L.h"
 #include "models/backups/BackupsModel.h"
@@ -142,11 +143,11 @@ void BackupsView::showNotice(const QString& text)
 void BackupsView::retranslate()
 {
     m_title->setText(L("Explorer les sauvegardes"));
-    m_refresh->setText(L("Actualiser"));
+    m_refresh->setText(shownText(L("Actualiser")));
     m_refresh->setAccessibleName(L("Actualiser"));
     m_scanning->setText(L("Recherche des sauvegardes…"));
-    m_openSettings->setText(L("Ouvrir les réglages"));
-    m_chooseRoot->setText(L("Choisir le dossier des sauvegardes…"));
+    m_openSettings->setText(shownText(L("Ouvrir les réglages")));
+    m_chooseRoot->setText(shownText(L("Choisir le dossier des sauvegardes…")));
     m_intro->setText(L("Les sauvegardes de ton iPhone faites avec le Finder sur ce Mac. Clique sur une sauvegarde pour "
                        "retrouver tes photos et tes fichiers. Rien n'est modifié."));
     m_list->setAccessibleName(L("Explorer les sauvegardes"));

@@ -4,6 +4,7 @@
 #include "app/shell/WindowStyler.h"
 #include "app/views/explore/PhotoGrid.h"
 #include "app/widgets/Layouts.h"
+#include "app/widgets/ShownText.h"
 #include "app/widgets/TwoLineDelegate.h"
 #include "l10n/L.h"
 #include "models/explorer/ExplorerModel.h"
@@ -337,7 +338,7 @@ QString ExplorerView::pickDestination()
 
 void ExplorerView::retranslate()
 {
-    m_back->setText(L("← Retour aux sauvegardes"));
+    m_back->setText(shownText(L("← Retour aux sauvegardes")));
     m_device->setText(m_model.backup().deviceName);
     m_readOnly->setText(
         L("Lecture seule : ta sauvegarde n'est jamais modifiée. Nuvrel en sort une copie de ce que tu choisis."));
@@ -346,18 +347,19 @@ void ExplorerView::retranslate()
                         "oublié, personne (pas même Apple) ne peut le retrouver."));
     m_password->setAccessibleName(L("Mot de passe de la sauvegarde"));
     m_password->setPlaceholderText(L("Mot de passe de la sauvegarde"));
-    m_remember->setText(L("Garder ce mot de passe dans le Trousseau de ce Mac (recommandé : tu ne le perdras plus)"));
-    m_open->setText(L("Ouvrir la sauvegarde"));
+    m_remember->setText(
+        shownText(L("Garder ce mot de passe dans le Trousseau de ce Mac (recommandé : tu ne le perdras plus)")));
+    m_open->setText(shownText(L("Ouvrir la sauvegarde")));
     m_kept->setText(L("🔑 Mot de passe gardé dans le Trousseau de ce Mac"));
-    m_forget->setText(L("Oublier le mot de passe"));
-    m_printSheet->setText(L("Imprimer une fiche de secours"));
-    m_retry->setText(L("Réessayer"));
+    m_forget->setText(shownText(L("Oublier le mot de passe")));
+    m_printSheet->setText(shownText(L("Imprimer une fiche de secours")));
+    m_retry->setText(shownText(L("Réessayer")));
     m_showMore->setAccessibleName(L("Afficher plus"));
     m_grid->setAccessibleName(L("Photos et vidéos"));
     m_noneChosen->setText(L("Aucune photo choisie"));
-    m_extractSelected->setText(L("Extraire la sélection"));
+    m_extractSelected->setText(shownText(L("Extraire la sélection")));
     m_domainsIntro->setText(L("Choisis une catégorie. Les plus utiles sont en haut."));
-    m_extractFolder->setText(L("Extraire tout ce dossier"));
+    m_extractFolder->setText(shownText(L("Extraire tout ce dossier")));
     m_fileList->setAccessibleName(L("Tous les fichiers"));
     m_chatsIntro->setText(L("Les messages d'un téléphone sont dans une base de données qu'aucune appli ne sait ouvrir. "
                             "Choisis une conversation : Nuvrel en fait un PDF lisible, qui s'ouvre tout de suite."));
@@ -366,11 +368,11 @@ void ExplorerView::retranslate()
     m_search->setAccessibleName(L("Chercher une conversation ou un numéro"));
     m_chatList->setAccessibleName(L("Conversations"));
     m_refine->setText(L("Affine la recherche pour voir les autres conversations."));
-    m_reveal->setText(L("Afficher dans le Finder"));
+    m_reveal->setText(shownText(L("Afficher dans le Finder")));
     // The rows word themselves when painted: a repaint gives them the new language.
     m_fileList->viewport()->update();
     m_chatList->viewport()->update();
-    m_stop->setText(L("Arrêter"));
+    m_stop->setText(shownText(L("Arrêter")));
     renderPhase();
     renderPassword();
     renderPhotos();
@@ -382,10 +384,11 @@ void ExplorerView::retranslate()
 
 void ExplorerView::renderTabTitles()
 {
-    m_tabs->setTabText(ExplorerModel::PhotosTab,
-                       L("Photos et vidéos (%@)", Localizer::locale().toString(m_model.photoRoll().photos().size())));
-    m_tabs->setTabText(ExplorerModel::FilesTab, L("Tous les fichiers"));
-    m_tabs->setTabText(ExplorerModel::ConversationsTab, L("Messages / iMessage"));
+    m_tabs->setTabText(
+        ExplorerModel::PhotosTab,
+        shownText(L("Photos et vidéos (%@)", Localizer::locale().toString(m_model.photoRoll().photos().size()))));
+    m_tabs->setTabText(ExplorerModel::FilesTab, shownText(L("Tous les fichiers")));
+    m_tabs->setTabText(ExplorerModel::ConversationsTab, shownText(L("Messages / iMessage")));
 }
 
 void ExplorerView::renderPhase()
@@ -442,14 +445,14 @@ void ExplorerView::renderPhotos()
     m_photosHeader->setText(photos.header());
     const qsizetype hidden = total - std::min<qsizetype>(total, photos.shownPhotos());
     m_showMore->setVisible(hidden > 0);
-    m_showMore->setText(L("Afficher plus (%@)", locale.toString(hidden)));
+    m_showMore->setText(shownText(L("Afficher plus (%@)", locale.toString(hidden))));
     const bool none = photos.selected().isEmpty();
     m_noneChosen->setVisible(none && total > 0);
     m_extractSelected->setVisible(!none);
     if (!none)
-        m_extractSelected->setText(L("Extraire la sélection") +
-                                   QStringLiteral(" (%1)").arg(locale.toString(photos.selected().size())));
-    m_extractAll->setText(L("Tout extraire (%@)", locale.toString(total)));
+        m_extractSelected->setText(shownText(L("Extraire la sélection") +
+                                             QStringLiteral(" (%1)").arg(locale.toString(photos.selected().size()))));
+    m_extractAll->setText(shownText(L("Tout extraire (%@)", locale.toString(total))));
     m_extractAll->setEnabled(total > 0 && m_model.busy().isEmpty());
     m_grid->setVisible(total > 0);
 }
@@ -508,7 +511,7 @@ void ExplorerView::renderChats()
     m_chatList->setVisible(shown > 0);
     m_refine->setVisible(chats.isTruncated());
     m_saveAll->setVisible(shown > 0);
-    m_saveAll->setText(L("Tout enregistrer (%@)", Localizer::locale().toString(shown)));
+    m_saveAll->setText(shownText(L("Tout enregistrer (%@)", Localizer::locale().toString(shown))));
 }
 
 void ExplorerView::renderStatus()

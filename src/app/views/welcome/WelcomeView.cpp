@@ -2,6 +2,7 @@
 
 #include "app/shell/Icons.h"
 #include "app/widgets/Layouts.h"
+#include "app/widgets/ShownText.h"
 #include "l10n/L.h"
 
 #include <QHBoxLayout>
@@ -73,7 +74,7 @@ void WelcomeView::retranslate()
                               "des copies de tes photos, de tes fichiers et de tes conversations."));
     m_points.at(1)->setText(L("Tout se passe sur cet ordinateur : tes fichiers ne partent nulle part."));
     m_points.at(2)->setText(L("Tes sauvegardes ne sont jamais modifiées : Nuvrel en fait des copies."));
-    m_start->setText(L("Commencer"));
+    m_start->setText(shownText(L("Commencer")));
 }
 
 } // namespace nuvrel
