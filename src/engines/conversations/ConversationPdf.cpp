@@ -21,6 +21,8 @@
 #include <QSaveFile>
 #include <QTextLayout>
 
+#include <cerrno>
+
 namespace nuvrel {
 
 namespace {
@@ -417,21 +419,22 @@ ConversationPDF::Result ConversationPDF::build(const QString& destination, const
             const int pages = Paginator(writer.get(), nullptr, nullptr, 0, result.contentFingerprint).run(blocks);
             QPainter painter;
             if (!painter.begin(writer.get()))
-                throw Error(L("Impossible de créer le PDF : ") + QDir::toNativeSeparators(destination));
+                throw FileError::fromErrno(FileError::Operation::Write, errno, destination);
             result.pages =
                 Paginator(writer.get(), writer.get(), &painter, pages, result.contentFingerprint).run(blocks);
             if (!painter.end())
-                throw Error(L("Impossible de créer le PDF : ") + QDir::toNativeSeparators(destination));
+                throw FileError::fromErrno(FileError::Operation::Write, errno, destination);
         }
         written = replace ? output.commitReplacing() : output.commit();
     } catch (const FileError& error) {
-        throw Error(L("Impossible de créer le PDF : ") + error.message());
+        // What failed and why, once: "Plus assez de place sur le disque pour écrire …".
+        throw Error(error.message());
     }
     result.pdf = written;
 
     QFile pdf(written);
     if (!pdf.open(QIODevice::ReadOnly))
-        throw Error(L("Impossible de créer le PDF : ") + QDir::toNativeSeparators(destination));
+        throw Error(FileError::fromErrno(FileError::Operation::Read, errno, written).message());
     QCryptographicHash hash(QCryptographicHash::Sha256);
     hash.addData(&pdf);
     result.pdfFingerprint = QString::fromLatin1(hash.result().toHex());
@@ -446,7 +449,7 @@ ConversationPDF::Result ConversationPDF::build(const QString& destination, const
         L("\n\nSi le PDF est modifié, même d'un seul caractère, son empreinte change. Garde ce fichier avec le "
           "PDF.\nCe document ne remplace pas un constat de commissaire de justice.");
     if (!side.open(QIODevice::WriteOnly) || side.write(text.toUtf8()) < 0 || !side.commit())
-        throw Error(L("Impossible de créer le PDF : ") + QDir::toNativeSeparators(result.sideFile));
+        throw Error(FileError::fromErrno(FileError::Operation::Write, errno, result.sideFile).message());
     return result;
 }
 

@@ -212,16 +212,15 @@ void ExplorerModel::createChatPDF(qint64 chatID)
             } catch (const ConversationPDF::Error& error) {
                 return {{}, [message = error.message()] { return message; }};
             } catch (const ConversationError& error) {
-                return {{}, [error] { return error.message(); }};
+                return {{}, [error] { return L("Impossible de créer le PDF : ") + error.message(); }};
             } catch (const std::exception&) {
-                return {{}, [] { return ConversationError::unreadable().message(); }};
+                return {{}, [] { return L("Impossible de créer le PDF : ") + ConversationError::unreadable().message(); }};
             }
         },
         [this](const Outcome& outcome) {
             setBusy({});
             if (outcome.error) {
-                setErrorNotice(
-                    [error = outcome.error]() -> QString { return L("Impossible de créer le PDF : ") + error(); });
+                setErrorNotice(outcome.error); // says what failed and why, once
                 return;
             }
             m_lastFolder = QFileInfo(outcome.pdf).absolutePath();
