@@ -254,8 +254,15 @@ QString Localizer::formatDate(QDate date, const QLocale& locale)
 
 QString Localizer::formatDateTime(const QDateTime& dateTime, const QLocale& locale)
 {
+    // The language whose words join the date and the time: "3 mars 2026 à 10:04", "March 3, 2026 at 10:04".
+    AppLanguage language = resolved();
+    for (AppLanguage candidate : allAppLanguages) {
+        if (candidate != AppLanguage::Auto && Localizer::locale(candidate).language() == locale.language())
+            language = candidate;
+    }
     const QDateTime local = dateTime.toLocalTime();
-    return formatDate(local.date(), locale) + u' ' + locale.toString(local.time(), QLocale::ShortFormat);
+    return fill(translate(QString::fromUtf8(LKey("%@ à %@")), language),
+                {formatDate(local.date(), locale), locale.toString(local.time(), QLocale::ShortFormat)});
 }
 
 QString Localizer::formatByteCount(qint64 bytes)

@@ -49,7 +49,7 @@ TEST_F(BackupsCommandTest, ListsBackupsNewestFirstInFrenchAndInEnglish)
     EXPECT_TRUE(lines[0].startsWith(QStringLiteral("Sauvegardes trouvées dans"))) << qPrintable(french.out);
     EXPECT_TRUE(lines[2].startsWith(QStringLiteral("Appareil"))) << qPrintable(french.out);
     EXPECT_TRUE(lines[3].startsWith(QStringLiteral("iPhone de Ana"))) << qPrintable(french.out);
-    EXPECT_TRUE(lines[3].contains(QStringLiteral("20 novembre 2026 18:30"))) << qPrintable(lines[3]);
+    EXPECT_TRUE(lines[3].contains(QStringLiteral("20 novembre 2026 à 18:30"))) << qPrintable(lines[3]);
     EXPECT_TRUE(lines[3].trimmed().endsWith(QStringLiteral("oui"))) << qPrintable(lines[3]);
     EXPECT_TRUE(lines[4].startsWith(QStringLiteral("Vieux téléphone"))) << qPrintable(french.out);
     EXPECT_TRUE(lines[4].trimmed().endsWith(QStringLiteral("non"))) << qPrintable(lines[4]);

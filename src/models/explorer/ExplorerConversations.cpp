@@ -214,7 +214,8 @@ void ExplorerModel::createChatPDF(qint64 chatID)
             } catch (const ConversationError& error) {
                 return {{}, [error] { return L("Impossible de créer le PDF : ") + error.message(); }};
             } catch (const std::exception&) {
-                return {{}, [] { return L("Impossible de créer le PDF : ") + ConversationError::unreadable().message(); }};
+                return {{},
+                        [] { return L("Impossible de créer le PDF : ") + ConversationError::unreadable().message(); }};
             }
         },
         [this](const Outcome& outcome) {
