@@ -96,6 +96,26 @@ QStringList lostAmpersands(const QWidget& window)
     return lost;
 }
 
+// Every visible text that does not fit where it is shown: a button or a one-line label narrower than
+// its text, a wrapping label shorter than its lines.
+QStringList cutTexts(const QWidget& window)
+{
+    QStringList cut;
+    for (const QAbstractButton* button : window.findChildren<QAbstractButton*>()) {
+        if (button->isVisibleTo(&window) && !button->text().isEmpty() && button->width() < button->sizeHint().width())
+            cut << button->text();
+    }
+    for (const QLabel* label : window.findChildren<QLabel*>()) {
+        if (!label->isVisibleTo(&window) || label->text().isEmpty())
+            continue;
+        const bool fits = label->wordWrap() ? label->height() >= label->heightForWidth(label->width())
+                                            : label->width() >= label->sizeHint().width();
+        if (!fits)
+            cut << label->text();
+    }
+    return cut;
+}
+
 QString labelTexts(const QWidget& widget)
 {
     QStringList texts;
@@ -258,6 +278,20 @@ TEST_F(MainWindowTest, EncryptedBackupJourney)
     EXPECT_EQ(model.phase(), ExplorerModel::Phase::AskPassword);
     EXPECT_FALSE(explorer->openButton()->isEnabled());
     screenshot(*window, QStringLiteral("05-password"));
+    // Every text of the password card is read whole, in every language, at the window's smallest size.
+    window->resize(window->minimumSize());
+    for (AppLanguage language : allAppLanguages) {
+        if (language == AppLanguage::Auto)
+            continue;
+        LanguageStore::shared().setLanguage(language);
+        QApplication::processEvents();
+        EXPECT_EQ(cutTexts(*explorer), QStringList()) << qPrintable(identifier(language));
+        if (language == AppLanguage::De)
+            screenshot(*window, QStringLiteral("05-password-de-smallest"));
+    }
+    LanguageStore::shared().setLanguage(AppLanguage::Fr);
+    window->resize(1280, 800);
+    QApplication::processEvents();
 
     QTest::keyClicks(explorer->passwordField(), QStringLiteral("wrong"));
     QTest::keyClick(explorer->passwordField(), Qt::Key_Return);

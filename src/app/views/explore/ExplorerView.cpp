@@ -6,6 +6,7 @@
 #include "app/widgets/Layouts.h"
 #include "app/widgets/ShownText.h"
 #include "app/widgets/TwoLineDelegate.h"
+#include "app/widgets/WrappingCheckBox.h"
 #include "l10n/L.h"
 #include "models/explorer/ExplorerModel.h"
 
@@ -154,7 +155,7 @@ QWidget* ExplorerView::buildPasswordPanel()
     m_password->setClearButtonEnabled(true);
     m_passwordError = wrappingLabel(card);
     setColour(m_passwordError, WindowStyler::errorColour());
-    m_remember = new QCheckBox(card);
+    m_remember = new WrappingCheckBox(card);
     m_open = new QPushButton(Icons::icon(QStringLiteral("lockopen"), Qt::white), QString(), card);
     m_open->setObjectName(QStringLiteral("primary"));
     m_open->setDefault(true);
@@ -182,7 +183,7 @@ QWidget* ExplorerView::buildPasswordPanel()
     connect(m_password, &QLineEdit::textEdited, &m_model, &ExplorerModel::setPassword);
     connect(m_password, &QLineEdit::returnPressed, &m_model, &ExplorerModel::openBackup);
     connect(m_open, &QPushButton::clicked, &m_model, &ExplorerModel::openBackup);
-    connect(m_remember, &QCheckBox::toggled, &m_model, &ExplorerModel::setRememberPassword);
+    connect(m_remember, &WrappingCheckBox::toggled, &m_model, &ExplorerModel::setRememberPassword);
     return panel;
 }
 
@@ -347,8 +348,7 @@ void ExplorerView::retranslate()
                         "oublié, personne (pas même Apple) ne peut le retrouver."));
     m_password->setAccessibleName(L("Mot de passe de la sauvegarde"));
     m_password->setPlaceholderText(L("Mot de passe de la sauvegarde"));
-    m_remember->setText(
-        shownText(L("Garder ce mot de passe dans le Trousseau de ce Mac (recommandé : tu ne le perdras plus)")));
+    m_remember->setText(L("Garder ce mot de passe dans le Trousseau de ce Mac (recommandé : tu ne le perdras plus)"));
     m_open->setText(shownText(L("Ouvrir la sauvegarde")));
     m_kept->setText(L("🔑 Mot de passe gardé dans le Trousseau de ce Mac"));
     m_forget->setText(shownText(L("Oublier le mot de passe")));

@@ -17,6 +17,8 @@ class QHBoxLayout;
 
 namespace nuvrel {
 
+class WrappingCheckBox;
+
 class ExplorerModel;
 class PhotoGridView;
 
@@ -78,7 +80,7 @@ private:
     QLabel* m_prompt;
     QLineEdit* m_password;
     QLabel* m_passwordError;
-    QCheckBox* m_remember;
+    WrappingCheckBox* m_remember;
     QPushButton* m_open;
     QLabel* m_kept;
     QPushButton* m_forget;
