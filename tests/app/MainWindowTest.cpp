@@ -369,8 +369,9 @@ TEST_F(MainWindowTest, EncryptedBackupJourney)
     screenshot(*window, QStringLiteral("11-conversations"));
     explorer->chatList()->setCurrentIndex(explorer->chatList()->model()->index(0, 0));
     QTest::keyClick(explorer->chatList(), Qt::Key_Return);
-    ASSERT_TRUE(QTest::qWaitFor([&] { return model.notice().startsWith(QStringLiteral("PDF créé.")); }, timeoutMs))
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model.notice().startsWith(QStringLiteral("PDF créé : ")); }, timeoutMs))
         << model.errorNotice().toStdString();
+    EXPECT_TRUE(labelTexts(*explorer).contains(model.pdfFingerprint())) << "the fingerprint is shown, to select";
     ASSERT_EQ(m_workspace.opened.size(), 1);
     EXPECT_TRUE(readAll(m_workspace.opened[0]).startsWith("%PDF"));
     screenshot(*window, QStringLiteral("12-pdf-saved"));

@@ -200,7 +200,7 @@ void ExplorerModel::createChatPDF(qint64 chatID)
 
     struct Outcome
     {
-        QString pdf;
+        ConversationPDF::Result pdf;
         Text error;
     };
     const bool started = startJob(
@@ -208,7 +208,7 @@ void ExplorerModel::createChatPDF(qint64 chatID)
             try {
                 const ChatTranscript transcript = openSource(source, database)->transcript(info);
                 const QString destination = QDir(conversationsFolder()).filePath(conversationFileName(info.title));
-                return {ConversationPDF::build(destination, transcript, label).pdf, {}};
+                return {ConversationPDF::build(destination, transcript, label), {}};
             } catch (const ConversationPDF::Error& error) {
                 return {{}, [message = error.message()] { return message; }};
             } catch (const ConversationError& error) {
@@ -224,13 +224,17 @@ void ExplorerModel::createChatPDF(qint64 chatID)
                 setErrorNotice(outcome.error); // says what failed and why, once
                 return;
             }
-            m_lastFolder = QFileInfo(outcome.pdf).absolutePath();
+            m_lastFolder = QFileInfo(outcome.pdf.pdf).absolutePath();
             Q_EMIT lastFolderChanged();
-            setNotice([] {
-                return L("PDF créé. Tu le retrouveras toujours dans « Garder une conversation », section « Mes "
-                         "conversations enregistrées ».");
+            setNotice([pdf = QFileInfo(outcome.pdf.pdf).fileName(), side = QFileInfo(outcome.pdf.sideFile).fileName()] {
+                return L("PDF créé : %@. Son empreinte SHA-256, ci-dessous, est aussi enregistrée dans « %@ », à côté "
+                         "du PDF : garde les deux ensemble.",
+                         pdf, side);
             });
-            m_session->services().workspace.open(outcome.pdf);
+            // After setNotice, which clears it.
+            m_pdfFingerprint = outcome.pdf.pdfFingerprint;
+            Q_EMIT noticeChanged();
+            m_session->services().workspace.open(outcome.pdf.pdf);
         });
     if (started)
         setBusy(L("Création du PDF…"));
@@ -294,8 +298,8 @@ void ExplorerModel::createAllChatPDFs()
                     line += LN(" · %@ vide(s) ignorée(s)", outcome.empty, numbers.toString(outcome.empty));
                 if (outcome.failed > 0)
                     line += L(" · %@ en échec", numbers.toString(outcome.failed));
-                line += L(". Retrouve-les dans « Garder une conversation », section « Mes conversations "
-                          "enregistrées ».");
+                line += L(". Chaque PDF a son fichier d'empreinte à côté de lui, dans %@.",
+                          QDir::toNativeSeparators(outcome.folder));
                 return line;
             };
             m_lastFolder = outcome.folder;

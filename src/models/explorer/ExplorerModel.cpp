@@ -3,6 +3,7 @@
 #include "engines/backup/BackupLocator.h"
 #include "engines/backup/IPhoneBackupReader.h"
 #include "l10n/L.h"
+#include "platform/Clipboard.h"
 #include "platform/Workspace.h"
 
 #include <algorithm>
@@ -94,6 +95,7 @@ void ExplorerModel::setNotice(Text notice)
 {
     m_notice = std::move(notice);
     m_errorNotice = nullptr;
+    m_pdfFingerprint.clear();
     Q_EMIT noticeChanged();
 }
 
@@ -101,7 +103,14 @@ void ExplorerModel::setErrorNotice(Text notice)
 {
     m_errorNotice = std::move(notice);
     m_notice = nullptr;
+    m_pdfFingerprint.clear();
     Q_EMIT noticeChanged();
+}
+
+void ExplorerModel::copyPdfFingerprint()
+{
+    if (!m_pdfFingerprint.isEmpty())
+        m_session->services().clipboard.copyText(m_pdfFingerprint);
 }
 
 void ExplorerModel::setTab(int tab)

@@ -44,6 +44,8 @@ class ExplorerModel final : public QObject
     Q_PROPERTY(QString notice READ notice NOTIFY noticeChanged)
     Q_PROPERTY(QString errorNotice READ errorNotice NOTIFY noticeChanged)
     Q_PROPERTY(QString lastFolder READ lastFolder NOTIFY lastFolderChanged)
+    /// The SHA-256 of the PDF just made, shown with its notice; empty once another notice replaces it.
+    Q_PROPERTY(QString pdfFingerprint READ pdfFingerprint NOTIFY noticeChanged)
     Q_PROPERTY(int convSource READ convSource WRITE setConvSource NOTIFY convSourceChanged)
     Q_PROPERTY(bool chatsLoading READ chatsLoading NOTIFY chatsChanged)
     Q_PROPERTY(QString chatsMessage READ chatsMessage NOTIFY chatsChanged)
@@ -97,6 +99,9 @@ public:
     QString notice() const { return m_notice ? m_notice() : QString(); }
     QString errorNotice() const { return m_errorNotice ? m_errorNotice() : QString(); }
     QString lastFolder() const { return m_lastFolder; }
+    QString pdfFingerprint() const { return m_pdfFingerprint; }
+    /// Puts pdfFingerprint on the clipboard.
+    Q_INVOKABLE void copyPdfFingerprint();
     Q_INVOKABLE void revealLastFolder();
 
     // Photos
@@ -168,6 +173,7 @@ private:
     Text m_notice;
     Text m_errorNotice;
     QString m_lastFolder;
+    QString m_pdfFingerprint;
 
     int m_convSource = MessagesSource;
     bool m_chatsLoading = false;

@@ -16,6 +16,7 @@
 #include "support/RecordingWorkspace.h"
 #include "support/SampleBackup.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QSignalSpy>
@@ -448,9 +449,18 @@ TEST_F(ExplorerModelTest, ConversationsOfBothSourcesBecomePdfs)
     model->createChatPDF(messages.first().id);
     EXPECT_EQ(model->busy(), QStringLiteral("Création du PDF…"));
     ASSERT_TRUE(waitIdle(*model));
-    EXPECT_TRUE(model->notice().startsWith(QStringLiteral("PDF créé."))) << model->errorNotice().toStdString();
     ASSERT_EQ(m_workspace.opened.size(), 1);
     const QString pdf = m_workspace.opened.first();
+    // The notice names the PDF and its side file; the PDF's own fingerprint is shown with it, and copied.
+    EXPECT_TRUE(model->notice().startsWith(QStringLiteral("PDF créé : ") + QFileInfo(pdf).fileName()))
+        << model->notice().toStdString() << model->errorNotice().toStdString();
+    EXPECT_TRUE(model->notice().contains(QFileInfo(ConversationPDF::sideFilePath(pdf)).fileName()));
+    QFile written(pdf);
+    ASSERT_TRUE(written.open(QIODevice::ReadOnly));
+    EXPECT_EQ(model->pdfFingerprint(),
+              QString::fromLatin1(QCryptographicHash::hash(written.readAll(), QCryptographicHash::Sha256).toHex()));
+    model->copyPdfFingerprint();
+    EXPECT_EQ(m_fakes.clipboard.text, model->pdfFingerprint());
     EXPECT_TRUE(pdf.startsWith(ExplorerModel::conversationsFolder()));
     EXPECT_TRUE(pdfText(pdf).contains(QStringLiteral("Messages (sauvegarde iPhone)")));
 
@@ -464,8 +474,10 @@ TEST_F(ExplorerModelTest, ConversationsOfBothSourcesBecomePdfs)
 
     model->createAllChatPDFs();
     ASSERT_TRUE(waitIdle(*model));
-    EXPECT_EQ(model->notice(), QStringLiteral("2 conversations enregistrées en PDF. Retrouve-les dans « Garder une "
-                                              "conversation », section « Mes conversations enregistrées »."));
+    EXPECT_EQ(model->notice(), QStringLiteral("2 conversations enregistrées en PDF. Chaque PDF a son fichier "
+                                              "d'empreinte à côté de lui, dans ") +
+                                   QDir::toNativeSeparators(ExplorerModel::conversationsFolder()) + u'.');
+    EXPECT_TRUE(model->pdfFingerprint().isEmpty()) << "one fingerprint stands for one PDF only";
     EXPECT_EQ(model->lastFolder(), ExplorerModel::conversationsFolder());
     const QStringList pdfs = QDir(ExplorerModel::conversationsFolder()).entryList({QStringLiteral("*.pdf")});
     EXPECT_EQ(pdfs.size(), 3);

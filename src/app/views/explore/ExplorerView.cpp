@@ -13,6 +13,7 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QFileDialog>
+#include <QFontDatabase>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -100,6 +101,18 @@ ExplorerView::ExplorerView(ExplorerModel& model, QWidget* parent)
     auto* noticeRow = new QHBoxLayout;
     noticeRow->addWidget(m_notice, 1);
     noticeRow->addWidget(m_reveal);
+    // The fingerprint of the PDF just made, to select or copy, as the side file records it.
+    m_fingerprintRow = new QWidget(this);
+    m_fingerprintTitle = new QLabel(m_fingerprintRow);
+    m_fingerprint = new QLabel(m_fingerprintRow);
+    m_fingerprint->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
+    m_fingerprint->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    m_copyFingerprint = new QPushButton(m_fingerprintRow);
+    auto* fingerprintLayout = new QHBoxLayout(m_fingerprintRow);
+    fingerprintLayout->setContentsMargins(0, 0, 0, 0);
+    fingerprintLayout->addWidget(m_fingerprintTitle);
+    fingerprintLayout->addWidget(m_fingerprint, 1);
+    fingerprintLayout->addWidget(m_copyFingerprint);
 
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(28, 16, 28, 16);
@@ -116,10 +129,12 @@ ExplorerView::ExplorerView(ExplorerModel& model, QWidget* parent)
     layout->addLayout(busyRow);
     layout->addWidget(m_progress);
     layout->addLayout(noticeRow);
+    layout->addWidget(m_fingerprintRow);
 
     connect(m_back, &QPushButton::clicked, this, &ExplorerView::backRequested);
     connect(m_reveal, &QPushButton::clicked, &m_model, &ExplorerModel::revealLastFolder);
     connect(m_stop, &QPushButton::clicked, &m_model, &ExplorerModel::stop);
+    connect(m_copyFingerprint, &QPushButton::clicked, &m_model, &ExplorerModel::copyPdfFingerprint);
     connect(m_tabs, &QTabWidget::currentChanged, &m_model, &ExplorerModel::setTab);
 
     connect(&m_model, &ExplorerModel::phaseChanged, this, &ExplorerView::renderPhase);
@@ -373,6 +388,8 @@ void ExplorerView::retranslate()
     m_fileList->viewport()->update();
     m_chatList->viewport()->update();
     m_stop->setText(shownText(L("Arrêter")));
+    m_fingerprintTitle->setText(L("Empreinte SHA-256 du PDF :"));
+    m_copyFingerprint->setText(shownText(L("Copier l'empreinte")));
     renderPhase();
     renderPassword();
     renderPhotos();
@@ -532,6 +549,8 @@ void ExplorerView::renderStatus()
     m_notice->setVisible(!m_notice->text().isEmpty());
     setColour(m_notice, failure ? WindowStyler::errorColour() : WindowStyler::successColour());
     m_reveal->setVisible(!m_model.lastFolder().isEmpty() && !busy);
+    m_fingerprint->setText(m_model.pdfFingerprint());
+    m_fingerprintRow->setVisible(!m_model.pdfFingerprint().isEmpty());
 
     // One task at a time: the actions wait for the running one.
     for (QPushButton* action : {m_extractSelected, m_extractFolder, m_saveAll})

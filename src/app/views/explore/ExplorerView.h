@@ -119,6 +119,10 @@ private:
     QProgressBar* m_progress;
     QLabel* m_notice;
     QPushButton* m_reveal;
+    QWidget* m_fingerprintRow;
+    QLabel* m_fingerprintTitle;
+    QLabel* m_fingerprint;
+    QPushButton* m_copyFingerprint;
     QPushButton* m_stop;
 };
 
