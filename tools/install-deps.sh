@@ -12,7 +12,7 @@ debian_packages=(
   fonts-noto-core fonts-noto-cjk fonts-noto-color-emoji fonts-symbola
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev clang-format clang-tidy
-  libplist-utils
+  libplist-utils xvfb xauth
 )
 brew_packages=(cmake ninja pkg-config ccache qt libplist openssl@3 sqlite icu4c qtkeychain poppler ffmpeg libheif googletest google-benchmark llvm)
 

@@ -107,7 +107,9 @@ void PhotoGridView::resizeEvent(QResizeEvent* event)
 void PhotoGridView::fitCellsToWidth()
 {
     const QScrollBar* bar = verticalScrollBar();
-    const int width = viewport()->width() - (bar->isVisible() ? 0 : bar->sizeHint().width());
+    // QListView starts a new row when a cell would reach the viewport's last pixel: cells that fill the
+    // width exactly would lose their last column, so one pixel is left over.
+    const int width = viewport()->width() - (bar->isVisible() ? 0 : bar->sizeHint().width()) - 1;
     const int columns = std::max(1, width / PhotoDelegate::minimumCellSide);
     const int side = std::max(PhotoDelegate::minimumCellSide, width / columns);
     if (gridSize().width() != side)
