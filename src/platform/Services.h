@@ -2,6 +2,7 @@
 
 namespace nuvrel {
 
+class Appearance;
 class Clipboard;
 class SecretStore;
 class Trash;
@@ -19,6 +20,7 @@ struct Services
     Trash& trash;
     Clipboard& clipboard;
     Volumes& volumes;
+    Appearance& appearance;
 };
 
 } // namespace nuvrel

@@ -422,6 +422,26 @@ TEST_F(MainWindowTest, OneClickOpensAndADoubleClickOpensOnce)
 
 // Cells widen so that whole columns fill the grid, whether or not the scroll bar shows, and at
 // any width: an empty band at the right edge looks like a layout fault.
+TEST_F(MainWindowTest, TheWindowFollowsTheDesktopsColourScheme)
+{
+    const QByteArray forced = qgetenv("NUVREL_THEME");
+    qunsetenv("NUVREL_THEME");
+    auto window = makeBackupsWindow();
+    WindowStyler::follow(*qApp, m_fakes.appearance);
+    for (const auto scheme : {Appearance::Scheme::Dark, Appearance::Scheme::Light, Appearance::Scheme::Dark}) {
+        m_fakes.appearance.change(scheme);
+        QApplication::processEvents();
+        const bool dark = scheme == Appearance::Scheme::Dark;
+        EXPECT_EQ(WindowStyler::isDark(), dark);
+        EXPECT_EQ(window->palette().color(QPalette::Window).lightness() < 128, dark);
+        EXPECT_EQ(window->sidebar()->palette().color(QPalette::Base).lightness() < 128, dark);
+    }
+    screenshot(*window, QStringLiteral("04-backups-dark"));
+    m_fakes.appearance.change(Appearance::Scheme::Light);
+    if (!forced.isNull())
+        qputenv("NUVREL_THEME", forced);
+}
+
 TEST_F(MainWindowTest, PhotoCellsShareOutTheWidth)
 {
     for (const int photos : {3, 60}) {

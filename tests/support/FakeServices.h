@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/Appearance.h"
 #include "platform/Clipboard.h"
 #include "platform/Services.h"
 #include "platform/Trash.h"
@@ -75,6 +76,24 @@ public:
     QList<Volume> volumes{{QStringLiteral("/"), QStringLiteral("Disque"), 500'000'000'000, 200'000'000'000, false}};
 };
 
+/// A desktop whose colour scheme a test sets.
+class FixedAppearance final : public Appearance
+{
+public:
+    Scheme scheme() const override { return current; }
+    void watch(std::function<void()> changed) override { watcher = std::move(changed); }
+    /// As the desktop would: the new scheme, then the watcher told.
+    void change(Scheme scheme)
+    {
+        current = scheme;
+        if (watcher)
+            watcher();
+    }
+
+    Scheme current = Scheme::NoPreference;
+    std::function<void()> watcher;
+};
+
 /// Every platform service, faked, for a page or a window under test.
 struct FakeServices
 {
@@ -83,8 +102,9 @@ struct FakeServices
     FolderTrash trash;
     MemoryClipboard clipboard;
     FixedVolumes volumes;
+    FixedAppearance appearance;
 
-    Services services() { return Services{secrets, workspace, trash, clipboard, volumes}; }
+    Services services() { return Services{secrets, workspace, trash, clipboard, volumes, appearance}; }
 };
 
 } // namespace nuvrel::test

@@ -12,17 +12,22 @@ namespace {
 bool g_dark = false;
 
 #ifndef Q_OS_MACOS
-bool desktopPrefersDark(const QApplication& app)
+bool desktopPrefersDark(const QApplication& app, Appearance::Scheme scheme)
 {
+    // The palette the platform gave, read before ours replaces it.
+    static const bool platformPaletteIsDark = app.palette().color(QPalette::Window).lightness() < 128;
     const QByteArray forced = qgetenv("NUVREL_THEME").toLower();
     if (forced == "dark")
         return true;
     if (forced == "light")
         return false;
-    // GNOME and KDE hand their colour scheme to Qt's palette; GTK themes also name it.
+    // The desktop portal's choice; without one, GTK themes name theirs, and some desktops hand
+    // theirs to Qt's palette.
+    if (scheme != Appearance::Scheme::NoPreference)
+        return scheme == Appearance::Scheme::Dark;
     if (qgetenv("GTK_THEME").toLower().contains("dark"))
         return true;
-    return app.palette().color(QPalette::Window).lightness() < 128;
+    return platformPaletteIsDark;
 }
 
 QPalette lightPalette()
@@ -157,13 +162,20 @@ bool WindowStyler::isDark()
     return g_dark;
 }
 
-void WindowStyler::apply(QApplication& app)
+void WindowStyler::follow(QApplication& app, Appearance& appearance)
+{
+    apply(app, appearance.scheme());
+    appearance.watch([&app, &appearance] { apply(app, appearance.scheme()); });
+}
+
+void WindowStyler::apply(QApplication& app, Appearance::Scheme scheme)
 {
 #ifdef Q_OS_MACOS
     // The native style already follows light and dark; only the page rules are ours.
+    Q_UNUSED(scheme);
     g_dark = app.palette().color(QPalette::Window).lightness() < 128;
 #else
-    g_dark = desktopPrefersDark(app);
+    g_dark = desktopPrefersDark(app, scheme);
     app.setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
     app.setPalette(g_dark ? darkPalette() : lightPalette());
 #endif

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/Appearance.h"
+
 #include <QColor>
 
 class QApplication;
@@ -13,8 +15,11 @@ class WindowStyler final
 public:
     WindowStyler() = delete;
 
-    /// Applies the style before the window is built. NUVREL_THEME=light|dark overrides the desktop's choice.
-    static void apply(QApplication& app);
+    /// Applies the style, before the window is built and again when the desktop's `scheme` changes.
+    /// NUVREL_THEME=light|dark overrides the desktop's choice.
+    static void apply(QApplication& app, Appearance::Scheme scheme = Appearance::Scheme::NoPreference);
+    /// Applies the style as `appearance` says now, and again whenever it changes.
+    static void follow(QApplication& app, Appearance& appearance);
     static bool isDark();
     /// The accent colour of buttons, selections and links.
     static QColor accent();

@@ -27,8 +27,10 @@ int main(int argc, char* argv[])
     QApplication::setApplicationVersion(QStringLiteral(NUVREL_VERSION));
     QApplication::setDesktopFileName(QStringLiteral("nuvrel"));
 
-    nuvrel::WindowStyler::apply(app);
-    nuvrel::MainWindow window(nuvrel::systemServices());
+    const nuvrel::Services services = nuvrel::systemServices();
+    // Light or dark as the desktop is, now and whenever it changes.
+    nuvrel::WindowStyler::follow(app, services.appearance);
+    nuvrel::MainWindow window(services);
     window.show();
 
     // NUVREL_QUIT_AFTER_SHOW: the smoke run and the start-up benchmark stop once the window is up,

@@ -1,6 +1,7 @@
 #include "platform/system/SystemServices.h"
 
 #include "platform/system/KeychainSecretStore.h"
+#include "platform/system/SystemAppearance.h"
 #include "platform/system/SystemClipboard.h"
 #include "platform/system/SystemTrash.h"
 #include "platform/system/SystemVolumes.h"
@@ -26,7 +27,8 @@ Services systemServices()
     static SystemTrash trash;
     static SystemClipboard clipboard;
     static SystemVolumes volumes;
-    return Services{systemSecretStore(), systemWorkspace(), trash, clipboard, volumes};
+    static SystemAppearance appearance;
+    return Services{systemSecretStore(), systemWorkspace(), trash, clipboard, volumes, appearance};
 }
 
 } // namespace nuvrel
