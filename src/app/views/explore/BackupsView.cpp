@@ -1,6 +1,7 @@
 #include "app/views/explore/BackupsView.h"
 
 #include "app/shell/Icons.h"
+#include "app/widgets/IconLabel.h"
 #include "app/widgets/Layouts.h"
 #include "app/widgets/ShownText.h"
 #include "app/widgets/TwoLineDelegate.h"
@@ -30,7 +31,7 @@ BackupsView::BackupsView(BackupsModel& model, Workspace& workspace, QWidget* par
     , m_refresh(new QPushButton(this))
     , m_states(new QStackedWidget(this))
     , m_scanning(new QLabel(this))
-    , m_stateIcon(new QLabel(this))
+    , m_stateIcon(new IconLabel(QStringLiteral("phone"), 40, this))
     , m_explanation(new QLabel(this))
     , m_messageRoot(new QLabel(this))
     , m_openSettings(new QPushButton(this))
@@ -55,7 +56,6 @@ BackupsView::BackupsView(BackupsModel& model, Workspace& workspace, QWidget* par
     auto* card = new QFrame(message);
     card->setObjectName(QStringLiteral("card"));
     card->setFixedWidth(560);
-    m_stateIcon->setFixedSize(40, 40);
     m_explanation->setWordWrap(true);
     m_explanation->setTextInteractionFlags(Qt::TextSelectableByMouse);
     m_messageRoot->setObjectName(QStringLiteral("muted"));
@@ -163,8 +163,7 @@ void BackupsView::render()
     switch (m_model.state()) {
     case BackupsModel::State::Scanning: m_states->setCurrentIndex(ScanningState); return;
     case BackupsModel::State::NeedsFullDiskAccess:
-        m_stateIcon->setPixmap(
-            Icons::icon(QStringLiteral("warning")).pixmap(m_stateIcon->size(), m_stateIcon->devicePixelRatioF()));
+        m_stateIcon->setIconName(QStringLiteral("warning"));
         m_explanation->setText(L("Pour lire tes sauvegardes, macOS demande ton accord : Réglages Système > "
                                  "Confidentialité et sécurité > Accès complet au disque, puis active Nuvrel. Ferme et "
                                  "rouvre Nuvrel, puis reviens ici."));
@@ -173,8 +172,7 @@ void BackupsView::render()
         m_states->setCurrentIndex(MessageState);
         return;
     case BackupsModel::State::Empty:
-        m_stateIcon->setPixmap(
-            Icons::icon(QStringLiteral("phone")).pixmap(m_stateIcon->size(), m_stateIcon->devicePixelRatioF()));
+        m_stateIcon->setIconName(QStringLiteral("phone"));
         m_explanation->setText(L("Branche ton iPhone, ouvre-le dans le Finder et choisis « Sauvegarder maintenant ». "
                                  "Elle apparaîtra ici."));
         m_openSettings->setVisible(false);

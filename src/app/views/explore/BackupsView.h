@@ -11,6 +11,8 @@ class QStackedWidget;
 
 namespace nuvrel {
 
+class IconLabel;
+
 class BackupsModel;
 class Workspace;
 
@@ -42,7 +44,7 @@ private:
     QPushButton* m_refresh;
     QStackedWidget* m_states;
     QLabel* m_scanning;
-    QLabel* m_stateIcon;
+    IconLabel* m_stateIcon;
     QLabel* m_explanation;
     QLabel* m_messageRoot;
     QPushButton* m_openSettings;

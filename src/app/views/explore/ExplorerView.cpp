@@ -3,6 +3,7 @@
 #include "app/shell/Icons.h"
 #include "app/shell/WindowStyler.h"
 #include "app/views/explore/PhotoGrid.h"
+#include "app/widgets/IconLabel.h"
 #include "app/widgets/Layouts.h"
 #include "app/widgets/ShownText.h"
 #include "app/widgets/TwoLineDelegate.h"
@@ -181,8 +182,7 @@ QWidget* ExplorerView::buildPasswordPanel()
     auto* cardLayout = new QVBoxLayout(card);
     cardLayout->setContentsMargins(22, 20, 22, 20);
     cardLayout->setSpacing(10);
-    auto* lock = new QLabel(card);
-    lock->setPixmap(Icons::icon(QStringLiteral("vault")).pixmap(QSize(32, 32), devicePixelRatioF()));
+    auto* lock = new IconLabel(QStringLiteral("vault"), 32, card);
     cardLayout->addWidget(lock);
     cardLayout->addWidget(m_prompt);
     cardLayout->addWidget(m_password);

@@ -1,6 +1,7 @@
 #include "app/views/home/HomeView.h"
 
 #include "app/shell/Icons.h"
+#include "app/widgets/IconLabel.h"
 #include "l10n/L.h"
 
 #include <QGridLayout>
@@ -40,14 +41,13 @@ HomeView::HomeView(const QList<Page>& pages, QWidget* parent)
         card->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
         card->setMinimumHeight(96);
         card->setCursor(Qt::PointingHandCursor);
-        auto* icon = new QLabel(card);
-        icon->setPixmap(Icons::icon(iconName(page)).pixmap(QSize(36, 36), devicePixelRatioF()));
+        auto* icon = new IconLabel(iconName(page), 36, card);
         auto* titleLabel = new QLabel(card);
         titleLabel->setObjectName(QStringLiteral("sectionTitle"));
         auto* description = new QLabel(card);
         description->setObjectName(QStringLiteral("muted"));
         description->setWordWrap(true);
-        for (QLabel* label : {icon, titleLabel, description})
+        for (QWidget* label : std::initializer_list<QWidget*>{icon, titleLabel, description})
             label->setAttribute(Qt::WA_TransparentForMouseEvents);
         auto* texts = new QVBoxLayout;
         texts->setSpacing(4);

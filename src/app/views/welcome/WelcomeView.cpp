@@ -1,6 +1,7 @@
 #include "app/views/welcome/WelcomeView.h"
 
 #include "app/shell/Icons.h"
+#include "app/widgets/IconLabel.h"
 #include "app/widgets/Layouts.h"
 #include "app/widgets/ShownText.h"
 #include "l10n/L.h"
@@ -35,8 +36,7 @@ WelcomeView::WelcomeView(QWidget* parent)
     auto* points = new QVBoxLayout;
     points->setSpacing(12);
     for (const char* name : pointIcons) {
-        auto* icon = new QLabel(card);
-        icon->setPixmap(Icons::icon(QString::fromLatin1(name)).pixmap(QSize(24, 24), devicePixelRatioF()));
+        auto* icon = new IconLabel(QString::fromLatin1(name), 24, card);
         auto* text = new QLabel(card);
         text->setWordWrap(true);
         auto* row = new QHBoxLayout;
