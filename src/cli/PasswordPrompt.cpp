@@ -19,7 +19,7 @@ constexpr int endingSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 extern "C" void restoreEchoAndEnd(int signal)
 {
     if (echoIsOff)
-        ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &savedTerminal);
+        ::tcsetattr(STDIN_FILENO, TCSANOW, &savedTerminal);
     // The signal's own action then: the program ends (or stops) as it would have.
     std::signal(signal, SIG_DFL);
     std::raise(signal);
@@ -45,10 +45,11 @@ QString readPasswordFromStdin(QTextStream& err)
         QTextStream in(stdin);
         return in.readLine();
     }
-    err << L("Mot de passe de la sauvegarde : ");
-    err.flush();
-    if (::tcgetattr(STDIN_FILENO, &savedTerminal) != 0)
+    if (::tcgetattr(STDIN_FILENO, &savedTerminal) != 0) {
+        err << L("Mot de passe de la sauvegarde : ");
+        err.flush();
         return QString::fromUtf8(readLine());
+    }
 
     struct sigaction previous[std::size(endingSignals)] = {};
     struct sigaction restore = {};
@@ -57,12 +58,16 @@ QString readPasswordFromStdin(QTextStream& err)
     for (size_t i = 0; i < std::size(endingSignals); ++i)
         ::sigaction(endingSignals[i], &restore, &previous[i]);
 
+    // The echo goes off before the prompt shows, and nothing typed is discarded: a person or a script
+    // answering the prompt at once is read whole, and never shown.
     termios quiet = savedTerminal;
     quiet.c_lflag &= ~tcflag_t(ECHO);
-    echoIsOff = ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet) == 0;
+    echoIsOff = ::tcsetattr(STDIN_FILENO, TCSANOW, &quiet) == 0;
+    err << L("Mot de passe de la sauvegarde : ");
+    err.flush();
     const std::string line = readLine();
     if (echoIsOff)
-        ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &savedTerminal);
+        ::tcsetattr(STDIN_FILENO, TCSANOW, &savedTerminal);
     echoIsOff = 0;
     for (size_t i = 0; i < std::size(endingSignals); ++i)
         ::sigaction(endingSignals[i], &previous[i], nullptr);

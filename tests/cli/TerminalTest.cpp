@@ -68,13 +68,19 @@ TerminalRun runOnTerminal(const QStringList& arguments, const QByteArray& prompt
     TerminalRun run;
     if (child < 0)
         return run;
+    // At once, as a script would: the program must take what is typed as soon as its prompt shows.
+    bool ended = false;
     if (readScreen(master, run.screen, prompt)) {
         if (signal != 0) {
             ::kill(child, signal);
         } else {
             (void)!::write(master, typed.constData(), size_t(typed.size()));
         }
-        readScreen(master, run.screen);
+        ended = readScreen(master, run.screen);
+    }
+    if (!ended) {
+        run.screen += "\n<no end: killed>";
+        ::kill(child, SIGKILL);
     }
     // The terminal's modes when the program left it: the echo must be back on.
     termios modes{};
