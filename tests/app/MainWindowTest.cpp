@@ -418,6 +418,24 @@ TEST_F(MainWindowTest, OneClickOpensAndADoubleClickOpensOnce)
     EXPECT_EQ(explorer->model().fileBrowser().domain(), QStringLiteral("CameraRollDomain"));
     EXPECT_EQ(explorer->model().fileBrowser().folder(), QStringList{});
     EXPECT_EQ(rowText(files, 0), QStringLiteral("Media"));
+
+    // Escape: a search being typed is cleared first, then the page goes back to the backups.
+    explorer->tabs()->setCurrentIndex(ExplorerModel::ConversationsTab);
+    QLineEdit* search = nullptr;
+    for (QLineEdit* field : explorer->findChildren<QLineEdit*>()) {
+        if (field->isVisibleTo(explorer))
+            search = field;
+    }
+    ASSERT_NE(search, nullptr);
+    window->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window.get()));
+    search->setFocus();
+    QTest::keyClicks(search, QStringLiteral("Ana"));
+    QTest::keyClick(search, Qt::Key_Escape);
+    EXPECT_TRUE(search->text().isEmpty());
+    ASSERT_NE(window->explorePage()->explorerView(), nullptr);
+    QTest::keyClick(search, Qt::Key_Escape);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return window->explorePage()->explorerView() == nullptr; }, timeoutMs));
 }
 
 // Cells widen so that whole columns fill the grid, whether or not the scroll bar shows, and at

@@ -21,6 +21,7 @@
 #include <QListView>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QShortcut>
 #include <QStackedWidget>
 #include <QStandardPaths>
 #include <QTabWidget>
@@ -136,6 +137,17 @@ ExplorerView::ExplorerView(ExplorerModel& model, QWidget* parent)
     connect(m_reveal, &QPushButton::clicked, &m_model, &ExplorerModel::revealLastFolder);
     connect(m_stop, &QPushButton::clicked, &m_model, &ExplorerModel::stop);
     connect(m_copyFingerprint, &QPushButton::clicked, &m_model, &ExplorerModel::copyPdfFingerprint);
+    // Escape steps back, one thing at a time: the running work, then a search being typed, then the page.
+    auto* escape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
+    escape->setContext(Qt::WidgetWithChildrenShortcut);
+    connect(escape, &QShortcut::activated, this, [this] {
+        if (m_model.canStop())
+            m_model.stop();
+        else if (m_search->hasFocus() && !m_search->text().isEmpty())
+            m_search->clear();
+        else
+            Q_EMIT backRequested();
+    });
     connect(m_tabs, &QTabWidget::currentChanged, &m_model, &ExplorerModel::setTab);
 
     connect(&m_model, &ExplorerModel::phaseChanged, this, &ExplorerView::renderPhase);
