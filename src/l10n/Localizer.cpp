@@ -255,10 +255,19 @@ QString Localizer::formatDate(QDate date, const QLocale& locale)
 QString Localizer::formatDateTime(const QDateTime& dateTime, const QLocale& locale)
 {
     // The language whose words join the date and the time: "3 mars 2026 à 10:04", "March 3, 2026 at 10:04".
+    // Asked for every row of a list and every message printed: the locales are made once.
+    static const auto locales = [] {
+        std::array<QLocale, std::size(allAppLanguages)> made;
+        for (size_t i = 0; i < std::size(allAppLanguages); ++i)
+            made[i] = Localizer::locale(allAppLanguages[i]);
+        return made;
+    }();
     AppLanguage language = resolved();
-    for (AppLanguage candidate : allAppLanguages) {
-        if (candidate != AppLanguage::Auto && Localizer::locale(candidate).language() == locale.language())
-            language = candidate;
+    for (size_t i = 0; i < std::size(allAppLanguages); ++i) {
+        if (allAppLanguages[i] != AppLanguage::Auto && locales[i] == locale) {
+            language = allAppLanguages[i];
+            break;
+        }
     }
     const QDateTime local = dateTime.toLocalTime();
     return fill(translate(QString::fromUtf8(LKey("%@ à %@")), language),

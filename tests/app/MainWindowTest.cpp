@@ -116,6 +116,21 @@ QStringList cutTexts(const QWidget& window)
     return cut;
 }
 
+// Runs `check` with each language of the menu in force, then puts French back.
+template <typename Check>
+void inEveryLanguage(Check&& check)
+{
+    for (AppLanguage language : allAppLanguages) {
+        if (language == AppLanguage::Auto)
+            continue;
+        LanguageStore::shared().setLanguage(language);
+        QApplication::processEvents();
+        check(language);
+    }
+    LanguageStore::shared().setLanguage(AppLanguage::Fr);
+    QApplication::processEvents();
+}
+
 QString labelTexts(const QWidget& widget)
 {
     QStringList texts;
@@ -280,16 +295,11 @@ TEST_F(MainWindowTest, EncryptedBackupJourney)
     screenshot(*window, QStringLiteral("05-password"));
     // Every text of the password card is read whole, in every language, at the window's smallest size.
     window->resize(window->minimumSize());
-    for (AppLanguage language : allAppLanguages) {
-        if (language == AppLanguage::Auto)
-            continue;
-        LanguageStore::shared().setLanguage(language);
-        QApplication::processEvents();
+    inEveryLanguage([&](AppLanguage language) {
         EXPECT_EQ(cutTexts(*explorer), QStringList()) << qPrintable(identifier(language));
         if (language == AppLanguage::De)
             screenshot(*window, QStringLiteral("05-password-de-smallest"));
-    }
-    LanguageStore::shared().setLanguage(AppLanguage::Fr);
+    });
     window->resize(1280, 800);
     QApplication::processEvents();
 
@@ -316,13 +326,9 @@ TEST_F(MainWindowTest, EncryptedBackupJourney)
     EXPECT_EQ(model.photoRoll().selected().size(), 3);
     screenshot(*window, QStringLiteral("07-photos"));
     // In English the tab reads "Photos & Videos": every "&" of every language is shown as written.
-    for (AppLanguage language : allAppLanguages) {
-        if (language == AppLanguage::Auto)
-            continue;
-        LanguageStore::shared().setLanguage(language);
-        QApplication::processEvents();
+    inEveryLanguage([&](AppLanguage language) {
         EXPECT_EQ(lostAmpersands(*window), QStringList()) << qPrintable(identifier(language));
-    }
+    });
     LanguageStore::shared().setLanguage(AppLanguage::En);
     QApplication::processEvents();
     EXPECT_EQ(explorer->findChild<QTabWidget*>()->tabText(ExplorerModel::PhotosTab).left(18),

@@ -403,13 +403,14 @@ public:
         if (std::optional<Stamp> stamp = stampOf(line, m_loose)) {
             close();
             m_stamp = stamp->raw;
-            m_header = line.first(stamp->bodyStart).toString();
-            m_body = line.sliced(stamp->bodyStart).toString();
-        } else if (m_stamp || !line.trimmed().isEmpty() || !m_body.isEmpty()) {
+            // The whole line is kept: a line whose date turns out unreadable is kept as written.
+            m_text = line.toString();
+            m_bodyStart = stamp->bodyStart;
+        } else if (m_stamp || !line.trimmed().isEmpty() || !m_text.isEmpty()) {
             // Text before the first message is kept too, as a message of unknown time.
-            if (m_stamp || !m_body.isEmpty())
-                m_body += u'\n';
-            m_body += line;
+            if (m_stamp || !m_text.isEmpty())
+                m_text += u'\n';
+            m_text += line;
         }
         return true;
     }
@@ -428,7 +429,7 @@ public:
 private:
     void close()
     {
-        if (!m_stamp && m_body.isEmpty())
+        if (!m_stamp && m_text.isEmpty())
             return;
         const std::optional<QDateTime> date = m_stamp ? dateOf(*m_stamp, m_dayFirst, m_clock) : std::nullopt;
         if (date)
@@ -436,21 +437,22 @@ private:
         else
             keepUndated();
         m_stamp.reset();
-        m_header.clear();
-        m_body.clear();
+        m_text.clear();
+        m_bodyStart = 0;
     }
 
     void addDated(const QDateTime& date)
     {
         ChatMessage message;
         message.date = date;
-        const qsizetype colon = m_body.indexOf(QStringLiteral(": "));
-        if (colon >= 0 && colon <= 60 && !QStringView(m_body).first(colon).contains(u'\n')) {
-            message.sender = sender(QStringView(m_body).first(colon));
-            message.text = trimmedText(QStringView(m_body).sliced(colon + 2));
+        const QStringView body = QStringView(m_text).sliced(m_bodyStart);
+        const qsizetype colon = body.indexOf(QStringLiteral(": "));
+        if (colon >= 0 && colon <= 60 && !body.first(colon).contains(u'\n')) {
+            message.sender = sender(body.first(colon));
+            message.text = trimmedText(body.sliced(colon + 2));
         } else {
             message.sender = m_system;
-            message.text = trimmedText(m_body);
+            message.text = trimmedText(body);
         }
         m_transcript.messages.append(std::move(message));
     }
@@ -460,7 +462,7 @@ private:
     void keepUndated()
     {
         ++m_transcript.undatedLines;
-        const QString whole = trimmedText(QString(m_header + m_body));
+        const QString whole = trimmedText(m_text);
         if (!m_transcript.messages.isEmpty()) {
             QString& text = m_transcript.messages.last().text;
             text += text.isEmpty() ? whole : u'\n' + whole;
@@ -490,8 +492,8 @@ private:
     QHash<QString, QString> m_senderNames;
     QStringList m_senders; ///< in order of appearance
     std::optional<Raw> m_stamp;
-    QString m_header;
-    QString m_body;
+    QString m_text;            ///< the message's lines as written, its first line whole
+    qsizetype m_bodyStart = 0; ///< where, in m_text, the first line's text follows its date
 };
 
 // Reads the lines twice: once to learn the file's layout and order, then to build the conversation.
