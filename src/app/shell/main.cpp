@@ -15,6 +15,23 @@
 #include <QTimer>
 
 #include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+// Running work is told to stop; a copy in hand is given a few seconds to end cleanly. Work that
+// still runs after that must not see the window and the libraries torn down under it: the process
+// then ends at once, and what that work left under a temporary name is cleared at the next start.
+int finish(int status)
+{
+    if (!nuvrel::Job::shutdown(3000)) {
+        std::fflush(nullptr);
+        std::_Exit(status);
+    }
+    return status;
+}
+
+} // namespace
 
 int main(int argc, char* argv[])
 {
@@ -41,7 +58,7 @@ int main(int argc, char* argv[])
             std::fflush(stdout);
             QApplication::quit();
         });
-        return QApplication::exec();
+        return finish(QApplication::exec());
     }
 
     nuvrel::UpdateChecker updates;
@@ -59,8 +76,5 @@ int main(int argc, char* argv[])
     updates.startIfNeeded();
     // Decrypted copies that a crash or a kill left behind; those of a running command line stay.
     nuvrel::Job::pool().start([] { nuvrel::WorkFolder::removeAbandoned(); });
-    const int status = QApplication::exec();
-    // Running work is told to stop; a copy in hand is given a few seconds to end cleanly.
-    nuvrel::Job::shutdown(3000);
-    return status;
+    return finish(QApplication::exec());
 }
