@@ -1,5 +1,6 @@
 #include "app/shell/MainWindow.h"
 
+#include "WindowChecks.h"
 #include "app/shell/WindowStyler.h"
 #include "app/views/explore/BackupsView.h"
 #include "app/views/explore/ExplorePage.h"
@@ -43,19 +44,6 @@ using namespace nuvrel::test;
 
 namespace {
 
-QString rowText(const QAbstractItemView* view, int row)
-{
-    return view->model()->index(row, 0).data().toString();
-}
-
-constexpr int timeoutMs = 60'000;
-
-QByteArray readAll(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 QStringList sidebarTitles(const MainWindow& window)
 {
     QStringList titles;
@@ -64,82 +52,7 @@ QStringList sidebarTitles(const MainWindow& window)
     return titles;
 }
 
-// Screens are saved for a person to look at: build/<preset>/screenshots/<name>.png
-void screenshot(QWidget& window, const QString& name)
-{
-    QApplication::processEvents();
-    const QString folder = QStringLiteral(NUVREL_SCREENSHOT_DIR);
-    QDir().mkpath(folder);
-    EXPECT_TRUE(window.grab().save(QDir(folder).filePath(name + QStringLiteral(".png"))));
-}
-
-// Every text of a button, a check box, a tab or a menu item in which a lone "&" would be taken as a
-// keyboard mnemonic, and so lost from what the user reads.
-QStringList lostAmpersands(const QWidget& window)
-{
-    const auto loses = [](const QString& text) { return QString(text).remove(QStringLiteral("&&")).contains(u'&'); };
-    QStringList lost;
-    for (const QAbstractButton* button : window.findChildren<QAbstractButton*>()) {
-        if (loses(button->text()))
-            lost << button->text();
-    }
-    for (const QTabBar* tabs : window.findChildren<QTabBar*>()) {
-        for (int i = 0; i < tabs->count(); ++i) {
-            if (loses(tabs->tabText(i)))
-                lost << tabs->tabText(i);
-        }
-    }
-    for (const QAction* action : window.findChildren<QAction*>()) {
-        if (loses(action->text()))
-            lost << action->text();
-    }
-    return lost;
-}
-
-// Every visible text that does not fit where it is shown: a button or a one-line label narrower than
-// its text, a wrapping label shorter than its lines.
-QStringList cutTexts(const QWidget& window)
-{
-    QStringList cut;
-    for (const QAbstractButton* button : window.findChildren<QAbstractButton*>()) {
-        if (button->isVisibleTo(&window) && !button->text().isEmpty() && button->width() < button->sizeHint().width())
-            cut << button->text();
-    }
-    for (const QLabel* label : window.findChildren<QLabel*>()) {
-        if (!label->isVisibleTo(&window) || label->text().isEmpty())
-            continue;
-        const bool fits = label->wordWrap() ? label->height() >= label->heightForWidth(label->width())
-                                            : label->width() >= label->sizeHint().width();
-        if (!fits)
-            cut << label->text();
-    }
-    return cut;
-}
-
-// Runs `check` with each language of the menu in force, then puts French back.
-template <typename Check>
-void inEveryLanguage(Check&& check)
-{
-    for (AppLanguage language : allAppLanguages) {
-        if (language == AppLanguage::Auto)
-            continue;
-        LanguageStore::shared().setLanguage(language);
-        QApplication::processEvents();
-        check(language);
-    }
-    LanguageStore::shared().setLanguage(AppLanguage::Fr);
-    QApplication::processEvents();
-}
-
-QString labelTexts(const QWidget& widget)
-{
-    QStringList texts;
-    for (const QLabel* label : widget.findChildren<QLabel*>()) {
-        if (label->isVisibleTo(&widget))
-            texts << label->text();
-    }
-    return texts.join(u'\n');
-}
+constexpr int timeoutMs = windowTimeoutMs;
 
 class MainWindowTest : public testing::Test
 {
@@ -444,8 +357,6 @@ TEST_F(MainWindowTest, OneClickOpensAndADoubleClickOpensOnce)
     EXPECT_TRUE(QTest::qWaitFor([&] { return window->explorePage()->explorerView() == nullptr; }, timeoutMs));
 }
 
-// Cells widen so that whole columns fill the grid, whether or not the scroll bar shows, and at
-// any width: an empty band at the right edge looks like a layout fault.
 TEST_F(MainWindowTest, TheWindowFollowsTheDesktopsColourScheme)
 {
     const QByteArray forced = qgetenv("NUVREL_THEME");
@@ -466,6 +377,8 @@ TEST_F(MainWindowTest, TheWindowFollowsTheDesktopsColourScheme)
         qputenv("NUVREL_THEME", forced);
 }
 
+// Cells widen so that whole columns fill the grid, whether or not the scroll bar shows, and at
+// any width: an empty band at the right edge looks like a layout fault.
 TEST_F(MainWindowTest, PhotoCellsShareOutTheWidth)
 {
     for (const int photos : {3, 60}) {

@@ -61,7 +61,7 @@ MainWindow::MainWindow(Services services, QWidget* parent)
 
     setObjectName(QStringLiteral("mainWindow"));
     resize(1180, 760);
-    setMinimumSize(900, 600);
+    setMinimumSize(960, 640);
 
     m_sidebar->setObjectName(QStringLiteral("sidebar"));
     m_sidebar->setFixedWidth(236);

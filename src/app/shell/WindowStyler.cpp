@@ -82,7 +82,8 @@ QPalette darkPalette()
 }
 #endif
 
-// Object names carry the roles: "sidebar", "pageTitle", "card", "notice"…; lists whose rows are
+// Object names carry the roles: "sidebar", "pageTitle", "card", "notice"…; a "tone" property colours
+// a notice as a success or a failure, in the colours of the scheme in force; lists whose rows are
 // actions (a backup, a category, a conversation) say so with the "rowsAreActions" property and answer
 // one click, as their texts promise ("Clique sur une sauvegarde"), and a double click only once.
 QString styleSheet(bool dark)
@@ -117,8 +118,11 @@ QPushButton#primary:disabled { background: %4; border-color: %4; }
 QPushButton#link { border: none; background: transparent; color: %6; padding: 4px 2px; text-align: left; }
 QPushButton#link:hover, QPushButton#link:focus { text-decoration: underline; }
 QPushButton#link:disabled { color: palette(window-text); font-weight: 600; }
+QLabel[tone="success"] { color: %9; }
+QLabel[tone="error"] { color: %10; }
 )")
-        .arg(sidebar, hover, card, border, muted, WindowStyler::accent().name(), accentHover, focusRing);
+        .arg(sidebar, hover, card, border, muted, WindowStyler::accent().name(), accentHover, focusRing,
+             WindowStyler::successColour().name(), WindowStyler::errorColour().name());
 }
 
 // Fusion's own controls, drawn flatter to match the cards; the native style of macOS keeps its own.

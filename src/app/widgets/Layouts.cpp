@@ -1,6 +1,9 @@
 #include "app/widgets/Layouts.h"
 
 #include <QHBoxLayout>
+#include <QStyle>
+#include <QVariant>
+#include <QWidget>
 
 namespace nuvrel {
 
@@ -11,6 +14,17 @@ QHBoxLayout* centredRow(QWidget* widget)
     row->addWidget(widget);
     row->addStretch(1);
     return row;
+}
+
+void setTone(QWidget* widget, Tone tone)
+{
+    const char* name = tone == Tone::Success ? "success" : tone == Tone::Failure ? "error" : "";
+    if (widget->property("tone").toByteArray() == name)
+        return;
+    widget->setProperty("tone", QByteArray(name));
+    // A style sheet reads dynamic properties only when the widget is polished again.
+    widget->style()->unpolish(widget);
+    widget->style()->polish(widget);
 }
 
 } // namespace nuvrel

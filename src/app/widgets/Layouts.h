@@ -10,4 +10,9 @@ namespace nuvrel {
 /// then loses lines.
 QHBoxLayout* centredRow(QWidget* widget);
 
+/// How a notice reads: a success or a failure. The colour comes from the window's style, so that it
+/// follows a change of light and dark; a colour set on the widget itself would stay behind.
+enum class Tone { Plain, Success, Failure };
+void setTone(QWidget* widget, Tone tone);
+
 } // namespace nuvrel

@@ -5,6 +5,7 @@
 
 #include <QDir>
 #include <QSettings>
+#include <QStandardPaths>
 
 #include <algorithm>
 #include <cerrno>
@@ -26,7 +27,14 @@ QString textOr(const QVariantMap& info, QLatin1StringView key, const QString& fa
 
 QString BackupLocator::defaultRoot()
 {
+#ifdef Q_OS_MACOS
     return QDir::homePath() + QLatin1StringView("/Library/Application Support/MobileSync/Backup");
+#else
+    // No system service writes backups here: the same layout under the data folder gives
+    // "idevicebackup2 backup" and backups copied from a Mac one place to go.
+    return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
+           QLatin1StringView("/MobileSync/Backup");
+#endif
 }
 
 QString BackupLocator::root()

@@ -20,7 +20,8 @@ public:
 
     BackupLocator() = delete;
 
-    /// The folder the sync service writes to: ~/Library/Application Support/MobileSync/Backup.
+    /// Where backups are: on macOS the folder the sync service writes to,
+    /// ~/Library/Application Support/MobileSync/Backup; elsewhere ~/.local/share/MobileSync/Backup.
     static QString defaultRoot();
     /// The folder to scan: NUVREL_BACKUP_ROOT when set, else the "backupRoot" setting, else defaultRoot().
     static QString root();

@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <QSettings>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTimeZone>
 
@@ -197,8 +198,13 @@ TEST(BackupLocatorRoot, EnvironmentThenSettingThenDefault)
 {
     QSettings().remove(BackupLocator::settingsKey);
     EXPECT_EQ(BackupLocator::root(), BackupLocator::defaultRoot());
+#ifdef Q_OS_MACOS
     EXPECT_TRUE(
         BackupLocator::defaultRoot().endsWith(QStringLiteral("/Library/Application Support/MobileSync/Backup")));
+#else
+    EXPECT_EQ(BackupLocator::defaultRoot(), QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
+                                                QStringLiteral("/MobileSync/Backup"));
+#endif
     QSettings().setValue(BackupLocator::settingsKey, QStringLiteral("/media/disk/Backup"));
     EXPECT_EQ(BackupLocator::root(), QStringLiteral("/media/disk/Backup"));
     qputenv("NUVREL_BACKUP_ROOT", "/srv/backups");

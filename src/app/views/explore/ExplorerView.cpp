@@ -1,7 +1,6 @@
 #include "app/views/explore/ExplorerView.h"
 
 #include "app/shell/Icons.h"
-#include "app/shell/WindowStyler.h"
 #include "app/views/explore/PhotoGrid.h"
 #include "app/widgets/IconLabel.h"
 #include "app/widgets/Layouts.h"
@@ -15,6 +14,7 @@
 #include <QComboBox>
 #include <QFileDialog>
 #include <QFontDatabase>
+#include <QGridLayout>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -40,13 +40,6 @@ QLabel* wrappingLabel(QWidget* parent, const QString& objectName = {})
     if (!objectName.isEmpty())
         label->setObjectName(objectName);
     return label;
-}
-
-void setColour(QLabel* label, const QColor& colour)
-{
-    QPalette palette = label->palette();
-    palette.setColor(QPalette::WindowText, colour);
-    label->setPalette(palette);
 }
 
 } // namespace
@@ -110,11 +103,15 @@ ExplorerView::ExplorerView(ExplorerModel& model, QWidget* parent)
     m_fingerprint->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
     m_fingerprint->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
     m_copyFingerprint = new QPushButton(m_fingerprintRow);
-    auto* fingerprintLayout = new QHBoxLayout(m_fingerprintRow);
+    // The 64 digits get a line of their own: beside a caption and a button they would not fit a
+    // small window in the longer languages.
+    auto* fingerprintLayout = new QGridLayout(m_fingerprintRow);
     fingerprintLayout->setContentsMargins(0, 0, 0, 0);
-    fingerprintLayout->addWidget(m_fingerprintTitle);
-    fingerprintLayout->addWidget(m_fingerprint, 1);
-    fingerprintLayout->addWidget(m_copyFingerprint);
+    fingerprintLayout->setVerticalSpacing(2);
+    fingerprintLayout->addWidget(m_fingerprintTitle, 0, 0);
+    fingerprintLayout->addWidget(m_copyFingerprint, 0, 1);
+    fingerprintLayout->addWidget(m_fingerprint, 1, 0, 1, 2);
+    fingerprintLayout->setColumnStretch(0, 1);
 
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(28, 16, 28, 16);
@@ -182,7 +179,7 @@ QWidget* ExplorerView::buildPasswordPanel()
     m_password->setEchoMode(QLineEdit::Password);
     m_password->setClearButtonEnabled(true);
     m_passwordError = wrappingLabel(card);
-    setColour(m_passwordError, WindowStyler::errorColour());
+    setTone(m_passwordError, Tone::Failure);
     m_remember = new WrappingCheckBox(card);
     m_open = new QPushButton(Icons::icon(QStringLiteral("lockopen"), Qt::white), QString(), card);
     m_open->setObjectName(QStringLiteral("primary"));
@@ -559,7 +556,7 @@ void ExplorerView::renderStatus()
     const bool failure = !m_model.errorNotice().isEmpty();
     m_notice->setText(failure ? m_model.errorNotice() : m_model.notice());
     m_notice->setVisible(!m_notice->text().isEmpty());
-    setColour(m_notice, failure ? WindowStyler::errorColour() : WindowStyler::successColour());
+    setTone(m_notice, failure ? Tone::Failure : Tone::Success);
     m_reveal->setVisible(!m_model.lastFolder().isEmpty() && !busy);
     m_fingerprint->setText(m_model.pdfFingerprint());
     m_fingerprintRow->setVisible(!m_model.pdfFingerprint().isEmpty());

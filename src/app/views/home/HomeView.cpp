@@ -1,6 +1,7 @@
 #include "app/views/home/HomeView.h"
 
 #include "app/shell/Icons.h"
+#include "app/widgets/CardButton.h"
 #include "app/widgets/IconLabel.h"
 #include "l10n/L.h"
 
@@ -36,9 +37,8 @@ HomeView::HomeView(const QList<Page>& pages, QWidget* parent)
         if (page == Page::Home)
             continue;
         // A button holding labels: it takes the clicks and the keyboard, the labels only show.
-        auto* card = new QPushButton(this);
+        auto* card = new CardButton(this);
         card->setObjectName(QStringLiteral("card"));
-        card->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
         card->setMinimumHeight(96);
         card->setCursor(Qt::PointingHandCursor);
         auto* icon = new IconLabel(iconName(page), 36, card);

@@ -1,0 +1,159 @@
+// Every screen of the window at its smallest size, in light and dark, in French, German and Russian
+// (the longest words and another script), saved for a person to look at and checked for cut texts.
+// The same test runs again at a scale of 2 (QT_SCALE_FACTOR=2): the pictures then hold twice the pixels.
+
+#include "WindowChecks.h"
+#include "app/shell/MainWindow.h"
+#include "app/shell/WindowStyler.h"
+#include "app/views/explore/BackupsView.h"
+#include "app/views/explore/ExplorePage.h"
+#include "app/views/explore/ExplorerView.h"
+#include "app/views/explore/PhotoGrid.h"
+#include "app/views/welcome/WelcomeView.h"
+#include "engines/backup/BackupReadError.h"
+#include "l10n/LanguageStore.h"
+#include "models/backups/BackupsModel.h"
+#include "models/explorer/ExplorerModel.h"
+#include "support/ChatFixtures.h"
+#include "support/FakeServices.h"
+#include "support/SampleBackup.h"
+
+#include <QGuiApplication>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
+#include <QSettings>
+#include <QTabWidget>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+using namespace nuvrel;
+using namespace nuvrel::test;
+
+namespace {
+
+class Screens : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        m_forcedTheme = qgetenv("NUVREL_THEME");
+        qunsetenv("NUVREL_THEME");
+        QSettings().clear();
+        qputenv("NUVREL_BACKUP_ROOT", QFile::encodeName(m_root.path()));
+        const qreal scale = qApp->devicePixelRatio();
+        m_folder = QStringLiteral("screens/%1/%2x/").arg(QGuiApplication::platformName()).arg(scale);
+    }
+    void TearDown() override
+    {
+        qunsetenv("NUVREL_BACKUP_ROOT");
+        LanguageStore::shared().setLanguage(AppLanguage::Fr);
+        WindowStyler::apply(*qApp, Appearance::Scheme::Light);
+        if (!m_forcedTheme.isNull())
+            qputenv("NUVREL_THEME", m_forcedTheme);
+    }
+
+    // The screen now shown, in each language and scheme: saved, and every text of it read whole.
+    void capture(QWidget& window, const QString& screen)
+    {
+        static const AppLanguage languages[] = {AppLanguage::Fr, AppLanguage::De, AppLanguage::Ru};
+        for (const AppLanguage language : languages) {
+            LanguageStore::shared().setLanguage(language);
+            for (const auto scheme : {Appearance::Scheme::Light, Appearance::Scheme::Dark}) {
+                WindowStyler::apply(*qApp, scheme);
+                QApplication::processEvents();
+                const QString name =
+                    QStringLiteral("%1-%2-%3")
+                        .arg(screen, identifier(language),
+                             scheme == Appearance::Scheme::Dark ? QStringLiteral("dark") : QStringLiteral("light"));
+                screenshot(window, m_folder + name);
+                if (scheme == Appearance::Scheme::Light) {
+                    EXPECT_EQ(cutTexts(window), QStringList()) << qPrintable(name);
+                }
+                EXPECT_EQ(faintTexts(window), QStringList()) << qPrintable(name);
+            }
+        }
+        LanguageStore::shared().setLanguage(AppLanguage::Fr);
+        WindowStyler::apply(*qApp, Appearance::Scheme::Light);
+        QApplication::processEvents();
+    }
+
+    QTemporaryDir m_root;
+    FakeServices m_fakes;
+    QString m_folder;
+    QByteArray m_forcedTheme;
+};
+
+TEST_F(Screens, EveryScreenAtTheSmallestSizeInEachSchemeAndLanguage)
+{
+    MainWindow window(m_fakes.services());
+    window.resize(window.minimumSize());
+    window.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !window.backupsModel().isScanning(); }, windowTimeoutMs));
+    EXPECT_EQ(window.size(), window.minimumSize());
+
+    capture(window, QStringLiteral("01-welcome"));
+    QTest::mouseClick(window.welcomeView()->startButton(), Qt::LeftButton);
+    capture(window, QStringLiteral("02-home"));
+    window.setSection(Page::Explore);
+    capture(window, QStringLiteral("03-no-backup"));
+
+    // An encrypted backup with photos and conversations, and a plain one.
+    QTemporaryDir scratch;
+    const QString sms = scratch.filePath(QStringLiteral("sms.db"));
+    writeSampleMessagesDatabase(sms);
+    SampleBackup sample;
+    sample.password = QStringLiteral("secret");
+    sample.files = cameraRollPhotos(40);
+    sample.files.append({QStringLiteral("HomeDomain"), QStringLiteral("Library/SMS/sms.db"), readAll(sms)});
+    sample.write(m_root.path());
+    SampleBackup plain;
+    plain.id = QStringLiteral("plain-backup");
+    plain.deviceName = QStringLiteral("iPhone de Louis");
+    plain.files = cameraRollPhotos(2);
+    plain.write(m_root.path());
+    window.backupsModel().refresh();
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return window.explorePage()->backupsView()->list()->count() == 2; }, windowTimeoutMs));
+    capture(window, QStringLiteral("04-backups"));
+
+    QListWidget* list = window.explorePage()->backupsView()->list();
+    list->setCurrentRow(0);
+    QTest::keyClick(list, Qt::Key_Return);
+    ExplorerView* explorer = window.explorePage()->explorerView();
+    ASSERT_NE(explorer, nullptr);
+    ExplorerModel& model = explorer->model();
+    capture(window, QStringLiteral("05-password"));
+    QTest::keyClicks(explorer->passwordField(), QStringLiteral("wrong"));
+    QTest::keyClick(explorer->passwordField(), Qt::Key_Return);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return labelTexts(*explorer).contains(BackupReadError::wrongPassword().message()); }, windowTimeoutMs));
+    capture(window, QStringLiteral("06-wrong-password"));
+
+    explorer->passwordField()->selectAll();
+    QTest::keyClicks(explorer->passwordField(), QStringLiteral("secret"));
+    QTest::keyClick(explorer->passwordField(), Qt::Key_Return);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model.phase() == ExplorerModel::Phase::Ready; }, windowTimeoutMs));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model.photoRoll().thumbnailsDecoded() >= 8; }, windowTimeoutMs));
+    PhotoGridView* grid = explorer->photoGrid();
+    for (int row : {0, 3})
+        QTest::mouseClick(grid->viewport(), Qt::LeftButton, {},
+                          grid->visualRect(grid->model()->index(row, 0)).center());
+    capture(window, QStringLiteral("07-photos"));
+
+    explorer->tabs()->setCurrentIndex(ExplorerModel::FilesTab);
+    capture(window, QStringLiteral("08-files"));
+    explorer->tabs()->setCurrentIndex(ExplorerModel::ConversationsTab);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return explorer->chatList()->model()->rowCount() > 0; }, windowTimeoutMs));
+    capture(window, QStringLiteral("09-conversations"));
+    explorer->chatList()->setCurrentIndex(explorer->chatList()->model()->index(0, 0));
+    QTest::keyClick(explorer->chatList(), Qt::Key_Return);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !model.pdfFingerprint().isEmpty(); }, windowTimeoutMs))
+        << qPrintable(model.errorNotice());
+    capture(window, QStringLiteral("10-pdf-saved"));
+}
+
+} // namespace

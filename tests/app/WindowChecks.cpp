@@ -1,0 +1,122 @@
+#include "WindowChecks.h"
+
+#include <QAbstractButton>
+#include <QAbstractItemView>
+#include <QAction>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QLabel>
+#include <QTabBar>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace nuvrel::test {
+
+QByteArray readAll(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QString rowText(const QAbstractItemView* view, int row)
+{
+    return view->model()->index(row, 0).data().toString();
+}
+
+void screenshot(QWidget& window, const QString& name)
+{
+    QApplication::processEvents();
+    const QString path = QDir(QStringLiteral(NUVREL_SCREENSHOT_DIR)).filePath(name + QStringLiteral(".png"));
+    QDir().mkpath(QFileInfo(path).path());
+    EXPECT_TRUE(window.grab().save(path)) << qPrintable(path);
+}
+
+QStringList lostAmpersands(const QWidget& window)
+{
+    const auto loses = [](const QString& text) { return QString(text).remove(QStringLiteral("&&")).contains(u'&'); };
+    QStringList lost;
+    for (const QAbstractButton* button : window.findChildren<QAbstractButton*>()) {
+        if (loses(button->text()))
+            lost << button->text();
+    }
+    for (const QTabBar* tabs : window.findChildren<QTabBar*>()) {
+        for (int i = 0; i < tabs->count(); ++i) {
+            if (loses(tabs->tabText(i)))
+                lost << tabs->tabText(i);
+        }
+    }
+    for (const QAction* action : window.findChildren<QAction*>()) {
+        if (loses(action->text()))
+            lost << action->text();
+    }
+    return lost;
+}
+
+QStringList cutTexts(const QWidget& window)
+{
+    QStringList cut;
+    for (const QAbstractButton* button : window.findChildren<QAbstractButton*>()) {
+        if (button->isVisibleTo(&window) && !button->text().isEmpty() && button->width() < button->sizeHint().width())
+            cut << button->text();
+    }
+    for (const QLabel* label : window.findChildren<QLabel*>()) {
+        if (!label->isVisibleTo(&window) || label->text().isEmpty())
+            continue;
+        const bool fits = label->wordWrap() ? label->height() >= label->heightForWidth(label->width())
+                                            : label->width() >= label->sizeHint().width();
+        if (!fits)
+            cut << label->text();
+    }
+    return cut;
+}
+
+namespace {
+
+// Relative luminance and contrast ratio, as the web's accessibility guidelines define them.
+double luminance(const QColor& colour)
+{
+    const auto channel = [](double value) {
+        return value <= 0.04045 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);
+    };
+    return 0.2126 * channel(colour.redF()) + 0.7152 * channel(colour.greenF()) + 0.0722 * channel(colour.blueF());
+}
+
+double contrast(const QColor& a, const QColor& b)
+{
+    const double first = luminance(a) + 0.05;
+    const double second = luminance(b) + 0.05;
+    return std::max(first, second) / std::min(first, second);
+}
+
+} // namespace
+
+QStringList faintTexts(const QWidget& window)
+{
+    const QColor background = window.palette().color(QPalette::Window);
+    QStringList faint;
+    for (const QLabel* label : window.findChildren<QLabel*>()) {
+        if (!label->isVisibleTo(&window) || label->text().isEmpty())
+            continue;
+        const QColor text =
+            label->palette().color(label->isEnabled() ? QPalette::Active : QPalette::Disabled, label->foregroundRole());
+        if (contrast(text, background) < 4.5)
+            faint << QStringLiteral("%1 (%2 on %3)").arg(label->text(), text.name(), background.name());
+    }
+    return faint;
+}
+
+QString labelTexts(const QWidget& widget)
+{
+    QStringList texts;
+    for (const QLabel* label : widget.findChildren<QLabel*>()) {
+        if (label->isVisibleTo(&widget))
+            texts << label->text();
+    }
+    return texts.join(u'\n');
+}
+
+} // namespace nuvrel::test
