@@ -18,6 +18,7 @@
 #include "support/FakeServices.h"
 #include "support/SampleBackup.h"
 
+#include <QAbstractButton>
 #include <QGuiApplication>
 #include <QLineEdit>
 #include <QListWidget>
@@ -55,9 +56,16 @@ protected:
             qputenv("NUVREL_THEME", m_forcedTheme);
     }
 
-    // The screen now shown, in each language and scheme: saved, and every text of it read whole.
+    // The screen now shown, in each language and scheme: saved, every text of it read whole and
+    // clear, and every control reached by Tab in reading order.
     void capture(QWidget& window, const QString& screen)
     {
+        window.activateWindow();
+        EXPECT_TRUE(QTest::qWaitForWindowActive(&window));
+        QWidget* focused = QApplication::focusWidget();
+        EXPECT_EQ(tabOrderFaults(window), QStringList()) << qPrintable(screen);
+        if (focused)
+            focused->setFocus(Qt::OtherFocusReason);
         static const AppLanguage languages[] = {AppLanguage::Fr, AppLanguage::De, AppLanguage::Ru};
         for (const AppLanguage language : languages) {
             LanguageStore::shared().setLanguage(language);
@@ -127,6 +135,7 @@ TEST_F(Screens, EveryScreenAtTheSmallestSizeInEachSchemeAndLanguage)
     ASSERT_NE(explorer, nullptr);
     ExplorerModel& model = explorer->model();
     capture(window, QStringLiteral("05-password"));
+    EXPECT_EQ(QApplication::focusWidget(), explorer->passwordField()) << "the keyboard waits in the field";
     QTest::keyClicks(explorer->passwordField(), QStringLiteral("wrong"));
     QTest::keyClick(explorer->passwordField(), Qt::Key_Return);
     ASSERT_TRUE(QTest::qWaitFor(
@@ -139,6 +148,7 @@ TEST_F(Screens, EveryScreenAtTheSmallestSizeInEachSchemeAndLanguage)
     ASSERT_TRUE(QTest::qWaitFor([&] { return model.phase() == ExplorerModel::Phase::Ready; }, windowTimeoutMs));
     ASSERT_TRUE(QTest::qWaitFor([&] { return model.photoRoll().thumbnailsDecoded() >= 8; }, windowTimeoutMs));
     PhotoGridView* grid = explorer->photoGrid();
+    EXPECT_EQ(QApplication::focusWidget(), grid) << "the keyboard went on to the photos, not to the sidebar";
     for (int row : {0, 3})
         QTest::mouseClick(grid->viewport(), Qt::LeftButton, {},
                           grid->visualRect(grid->model()->index(row, 0)).center());

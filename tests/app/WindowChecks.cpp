@@ -7,7 +7,9 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QLabel>
+#include <QLineEdit>
 #include <QTabBar>
+#include <QTest>
 
 #include <gtest/gtest.h>
 
@@ -107,6 +109,66 @@ QStringList faintTexts(const QWidget& window)
             faint << QStringLiteral("%1 (%2 on %3)").arg(label->text(), text.name(), background.name());
     }
     return faint;
+}
+
+namespace {
+
+QString describe(const QWidget* widget)
+{
+    QString text;
+    if (const auto* button = qobject_cast<const QAbstractButton*>(widget))
+        text = button->text();
+    else if (const auto* field = qobject_cast<const QLineEdit*>(widget))
+        text = field->placeholderText();
+    const QPoint at = widget->mapTo(widget->window(), QPoint(0, 0));
+    return QStringLiteral("%1 \"%2\" at %3,%4")
+        .arg(QString::fromLatin1(widget->metaObject()->className()), text)
+        .arg(at.x())
+        .arg(at.y());
+}
+
+} // namespace
+
+QStringList tabOrderFaults(QWidget& window)
+{
+    QStringList faults;
+    const QWidget* start = QApplication::focusWidget();
+    if (!start || !window.isAncestorOf(start))
+        return {QStringLiteral("nothing of the window has the keyboard")};
+    QList<QWidget*> cycle{const_cast<QWidget*>(start)};
+    for (int step = 0; step < 60; ++step) {
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+        QWidget* now = QApplication::focusWidget();
+        if (now == start)
+            break;
+        if (!now || cycle.contains(now))
+            return {QStringLiteral("Tab does not come back to where it started")};
+        cycle << now;
+    }
+    for (QWidget* widget : window.findChildren<QWidget*>()) {
+        if (widget->isVisibleTo(&window) && widget->isEnabled() && (widget->focusPolicy() & Qt::TabFocus) &&
+            !widget->focusProxy() && !cycle.contains(widget))
+            faults << QStringLiteral("never reached: ") + describe(widget);
+    }
+    const QWidget* sidebar = window.findChild<QWidget*>(QStringLiteral("sidebarPane"));
+    const auto onPage = [sidebar](const QWidget* widget) { return !sidebar || !sidebar->isAncestorOf(widget); };
+    // Read from the sidebar on, when there is one: the page then starts from its top.
+    const auto first = std::find_if(cycle.begin(), cycle.end(), [&](const QWidget* widget) { return !onPage(widget); });
+    std::rotate(cycle.begin(), first == cycle.end() ? cycle.begin() : first, cycle.end());
+    const QWidget* previous = nullptr;
+    for (const QWidget* widget : std::as_const(cycle)) {
+        if (!onPage(widget))
+            continue;
+        if (previous) {
+            const QPoint was = previous->mapTo(&window, QPoint(0, 0));
+            const QPoint is = widget->mapTo(&window, QPoint(0, 0));
+            const bool sameRow = std::abs(is.y() - was.y()) <= 8;
+            if ((sameRow && is.x() < was.x()) || (!sameRow && is.y() < was.y()))
+                faults << QStringLiteral("out of reading order: %1 after %2").arg(describe(widget), describe(previous));
+        }
+        previous = widget;
+    }
+    return faults;
 }
 
 QString labelTexts(const QWidget& widget)

@@ -36,6 +36,11 @@ QStringList cutTexts(const QWidget& window);
 /// contrast ratio that small text needs (4.5 to 1): a colour meant for the other scheme, for one.
 QStringList faintTexts(const QWidget& window);
 
+/// What is wrong with the way Tab walks through `window` from its focused widget: a visible control that
+/// Tab never reaches, or a step back up the page (out of reading order). The sidebar, a column of its
+/// own, is left out of the order. Empty when nothing is.
+QStringList tabOrderFaults(QWidget& window);
+
 /// The texts of the visible labels, one per line.
 QString labelTexts(const QWidget& widget);
 

@@ -48,7 +48,7 @@ void ExplorePage::open(const PhoneBackup& backup)
     m_stack->addWidget(m_explorerView);
     m_stack->setCurrentWidget(m_explorerView);
     m_explorer->start();
-    m_explorerView->setFocus();
+    m_explorerView->placeFocus();
 }
 
 void ExplorePage::closeExplorer()

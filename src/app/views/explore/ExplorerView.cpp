@@ -10,6 +10,7 @@
 #include "l10n/L.h"
 #include "models/explorer/ExplorerModel.h"
 
+#include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QFileDialog>
@@ -419,13 +420,15 @@ void ExplorerView::renderTabTitles()
 
 void ExplorerView::renderPhase()
 {
+    // The keyboard follows the phase, unless the user has taken it outside this view: a panel that goes
+    // away must not leave it on a hidden field, or let it fall to the sidebar.
+    const QWidget* focused = QApplication::focusWidget();
+    const bool followsPhase = !focused || focused == this || isAncestorOf(focused);
     switch (m_model.phase()) {
     case ExplorerModel::Phase::AskPassword:
         m_phases->setCurrentIndex(PasswordPanel);
         m_passwordError->setText(m_model.failureMessage());
         m_passwordError->setVisible(!m_model.failureMessage().isEmpty());
-        if (isVisible())
-            m_password->setFocus();
         // A refused password is selected, so that the next try replaces it.
         if (!m_model.failureMessage().isEmpty())
             m_password->selectAll();
@@ -448,6 +451,30 @@ void ExplorerView::renderPhase()
         break;
     }
     renderPassword();
+    if (followsPhase && !(m_model.phase() == ExplorerModel::Phase::Ready && m_tabs->isAncestorOf(focused)))
+        placeFocus();
+}
+
+void ExplorerView::placeFocus()
+{
+    if (!isVisible())
+        return;
+    switch (m_model.phase()) {
+    case ExplorerModel::Phase::AskPassword: m_password->setFocus(Qt::OtherFocusReason); break;
+    case ExplorerModel::Phase::Failed: m_retry->setFocus(Qt::OtherFocusReason); break;
+    case ExplorerModel::Phase::Ready: tabContent(m_model.tab())->setFocus(Qt::OtherFocusReason); break;
+    // Nothing to act on but Escape, which the view itself answers.
+    case ExplorerModel::Phase::Loading: setFocus(Qt::OtherFocusReason); break;
+    }
+}
+
+QWidget* ExplorerView::tabContent(int tab) const
+{
+    switch (tab) {
+    case ExplorerModel::FilesTab: return m_fileList;
+    case ExplorerModel::ConversationsTab: return m_chatList;
+    default: return m_grid;
+    }
 }
 
 void ExplorerView::renderPassword()

@@ -32,6 +32,8 @@ public:
     explicit ExplorerView(ExplorerModel& model, QWidget* parent = nullptr);
 
     void retranslate();
+    /// Puts the keyboard where the phase wants it: the password field, the retry button, the open tab.
+    void placeFocus();
     ExplorerModel& model() const { return m_model; }
 
     // For tests and keyboard users: the controls by role.
@@ -59,6 +61,8 @@ private:
 
     void renderPhase();
     void renderPassword();
+    /// The list or grid a tab is about: where the keyboard goes once the backup is open.
+    QWidget* tabContent(int tab) const;
     void renderPhotos();
     void renderPlace();
     void renderChats();
