@@ -102,6 +102,7 @@ QListWidget#sidebar::item { padding: 0 8px; border-radius: 7px; }
 QToolButton#languageButton { padding: 6px 10px; margin-left: 8px; }
 QListWidget#sidebar::item:hover { background: %2; }
 QListWidget#sidebar::item:selected { background: %6; color: white; }
+QListWidget#sidebar::item:selected:focus { border: 2px solid %8; }
 QAbstractItemView[rowsAreActions="true"] { activate-on-singleclick: 1; }
 QLabel#pageTitle { font-size: 20pt; font-weight: 600; }
 QLabel#sectionTitle { font-size: 13pt; font-weight: 600; }

@@ -61,11 +61,11 @@ void PhotoDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option,
         painter->drawEllipse(check);
         Icons::icon(QStringLiteral("check"), Qt::white).paint(painter, check.adjusted(3, 3, -3, -3));
     }
+    // The cell the arrow keys stand on: a ring in the gap around it, apart from the selection's.
     if (option.state & QStyle::State_HasFocus) {
-        QPen focus(option.palette.color(QPalette::Highlight), 1, Qt::DashLine);
-        painter->setPen(focus);
+        painter->setPen(QPen(accent, 2));
         painter->setBrush(Qt::NoBrush);
-        painter->drawRoundedRect(QRectF(option.rect).adjusted(1.5, 1.5, -1.5, -1.5), 7, 7);
+        painter->drawRoundedRect(QRectF(option.rect).adjusted(1, 1, -1, -1), 8, 8);
     }
     painter->restore();
 }
