@@ -22,6 +22,7 @@
 #include <QAbstractButton>
 #include <QAction>
 #include <QApplication>
+#include <QCheckBox>
 #include <QDialogButtonBox>
 #include <QDir>
 #include <QLabel>
@@ -355,6 +356,41 @@ TEST_F(MainWindowTest, OneClickOpensAndADoubleClickOpensOnce)
     ASSERT_NE(window->explorePage()->explorerView(), nullptr);
     QTest::keyClick(search, Qt::Key_Escape);
     EXPECT_TRUE(QTest::qWaitFor([&] { return window->explorePage()->explorerView() == nullptr; }, timeoutMs));
+}
+
+// Return presses the focused button, as in the desktop's own applications, and never ticks a box.
+TEST_F(MainWindowTest, ReturnPressesTheFocusedButton)
+{
+    SampleBackup plain;
+    plain.id = QStringLiteral("plain-backup");
+    plain.files = cameraRollPhotos(2);
+    plain.write(m_root.path());
+    QSettings().setValue(QStringLiteral("welcomeDone"), true);
+    auto window = makeWindow();
+    window->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window.get()));
+
+    auto* card = window->homeView()->findChild<QPushButton*>(QStringLiteral("card"));
+    ASSERT_NE(card, nullptr);
+    card->setFocus();
+    QTest::keyClick(card, Qt::Key_Return);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return window->section() == Page::Explore; }, timeoutMs));
+
+    QListWidget* list = window->explorePage()->backupsView()->list();
+    list->setCurrentRow(0);
+    QTest::keyClick(list, Qt::Key_Return);
+    ExplorerView* explorer = readyExplorer(*window);
+    ASSERT_NE(explorer, nullptr);
+    explorer->backButton()->setFocus();
+    QTest::keyClick(explorer->backButton(), Qt::Key_Enter);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return window->explorePage()->explorerView() == nullptr; }, timeoutMs));
+
+    QCheckBox box(window->explorePage());
+    box.show();
+    box.setFocus();
+    QTest::keyClick(&box, Qt::Key_Return);
+    QApplication::processEvents();
+    EXPECT_FALSE(box.isChecked());
 }
 
 TEST_F(MainWindowTest, TheWindowFollowsTheDesktopsColourScheme)

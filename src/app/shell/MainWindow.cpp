@@ -9,13 +9,17 @@
 #include "l10n/LanguageStore.h"
 #include "models/backups/BackupsModel.h"
 
+#include <QAbstractButton>
 #include <QAction>
 #include <QActionGroup>
 #include <QApplication>
+#include <QCheckBox>
 #include <QHBoxLayout>
+#include <QKeyEvent>
 #include <QLibraryInfo>
 #include <QListWidget>
 #include <QMenu>
+#include <QRadioButton>
 #include <QSettings>
 #include <QStackedWidget>
 #include <QToolButton>
@@ -147,6 +151,21 @@ void MainWindow::buildMenus()
         m_languages->addAction(action);
         connect(action, &QAction::triggered, this, [language] { LanguageStore::shared().setLanguage(language); });
     }
+}
+
+void MainWindow::keyPressEvent(QKeyEvent* event)
+{
+    // Return presses the button that has the keyboard, as in the desktop's own applications; Qt's
+    // buttons answer only Space outside a dialog, and pass Return up to here.
+    if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) {
+        auto* button = qobject_cast<QAbstractButton*>(focusWidget());
+        if (button && button->isEnabled() && !qobject_cast<QCheckBox*>(button) &&
+            !qobject_cast<QRadioButton*>(button)) {
+            button->animateClick();
+            return;
+        }
+    }
+    QMainWindow::keyPressEvent(event);
 }
 
 bool MainWindow::welcomeDone() const

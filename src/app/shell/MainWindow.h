@@ -47,6 +47,9 @@ public:
     QMenu* languageMenu() const { return m_languageMenu; }
     const PageRegistry& pages() const { return m_registry; }
 
+protected:
+    void keyPressEvent(QKeyEvent* event) override;
+
 private:
     void buildMenus();
     void installQtTranslations();
