@@ -5,7 +5,6 @@
 
 #include "l10n/AppLanguage.h"
 #include "l10n/LanguageStore.h"
-#include "support/QtPrinters.h"
 
 #include <QApplication>
 #include <QString>

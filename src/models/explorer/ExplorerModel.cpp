@@ -1,12 +1,16 @@
 #include "models/explorer/ExplorerModel.h"
 
 #include "engines/backup/BackupLocator.h"
+#include "engines/backup/BackupReadError.h"
 #include "engines/backup/IPhoneBackupReader.h"
 #include "l10n/L.h"
 #include "platform/Clipboard.h"
 #include "platform/Workspace.h"
 
+#include <QFileInfo>
+
 #include <algorithm>
+#include <optional>
 
 namespace nuvrel {
 
@@ -235,18 +239,33 @@ void ExplorerModel::openFile(const BackupEntry& entry)
     if (!m_reader || workRunning())
         return;
     std::shared_ptr<const IPhoneBackupReader> reader = m_reader;
+    struct Opened
+    {
+        QString copy;
+        std::optional<BackupReadError> error; ///< why no copy was made, when it is known
+    };
     const bool started = startJob(
-        [reader, entry](JobContext&) -> QString {
+        [reader, entry](JobContext&) -> Opened {
             try {
-                return reader->openableURL(entry, entry.fileName());
+                return {reader->openableURL(entry, entry.fileName()), {}};
+            } catch (const BackupReadError& error) {
+                return {{}, error};
             } catch (const std::exception&) {
                 return {};
             }
         },
-        [this](const QString& copy) {
+        [this](const Opened& opened) {
             setBusy({});
-            if (copy.isEmpty() || !m_session->services().workspace.open(copy))
+            if (opened.error) {
+                setErrorNotice([error = *opened.error] { return error.message(); });
+            } else if (opened.copy.isEmpty()) {
                 setErrorNotice([] { return L("Impossible d'ouvrir ce fichier."); });
+            } else if (!m_session->services().workspace.open(opened.copy)) {
+                // The copy is whole: what is missing is an application for its kind of file.
+                setErrorNotice([name = QFileInfo(opened.copy).fileName()] {
+                    return L("Aucune application n'a pu ouvrir « %@ ».", name);
+                });
+            }
         });
     if (started)
         setBusy(L("Ouverture de %@…", entry.fileName()));

@@ -8,6 +8,7 @@
 #include "platform/Workspace.h"
 #include "sessions/backup/PasswordSheet.h"
 
+#include <QDir>
 #include <QFile>
 
 namespace nuvrel {
@@ -203,8 +204,17 @@ QString BackupSession::printRescueSheet()
     QString sheet = PasswordSheet::make(m_backup.deviceName, m_provenPassword);
     if (!sheet.isEmpty())
         m_sheets.append(sheet);
-    if (sheet.isEmpty() || !m_services.workspace.open(sheet))
+    if (sheet.isEmpty()) {
         Q_EMIT noticeRaised([] { return L("Impossible de créer la fiche de secours."); }, true);
+    } else if (!m_services.workspace.open(sheet)) {
+        // Made, but nothing here shows PDFs: the user can still open it from where it is.
+        Q_EMIT noticeRaised(
+            [sheet] {
+                return L("La fiche de secours est prête, mais aucune application n'a pu l'ouvrir : %@",
+                         QDir::toNativeSeparators(sheet));
+            },
+            true);
+    }
     return sheet;
 }
 

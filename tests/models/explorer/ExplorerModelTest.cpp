@@ -383,10 +383,22 @@ TEST_F(ExplorerModelTest, BrowsesFoldersExtractsOneAndOpensAFile)
     EXPECT_EQ(QFileInfo(m_workspace.opened[0]).fileName(), QStringLiteral("a.txt"));
     EXPECT_EQ(readAll(m_workspace.opened[0]), "A");
 
+    // What failed, and why: no application for the file, or a stored copy that is gone.
     m_workspace.refuse = true;
     model->openFile(*file.entry);
     ASSERT_TRUE(waitIdle(*model));
-    EXPECT_EQ(model->errorNotice(), QStringLiteral("Impossible d'ouvrir ce fichier."));
+    EXPECT_EQ(model->errorNotice(), QStringLiteral("Aucune application n'a pu ouvrir « a.txt »."));
+    m_workspace.refuse = false;
+    const FolderItem deep = model->fileBrowser().items().constFirst();
+    model->fileBrowser().openFolder(deep.name);
+    const FolderItem gone = model->fileBrowser().items().constFirst();
+    ASSERT_TRUE(gone.entry.has_value());
+    ASSERT_TRUE(
+        QFile::remove(QDir(model->backup().url).filePath(gone.entry->fileID.left(2) + u'/' + gone.entry->fileID)));
+    model->openFile(*gone.entry);
+    ASSERT_TRUE(waitIdle(*model));
+    EXPECT_EQ(model->errorNotice(), QStringLiteral("La sauvegarde est incomplète : la copie d'un fichier manque."));
+    model->fileBrowser().goUp(1);
 
     model->fileBrowser().goUp(1);
     EXPECT_EQ(model->fileBrowser().folder(), QStringList{QStringLiteral("Library")});
@@ -681,6 +693,13 @@ TEST_F(ExplorerModelTest, RescueSheetOnlyForAProvenPasswordAndGoneWithTheExplore
         EXPECT_EQ(m_workspace.opened, QStringList{sheet});
         EXPECT_EQ(QFileInfo(sheet).permissions() & (QFileDevice::ReadGroup | QFileDevice::ReadOther), 0);
         EXPECT_TRUE(pdfText(sheet).contains(QStringLiteral("pw")));
+        // Nothing here shows PDFs: the sheet is made all the same, and the notice says where it is.
+        m_workspace.refuse = true;
+        const QString unshown = model.printRescueSheet();
+        ASSERT_TRUE(QFileInfo(unshown).isFile());
+        EXPECT_EQ(model.errorNotice(),
+                  QStringLiteral("La fiche de secours est prête, mais aucune application n'a pu l'ouvrir : ") +
+                      QDir::toNativeSeparators(unshown));
     }
     EXPECT_FALSE(QFileInfo::exists(sheet));
 }
