@@ -8,6 +8,7 @@
 #include <QFileInfo>
 #include <QLabel>
 #include <QLineEdit>
+#include <QRegularExpression>
 #include <QTabBar>
 #include <QTest>
 
@@ -169,6 +170,34 @@ QStringList tabOrderFaults(QWidget& window)
         previous = widget;
     }
     return faults;
+}
+
+QStringList macWords(const QWidget& window)
+{
+    static const QRegularExpression mac(QStringLiteral("\\b(Finder|Mac|macOS|Touch ID|Cmd|Trousseau)\\b"));
+    QStringList texts;
+    for (const QLabel* label : window.findChildren<QLabel*>()) {
+        if (label->isVisibleTo(&window))
+            texts << label->text();
+    }
+    for (const QAbstractButton* button : window.findChildren<QAbstractButton*>()) {
+        if (button->isVisibleTo(&window))
+            texts << button->text() << button->toolTip();
+    }
+    for (const QLineEdit* field : window.findChildren<QLineEdit*>()) {
+        if (field->isVisibleTo(&window))
+            texts << field->placeholderText();
+    }
+    for (const QTabBar* tabs : window.findChildren<QTabBar*>()) {
+        for (int i = 0; i < tabs->count(); ++i)
+            texts << tabs->tabText(i);
+    }
+    QStringList found;
+    for (const QString& text : std::as_const(texts)) {
+        if (text.contains(mac))
+            found << text;
+    }
+    return found;
 }
 
 QString labelTexts(const QWidget& widget)

@@ -40,6 +40,9 @@ QStringList faintTexts(const QWidget& window);
 /// own, is left out of the order. Empty when nothing is.
 QStringList tabOrderFaults(QWidget& window);
 
+/// Every visible text (label, button, tab, field hint) that names a thing of macOS: none may on Linux.
+QStringList macWords(const QWidget& window);
+
 /// The texts of the visible labels, one per line.
 QString labelTexts(const QWidget& widget);
 
