@@ -62,6 +62,21 @@ if(NOT LIBHEIF_FOUND)
   nuvrel_missing("libheif" libheif-dev libheif)
 endif()
 
+# RapidJSON: its streaming reader, for chat exports of gigabytes (header-only).
+if(PkgConfig_FOUND)
+  pkg_check_modules(RAPIDJSON QUIET IMPORTED_TARGET RapidJSON)
+endif()
+if(NOT RAPIDJSON_FOUND)
+  nuvrel_missing("RapidJSON" rapidjson-dev rapidjson)
+endif()
+# libzip: WhatsApp's exports with media come as zip archives.
+if(PkgConfig_FOUND)
+  pkg_check_modules(LIBZIP QUIET IMPORTED_TARGET libzip)
+endif()
+if(NOT LIBZIP_FOUND)
+  nuvrel_missing("libzip" libzip-dev libzip)
+endif()
+
 string(REPLACE "." ";" _plist_version "${LIBPLIST_VERSION}")
 list(GET _plist_version 0 NUVREL_LIBPLIST_MAJOR)
 list(GET _plist_version 1 NUVREL_LIBPLIST_MINOR)

@@ -13,8 +13,10 @@ debian_packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev clang-format clang-tidy
   libplist-utils xvfb xauth
+  rapidjson-dev libzip-dev zip jq
 )
-brew_packages=(cmake ninja pkg-config ccache qt libplist openssl@3 sqlite icu4c qtkeychain poppler ffmpeg libheif googletest google-benchmark llvm)
+brew_packages=(cmake ninja pkg-config ccache qt libplist openssl@3 sqlite icu4c qtkeychain poppler ffmpeg libheif googletest google-benchmark llvm
+  rapidjson libzip jq)
 
 case "$(uname -s)" in
 Linux)

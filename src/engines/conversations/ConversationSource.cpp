@@ -2,6 +2,7 @@
 
 #include "engines/conversations/ConversationError.h"
 #include "engines/conversations/MessagesReader.h"
+#include "engines/conversations/TelegramExport.h"
 #include "engines/conversations/WhatsAppParser.h"
 #include "engines/conversations/WhatsAppReader.h"
 #include "ground/RegularFile.h"
@@ -91,7 +92,30 @@ private:
     mutable std::optional<ChatTranscript> m_parsed;
 };
 
+// A Telegram Desktop export: read as a stream at each call, never held whole.
+class TelegramSource final : public ConversationSource
+{
+public:
+    explicit TelegramSource(QString file)
+        : m_file(std::move(file))
+    {}
+    ConvSource kind() const override { return ConvSource::Telegram; }
+    QList<MessagesChatInfo> listChats() const override { return TelegramExport::listChats(m_file); }
+    ChatTranscript transcript(const MessagesChatInfo& chat) const override
+    {
+        return TelegramExport::transcript(m_file, chat.id);
+    }
+
+private:
+    QString m_file;
+};
+
 } // namespace
+
+std::unique_ptr<ConversationSource> ConversationSource::telegramExport(QString file)
+{
+    return std::make_unique<TelegramSource>(std::move(file));
+}
 
 std::unique_ptr<ConversationSource> ConversationSource::messagesDatabase(QString file)
 {
@@ -115,6 +139,8 @@ std::unique_ptr<ConversationSource> ConversationSource::forFile(QString file)
         return whatsAppDatabase(std::move(file));
     if (name.endsWith(QLatin1StringView(".txt"), Qt::CaseInsensitive))
         return whatsAppExport(std::move(file));
+    if (name.endsWith(QLatin1StringView(".json"), Qt::CaseInsensitive))
+        return telegramExport(std::move(file));
     return messagesDatabase(std::move(file));
 }
 

@@ -9,7 +9,7 @@
 namespace nuvrel {
 
 /// One place conversations come from: a Messages or WhatsApp database (always read through a private
-/// copy), or a WhatsApp text export. Pages and commands list and read conversations through it,
+/// copy), a WhatsApp text export or a Telegram export. Pages and commands list and read conversations through it,
 /// whatever the source. Every failure is a ConversationError.
 class ConversationSource
 {
@@ -26,7 +26,10 @@ public:
     static std::unique_ptr<ConversationSource> whatsAppDatabase(QString file);
     /// A WhatsApp "Export Chat" text file: one conversation, number 1, titled by the file's name.
     static std::unique_ptr<ConversationSource> whatsAppExport(QString file);
-    /// By the file's name: "ChatStorage…" is WhatsApp's store, ".txt" an export, anything else Messages.
+    /// A Telegram Desktop export (result.json), of one chat or of a whole account.
+    static std::unique_ptr<ConversationSource> telegramExport(QString file);
+    /// By the file's name: "ChatStorage…" is WhatsApp's store, ".txt" a WhatsApp export, ".json" a
+    /// Telegram one, anything else Messages.
     static std::unique_ptr<ConversationSource> forFile(QString file);
 };
 
