@@ -26,7 +26,8 @@ int exitCodeFor(const ConversationError& error)
     case ConversationError::Kind::Empty: return NothingFound;
     case ConversationError::Kind::File:
     case ConversationError::Kind::Unreadable:
-    case ConversationError::Kind::TooLarge: return BackupUnreadable;
+    case ConversationError::Kind::TooLarge:
+    case ConversationError::Kind::SuspectArchive: return BackupUnreadable;
     }
     return BackupUnreadable;
 }

@@ -31,6 +31,10 @@ QString ConversationError::message() const
     case Kind::TooLarge:
         return L("%@ est trop gros pour une conversation exportée (au plus %@).", QDir::toNativeSeparators(m_path),
                  Localizer::formatByteCount(m_limit));
+    case Kind::SuspectArchive:
+        return L("Nuvrel n'ouvre pas %@ : un fichier de cette archive se décompresse à plus de %@ fois sa taille, ce "
+                 "qu'aucun export ne fait.",
+                 QDir::toNativeSeparators(m_path), Localizer::locale().toString(m_limit));
     }
     return {};
 }
@@ -43,6 +47,7 @@ const char* ConversationError::what() const noexcept
     case Kind::Unreadable: return "conversation database unreadable";
     case Kind::Empty: return "no message";
     case Kind::TooLarge: return "export too large";
+    case Kind::SuspectArchive: return "archive compressed out of proportion";
     }
     return "conversation error";
 }

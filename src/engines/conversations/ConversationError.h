@@ -18,7 +18,8 @@ public:
         File,       ///< any other failure of a file: missing, a full disk for the private copy…
         Unreadable, ///< read, but not a conversation store or export
         Empty,
-        TooLarge, ///< an export far beyond any real one
+        TooLarge,       ///< an export far beyond any real one
+        SuspectArchive, ///< an archive that unpacks out of all proportion: a zip bomb
     };
 
     /// The system refused to let us read `path`.
@@ -31,6 +32,14 @@ public:
     {
         ConversationError error(Kind::TooLarge, std::move(path));
         error.m_limit = limit;
+        return error;
+    }
+
+    /// An entry of the archive at `path` is compressed more than `ratio` times.
+    static ConversationError suspectArchive(QString path, qint64 ratio)
+    {
+        ConversationError error(Kind::SuspectArchive, std::move(path));
+        error.m_limit = ratio;
         return error;
     }
 

@@ -3,6 +3,7 @@
 #include "engines/conversations/ConversationError.h"
 #include "engines/conversations/MessagesReader.h"
 #include "engines/conversations/TelegramExport.h"
+#include "engines/conversations/WhatsAppArchive.h"
 #include "engines/conversations/WhatsAppParser.h"
 #include "engines/conversations/WhatsAppReader.h"
 #include "ground/RegularFile.h"
@@ -112,6 +113,11 @@ private:
 
 } // namespace
 
+std::unique_ptr<ConversationSource> ConversationSource::whatsAppArchive(QString file)
+{
+    return std::make_unique<WhatsAppArchive>(std::move(file));
+}
+
 std::unique_ptr<ConversationSource> ConversationSource::telegramExport(QString file)
 {
     return std::make_unique<TelegramSource>(std::move(file));
@@ -141,6 +147,8 @@ std::unique_ptr<ConversationSource> ConversationSource::forFile(QString file)
         return whatsAppExport(std::move(file));
     if (name.endsWith(QLatin1StringView(".json"), Qt::CaseInsensitive))
         return telegramExport(std::move(file));
+    if (name.endsWith(QLatin1StringView(".zip"), Qt::CaseInsensitive))
+        return whatsAppArchive(std::move(file));
     return messagesDatabase(std::move(file));
 }
 

@@ -26,10 +26,12 @@ public:
     static std::unique_ptr<ConversationSource> whatsAppDatabase(QString file);
     /// A WhatsApp "Export Chat" text file: one conversation, number 1, titled by the file's name.
     static std::unique_ptr<ConversationSource> whatsAppExport(QString file);
+    /// A WhatsApp export with media: a zip archive (see WhatsAppArchive).
+    static std::unique_ptr<ConversationSource> whatsAppArchive(QString file);
     /// A Telegram Desktop export (result.json), of one chat or of a whole account.
     static std::unique_ptr<ConversationSource> telegramExport(QString file);
-    /// By the file's name: "ChatStorage…" is WhatsApp's store, ".txt" a WhatsApp export, ".json" a
-    /// Telegram one, anything else Messages.
+    /// By the file's name: "ChatStorage…" is WhatsApp's store, ".txt" or ".zip" a WhatsApp export,
+    /// ".json" a Telegram one, anything else Messages.
     static std::unique_ptr<ConversationSource> forFile(QString file);
 };
 
