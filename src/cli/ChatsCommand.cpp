@@ -1,9 +1,12 @@
 #include "cli/ChatsCommand.h"
 
 #include "cli/TextTable.h"
+#include "engines/conversations/ChatFilters.h"
 #include "engines/conversations/ConversationError.h"
 #include "engines/conversations/ConversationPdf.h"
 #include "engines/conversations/ConversationSource.h"
+#include "engines/conversations/WhatsAppArchive.h"
+#include "ground/RegularFile.h"
 #include "l10n/L.h"
 
 #include <QDir>
@@ -13,6 +16,8 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <cerrno>
+#include <cstdio>
 #include <utility>
 
 namespace nuvrel::cli {
@@ -32,21 +37,74 @@ int exitCodeFor(const ConversationError& error)
     return BackupUnreadable;
 }
 
-// The database: of the kind asked for, else told by its name (WhatsApp's store, or Messages).
+// Pasted text comes from a file or, for "-", from the standard input; either way, no more than a
+// conversation anyone pastes.
+constexpr qint64 maxPasted = qint64(64) * 1024 * 1024;
+
+QString pastedText(const QString& file)
+{
+    QFile input;
+    if (file == u"-") {
+        if (!input.open(stdin, QIODevice::ReadOnly))
+            throw ConversationError::unreadable();
+    } else if (!openRegularFile(input, file, {maxPasted})) {
+        if (errno == EFBIG)
+            throw ConversationError::tooLarge(file, maxPasted);
+        throw ConversationError::file(FileError::fromErrno(FileError::Operation::Read, errno, file));
+    }
+    const QByteArray bytes = input.read(maxPasted + 1);
+    if (bytes.size() > maxPasted)
+        throw ConversationError::tooLarge(file, maxPasted);
+    return QString::fromUtf8(bytes);
+}
+
+// The conversations of `file`: of the kind asked for, else told by the file (its name, or a zip
+// archive's first bytes). Null, with the reason said, for an unknown kind. Throws ConversationError.
 std::unique_ptr<ConversationSource> sourceOf(const CommandLine& line, const QString& file, QTextStream& err)
 {
-    if (!line.source) {
-        return QFileInfo(file).fileName().startsWith(QLatin1StringView("ChatStorage"))
-                   ? ConversationSource::whatsAppDatabase(file)
-                   : ConversationSource::messagesDatabase(file);
-    }
-    const std::optional<ConvSource> source = convSourceFromRawValue(*line.source);
-    if (source == ConvSource::Messages)
+    if (!line.source)
+        return ConversationSource::forFile(file);
+    const QString& kind = *line.source;
+    if (kind == u"messages")
         return ConversationSource::messagesDatabase(file);
-    if (source == ConvSource::WhatsApp)
+    if (kind == u"whatsapp")
         return ConversationSource::whatsAppDatabase(file);
-    err << L("Valeur inconnue pour %@ : %@", QStringLiteral("--source"), *line.source) << '\n';
+    if (kind == u"telegram")
+        return ConversationSource::telegramExport(file);
+    if (kind == u"whatsapp-export")
+        return WhatsAppArchive::looksLikeZip(file) ? ConversationSource::whatsAppArchive(file)
+                                                   : ConversationSource::whatsAppExport(file);
+    if (kind == u"pasted")
+        return ConversationSource::pastedText(pastedText(file));
+    err << L("Valeur inconnue pour %@ : %@", QStringLiteral("--source"), kind) << '\n';
     return nullptr;
+}
+
+// --from and --to, as local days; nothing, with the reason said, when one is not a date.
+std::optional<ChatPeriod> periodOf(const CommandLine& line, QTextStream& err)
+{
+    QDate days[2];
+    const std::pair<const char*, const std::optional<QString>*> options[] = {{"--from", &line.from},
+                                                                             {"--to", &line.destination}};
+    for (int i = 0; i < 2; ++i) {
+        const std::optional<QString>& text = *options[i].second;
+        if (!text)
+            continue;
+        days[i] = QDate::fromString(*text, Qt::ISODate);
+        if (!days[i].isValid()) {
+            err << L("Date invalide pour %@ : %@ (attendue sous la forme %@).", QString::fromLatin1(options[i].first),
+                     *text, L("AAAA-MM-JJ"))
+                << '\n';
+            return std::nullopt;
+        }
+    }
+    if (days[0].isValid() && days[1].isValid() && days[0] > days[1]) {
+        err << L("La période finit avant de commencer : %@ est après %@.", *line.from, *line.destination) << '\n';
+        return std::nullopt;
+    }
+    if (!days[0].isValid() && !days[1].isValid())
+        return ChatPeriod();
+    return ChatPeriod::localDays(days[0], days[1]);
 }
 
 // Written message by message: a whole document built first would hold many times the conversation.
@@ -100,48 +158,69 @@ bool wantsJson(const CommandLine& line, QTextStream& err, bool* ok)
     return false;
 }
 
-// The conversation named on the command line: DB ID, or --export FILE.txt.
+// The conversation named on the command line (a file and its number, which a file of one conversation
+// may leave out, or --export FILE.txt), its owner chosen and its period kept.
 struct Loaded
 {
     std::optional<ChatTranscript> transcript;
     QString sourceLabel;
     int exitCode = Found;
+    /// Kept while the transcript is used: the pictures of an export live in its work folder.
+    std::shared_ptr<ConversationSource> source;
 };
+
+Loaded failed(int exitCode)
+{
+    Loaded loaded;
+    loaded.exitCode = exitCode;
+    return loaded;
+}
 
 Loaded loadTranscript(const CommandLine& line, QTextStream& err)
 {
-    if (line.exportFile) {
-        try {
-            const auto source = ConversationSource::whatsAppExport(*line.exportFile);
-            return {source->transcript(source->listChats().constFirst()), title(ConvSource::WhatsApp), Found};
-        } catch (const ConversationError& error) {
-            err << escapedControls(error.message()) << '\n';
-            return {std::nullopt, {}, exitCodeFor(error)};
-        }
-    }
-    if (line.arguments.size() != 2) {
+    const std::optional<ChatPeriod> period = periodOf(line, err);
+    if (!period)
+        return failed(BadUsage);
+    if (!line.exportFile && (line.arguments.isEmpty() || line.arguments.size() > 2)) {
         err << L("Précise une base de conversations et le numéro d'une conversation.") << '\n';
-        return {std::nullopt, {}, BadUsage};
+        return failed(BadUsage);
     }
-    const QString file = line.arguments[0];
-    const std::unique_ptr<ConversationSource> source = sourceOf(line, file, err);
-    if (!source)
-        return {std::nullopt, {}, BadUsage};
-    bool isNumber = false;
-    const qint64 id = line.arguments[1].toLongLong(&isNumber);
     try {
+        std::shared_ptr<ConversationSource> source = line.exportFile
+                                                         ? ConversationSource::whatsAppExport(*line.exportFile)
+                                                         : sourceOf(line, line.arguments[0], err);
+        if (!source)
+            return failed(BadUsage);
         // The listing gives the conversation's name, which stands for senders without a handle.
         const QList<MessagesChatInfo> chats = source->listChats();
+        const QString wanted = line.exportFile ? QStringLiteral("1") : line.arguments.value(1);
+        bool isNumber = wanted.isEmpty();
+        const qint64 id = wanted.isEmpty() ? (chats.size() == 1 ? chats[0].id : -1) : wanted.toLongLong(&isNumber);
         const auto chat =
             std::find_if(chats.cbegin(), chats.cend(), [id](const MessagesChatInfo& c) { return c.id == id; });
-        if (!isNumber || chat == chats.cend()) {
-            err << L("Conversation introuvable : %@", line.arguments[1]) << '\n';
-            return {std::nullopt, {}, NothingFound};
+        if (wanted.isEmpty() && chats.size() > 1) {
+            err << L("Précise une base de conversations et le numéro d'une conversation.") << '\n';
+            return failed(BadUsage);
         }
-        return {source->transcript(*chat), title(source->kind()), Found};
+        if (!isNumber || chat == chats.cend()) {
+            err << L("Conversation introuvable : %@", wanted.isEmpty() ? QStringLiteral("1") : wanted) << '\n';
+            return failed(NothingFound);
+        }
+        ChatTranscript transcript = source->transcript(*chat);
+        if (line.owner) {
+            const QStringList senders = sendersOf(transcript);
+            if (!senders.contains(*line.owner)) {
+                err << L("Personne n'écrit sous le nom « %@ » dans cette conversation. Noms possibles : %@.",
+                         *line.owner, senders.join(QStringLiteral(", ")))
+                    << '\n';
+                return failed(BadUsage);
+            }
+            transcript = withOwner(std::move(transcript), *line.owner);
+        }
+        return {period->apply(std::move(transcript)), source->label(), Found, source};
     } catch (const ConversationError& error) {
         err << escapedControls(error.message()) << '\n';
-        return {std::nullopt, {}, exitCodeFor(error)};
+        return failed(exitCodeFor(error));
     }
 }
 
@@ -154,31 +233,53 @@ int runChats(const CommandLine& line, QTextStream& out, QTextStream& err)
             << '\n';
         return BadUsage;
     }
-    const QString file = line.arguments.front();
-    const std::unique_ptr<ConversationSource> source = sourceOf(line, file, err);
-    if (!source)
+    const std::optional<ChatPeriod> period = periodOf(line, err);
+    if (!period)
         return BadUsage;
     try {
-        const QList<MessagesChatInfo> chats = source->listChats();
+        const std::unique_ptr<ConversationSource> source = sourceOf(line, line.arguments.front(), err);
+        if (!source)
+            return BadUsage;
+        QList<MessagesChatInfo> chats = source->listChats();
+        if (!period->isEverything()) {
+            // Counted again within the period: each conversation is read, and those left empty go.
+            QList<MessagesChatInfo> kept;
+            for (MessagesChatInfo chat : std::as_const(chats)) {
+                try {
+                    const ChatTranscript inside = period->apply(source->transcript(chat));
+                    chat.count = inside.messages.size();
+                    chat.last = inside.messages.constLast().date;
+                    kept.append(chat);
+                } catch (const ConversationError& error) {
+                    if (error.kind() != ConversationError::Kind::Empty)
+                        throw;
+                }
+            }
+            chats = kept;
+        }
         if (line.json) {
             QJsonArray list;
-            for (const MessagesChatInfo& chat : chats)
-                list.append(QJsonObject{{QStringLiteral("id"), chat.id},
-                                        {QStringLiteral("title"), chat.title},
-                                        {QStringLiteral("count"), chat.count},
-                                        {QStringLiteral("last"), chat.last.toUTC().toString(Qt::ISODate)}});
+            for (const MessagesChatInfo& chat : std::as_const(chats))
+                list.append(QJsonObject{
+                    {QStringLiteral("id"), chat.id},
+                    {QStringLiteral("title"), chat.title},
+                    {QStringLiteral("count"), chat.count},
+                    {QStringLiteral("last"),
+                     chat.last.isValid() ? QJsonValue(chat.last.toUTC().toString(Qt::ISODate)) : QJsonValue()}});
             out << QString::fromUtf8(QJsonDocument(list).toJson(QJsonDocument::Indented));
             return chats.isEmpty() ? NothingFound : Found;
         }
         if (chats.isEmpty()) {
-            err << L("Aucune conversation trouvée dans cette base.") << '\n';
+            err << (period->isEverything() ? L("Aucune conversation trouvée dans cette base.")
+                                           : ConversationError::empty().message())
+                << '\n';
             return NothingFound;
         }
         TextTable table;
         table.addRow({L("N°"), L("Conversation"), L("Messages"), L("Dernier message")});
-        for (const MessagesChatInfo& chat : chats)
-            table.addRow({QString::number(chat.id), chat.title, QString::number(chat.count),
-                          Localizer::formatDateTime(chat.last)});
+        for (const MessagesChatInfo& chat : std::as_const(chats))
+            table.addRow({QString::number(chat.id), escapedControls(chat.title), QString::number(chat.count),
+                          chat.last.isValid() ? Localizer::formatDateTime(chat.last) : L("date inconnue")});
         table.print(out);
         return Found;
     } catch (const ConversationError& error) {

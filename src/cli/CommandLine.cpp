@@ -1,6 +1,7 @@
 #include "cli/CommandLine.h"
 
 #include "cli/TextTable.h"
+#include "engines/conversations/ChatRecords.h"
 #include "l10n/L.h"
 
 #include <QCommandLineParser>
@@ -34,6 +35,8 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
     const QCommandLineOption domain = valued({QStringLiteral("domain")});
     const QCommandLineOption path = valued({QStringLiteral("path")});
     const QCommandLineOption to = valued({QStringLiteral("to")});
+    const QCommandLineOption from = valued({QStringLiteral("from")});
+    const QCommandLineOption owner = valued({QStringLiteral("owner")});
     const QCommandLineOption output = valued({QStringLiteral("o"), QStringLiteral("output")});
     const QCommandLineOption exportFile = valued({QStringLiteral("export")});
     const QCommandLineOption source = valued({QStringLiteral("source")});
@@ -45,8 +48,8 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
     const QCommandLineOption force(QStringLiteral("force"));
     const QCommandLineOption help(QStringList{QStringLiteral("h"), QStringLiteral("help")});
     const QCommandLineOption version(QStringLiteral("version"));
-    parser.addOptions({root, lang, domain, path, to, output, exportFile, source, format, photos, passwordStdin,
-                       remember, json, force, help, version});
+    parser.addOptions({root, lang, domain, path, to, from, owner, output, exportFile, source, format, photos,
+                       passwordStdin, remember, json, force, help, version});
     const bool parsed = parser.parse(QStringList{QStringLiteral("nuvrel-cli")} + arguments);
 
     CommandLine line;
@@ -60,6 +63,8 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
     line.domain = optional(domain);
     line.pathPrefix = optional(path);
     line.destination = optional(to);
+    line.from = optional(from);
+    line.owner = optional(owner);
     line.output = optional(output);
     line.exportFile = optional(exportFile);
     line.source = optional(source);
@@ -121,6 +126,9 @@ void printHelp(QTextStream& out, const QString& program)
          {QStringLiteral("extract ") + backup, L("Copie des fichiers d'une sauvegarde dans un dossier.")},
          {QStringLiteral("chats ") + base, L("Liste les conversations d'une base Messages (%@) ou WhatsApp (%@).",
                                              QStringLiteral("sms.db, chat.db"), QStringLiteral("ChatStorage.sqlite"))},
+         {QStringLiteral("chats ") + file,
+          L("Liste les conversations d'un export : WhatsApp (%@), Telegram (%@) ou texte collé (%@).",
+            QStringLiteral(".txt, .zip"), QStringLiteral("result.json"), QStringLiteral("--source pasted"))},
          {QStringLiteral("chat ") + base + u' ' + number,
           L("Affiche une conversation de la base, par son numéro dans la liste.")},
          {QStringLiteral("chat-pdf ") + base + u' ' + number + QStringLiteral(" -o ") + file,
@@ -141,7 +149,14 @@ void printHelp(QTextStream& out, const QString& program)
           L("Dossier où copier les fichiers (commande %@).", QStringLiteral("extract"))},
          {QStringLiteral("--password-stdin"),
           L("Lit le mot de passe d'une sauvegarde chiffrée sur l'entrée standard.")},
-         {QStringLiteral("--source messages|whatsapp"), L("Type de base (sinon d'après le nom du fichier).")},
+         {QStringLiteral("--source <%1>").arg(QStringLiteral("messages|whatsapp|telegram|whatsapp-export|pasted")),
+          L("Type de base ou d'export (sinon d'après le fichier) ; %@ lit le texte collé d'un fichier ou de l'entrée "
+            "standard (%@).",
+            QStringLiteral("pasted"), QStringLiteral("-"))},
+         {QStringLiteral("--from <%1> --to <%1>").arg(L("AAAA-MM-JJ")),
+          L("Ne garde que les messages de ces jours (commandes %@).", QStringLiteral("chats, chat, chat-pdf"))},
+         {QStringLiteral("--owner <%1>").arg(L("nom")),
+          L("Les messages de ce nom sont les tiens : ils s'affichent comme « %@ ».", ownerName())},
          {QStringLiteral("--format text|json"), L("Présentation d'une conversation.")},
          {QStringLiteral("--json"), L("Affiche le résultat au format %@.", QStringLiteral("JSON"))},
          {QStringLiteral("--force"), L("Remplace le fichier de sortie s'il existe (sinon : « nom (2) »).")},

@@ -30,7 +30,9 @@ struct CommandLine
     std::optional<QString> language;
     std::optional<QString> domain;
     std::optional<QString> pathPrefix;
-    std::optional<QString> destination;
+    std::optional<QString> destination; ///< --to: a folder for extract, the last day for the chat commands
+    std::optional<QString> from;        ///< --from: the first day of a conversation kept
+    std::optional<QString> owner;       ///< --owner: the sender whose messages are the owner's
     std::optional<QString> source;
     std::optional<QString> format;
     std::optional<QString> output;     ///< -o

@@ -5,10 +5,14 @@
 #include "support/BackupFixture.h"
 #include "support/ChatFixtures.h"
 
+#include <QDir>
 #include <QFileInfo>
+#include <QImage>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QProcess>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -65,8 +69,9 @@ TEST(ChatsCommand, ProblemsHaveTheirExitCodes)
     EXPECT_TRUE(missing.err.startsWith(QStringLiteral("Introuvable : "))) << qPrintable(missing.err);
     writeFile(dir.filePath(QStringLiteral("garbage.db")), QByteArray(4096, 'g'));
     EXPECT_EQ(runCli({QStringLiteral("chats"), dir.filePath(QStringLiteral("garbage.db"))}).exitCode, 6);
+    EXPECT_EQ(runCli({QStringLiteral("chats"), sms, QStringLiteral("--source"), QStringLiteral("signal")}).exitCode, 3);
     EXPECT_EQ(runCli({QStringLiteral("chats"), sms, QStringLiteral("--source"), QStringLiteral("telegram")}).exitCode,
-              3);
+              6);
     writeFile(dir.filePath(QStringLiteral("notes.txt")), "no dates here");
     EXPECT_EQ(runCli({QStringLiteral("chat-export"), dir.filePath(QStringLiteral("notes.txt"))}).exitCode, 6);
 }
@@ -170,4 +175,113 @@ TEST(ChatsCommand, PdfOutputNeverReplacesAFileUnlessForcedNorItsOwnSource)
     EXPECT_TRUE(contents(taken) == QByteArray("someone else's file"));
     EXPECT_EQ(pdf(taken, true).exitCode, 0);
     EXPECT_TRUE(contents(taken).startsWith("%PDF"));
+}
+
+namespace {
+
+QJsonArray messagesOf(const CliRun& run)
+{
+    return QJsonDocument::fromJson(run.out.toUtf8()).object().value(QStringLiteral("messages")).toArray();
+}
+
+} // namespace
+
+// Telegram's export, WhatsApp's zip with a photo, and pasted text on the standard input; each with a
+// period and an owner, and each mistake in those told with its own exit code.
+TEST(ChatsCommand, ExportsPastedTextPeriodsAndOwner)
+{
+    QTemporaryDir dir;
+    const QString telegram = dir.filePath(QStringLiteral("result.json"));
+    writeFile(telegram, R"({"name": "Ana", "type": "personal_chat", "id": 7, "messages": [
+        {"id": 1, "type": "message", "date": "2024-01-01T10:00:00", "date_unixtime": "1704103200", "from": "Ana", "from_id": "user1", "text": "Bonne année"},
+        {"id": 2, "type": "message", "date": "2024-01-02T10:00:00", "date_unixtime": "1704189600", "from": "Zoé", "from_id": "user2", "text": ["Merci ", {"type": "bold", "text": "toi"}]},
+        {"id": 3, "type": "message", "date": "2024-01-03T10:00:00", "date_unixtime": "1704276000", "from": "Ana", "from_id": "user1", "text": "On se voit ?"}]})");
+    const auto chat = [&](const QStringList& more) {
+        return runCli(
+            QStringList{QStringLiteral("chat"), telegram, QStringLiteral("--format"), QStringLiteral("json")} + more);
+    };
+
+    const CliRun listed = runCli({QStringLiteral("chats"), telegram, QStringLiteral("--json")});
+    ASSERT_EQ(listed.exitCode, 0) << qPrintable(listed.err);
+    const QJsonArray chats = QJsonDocument::fromJson(listed.out.toUtf8()).array();
+    ASSERT_EQ(chats.size(), 1);
+    EXPECT_EQ(chats[0].toObject().value(QStringLiteral("title")).toString(), QStringLiteral("Telegram : Ana"));
+    EXPECT_EQ(chats[0].toObject().value(QStringLiteral("count")).toInt(), 3);
+
+    // One day, both ends included; the number may be left out when the file holds one conversation.
+    const CliRun day = chat(
+        {QStringLiteral("--from"), QStringLiteral("2024-01-02"), QStringLiteral("--to"), QStringLiteral("2024-01-02")});
+    ASSERT_EQ(day.exitCode, 0) << qPrintable(day.err);
+    ASSERT_EQ(messagesOf(day).size(), 1);
+    EXPECT_EQ(messagesOf(day)[0].toObject().value(QStringLiteral("text")).toString(), QStringLiteral("Merci toi"));
+    const CliRun counted = runCli({QStringLiteral("chats"), telegram, QStringLiteral("--from"),
+                                   QStringLiteral("2024-01-02"), QStringLiteral("--json")});
+    EXPECT_EQ(
+        QJsonDocument::fromJson(counted.out.toUtf8()).array()[0].toObject().value(QStringLiteral("count")).toInt(), 2);
+
+    const CliRun mine = chat({QStringLiteral("1"), QStringLiteral("--owner"), QStringLiteral("Zoé")});
+    ASSERT_EQ(mine.exitCode, 0) << qPrintable(mine.err);
+    EXPECT_EQ(messagesOf(mine)[1].toObject().value(QStringLiteral("sender")).toString(), QStringLiteral("Moi"));
+    EXPECT_TRUE(messagesOf(mine)[1].toObject().value(QStringLiteral("outgoing")).toBool());
+    EXPECT_FALSE(messagesOf(mine)[0].toObject().value(QStringLiteral("outgoing")).toBool());
+
+    const CliRun nobody = chat({QStringLiteral("--owner"), QStringLiteral("Louis")});
+    EXPECT_EQ(nobody.exitCode, 3);
+    EXPECT_TRUE(nobody.err.contains(QStringLiteral("Noms possibles : Ana, Zoé."))) << qPrintable(nobody.err);
+    EXPECT_EQ(chat({QStringLiteral("--from"), QStringLiteral("2024-13-01")}).exitCode, 3);
+    EXPECT_EQ(chat({QStringLiteral("--from"), QStringLiteral("2024-02-01"), QStringLiteral("--to"),
+                    QStringLiteral("2024-01-01")})
+                  .exitCode,
+              3);
+    const CliRun empty = chat({QStringLiteral("--from"), QStringLiteral("2025-01-01")});
+    EXPECT_EQ(empty.exitCode, 1);
+    EXPECT_EQ(empty.err.trimmed(), QStringLiteral("Aucun message trouvé (vérifie la période choisie)."));
+
+    // WhatsApp's zip, made by the zip tool, with a photo its message names: the PDF holds the picture.
+    const QString zip = QStandardPaths::findExecutable(QStringLiteral("zip"));
+    const QString pdfimages = QStandardPaths::findExecutable(QStringLiteral("pdfimages"));
+    if (!zip.isEmpty() && !pdfimages.isEmpty()) {
+        const QString folder = dir.filePath(QStringLiteral("export"));
+        QDir().mkpath(folder);
+        writeFile(folder + QStringLiteral("/_chat.txt"),
+                  "[05/01/2023, 12:34:56] Ana: Regarde\n"
+                  "[05/01/2023, 12:35:00] Ana: \xE2\x80\x8E<attached: 00000012-PHOTO-2023-01-05.jpg>\n");
+        QImage photo(64, 48, QImage::Format_RGB32);
+        photo.fill(Qt::darkCyan);
+        ASSERT_TRUE(photo.save(folder + QStringLiteral("/00000012-PHOTO-2023-01-05.jpg"), "JPEG"));
+        const QString archive = dir.filePath(QStringLiteral("WhatsApp Chat - Ana.zip"));
+        QProcess zipping;
+        zipping.setWorkingDirectory(folder);
+        zipping.start(zip, {QStringLiteral("-q"), archive, QStringLiteral("_chat.txt"),
+                            QStringLiteral("00000012-PHOTO-2023-01-05.jpg")});
+        ASSERT_TRUE(zipping.waitForFinished(30'000));
+        ASSERT_EQ(zipping.exitCode(), 0);
+
+        const QString pdf = dir.filePath(QStringLiteral("Ana.pdf"));
+        const CliRun made = runCli({QStringLiteral("chat-pdf"), archive, QStringLiteral("-o"), pdf});
+        ASSERT_EQ(made.exitCode, 0) << qPrintable(made.err);
+        EXPECT_EQ(runCli({QStringLiteral("verify"), pdf}).exitCode, 0);
+        QProcess images;
+        images.start(pdfimages, {QStringLiteral("-list"), pdf});
+        ASSERT_TRUE(images.waitForFinished(30'000));
+        const QStringList rows = QString::fromUtf8(images.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
+        EXPECT_EQ(rows.size(), 3) << "a heading, a rule and one picture: " << rows.join(u'\n').toStdString();
+    }
+
+    // Pasted text, from the standard input.
+    const CliRun pasted =
+        runCli({QStringLiteral("chat"), QStringLiteral("-"), QStringLiteral("--source"), QStringLiteral("pasted"),
+                QStringLiteral("--format"), QStringLiteral("json"), QStringLiteral("--owner"), QStringLiteral("Ana")},
+               {}, QByteArray("Ana : on part à 10 h ?\nBruno : oui\net je prends le pain\n"));
+    ASSERT_EQ(pasted.exitCode, 0) << qPrintable(pasted.err);
+    const QJsonArray lines = messagesOf(pasted);
+    ASSERT_EQ(lines.size(), 2);
+    EXPECT_EQ(lines[0].toObject().value(QStringLiteral("sender")).toString(), QStringLiteral("Moi"));
+    EXPECT_EQ(lines[1].toObject().value(QStringLiteral("text")).toString(),
+              QStringLiteral("oui\net je prends le pain"));
+    EXPECT_EQ(
+        runCli({QStringLiteral("chats"), QStringLiteral("-"), QStringLiteral("--source"), QStringLiteral("pasted")}, {},
+               QByteArray(" \n "))
+            .exitCode,
+        1);
 }

@@ -2,6 +2,7 @@
 
 #include "engines/conversations/ConversationError.h"
 #include "engines/conversations/MessagesReader.h"
+#include "engines/conversations/PastedText.h"
 #include "engines/conversations/TelegramExport.h"
 #include "engines/conversations/WhatsAppArchive.h"
 #include "engines/conversations/WhatsAppParser.h"
@@ -26,7 +27,7 @@ public:
     explicit Database(QString file)
         : m_file(std::move(file))
     {}
-    ConvSource kind() const override { return Kind; }
+    std::optional<ConvSource> kind() const override { return Kind; }
     QList<MessagesChatInfo> listChats() const override { return Reader::listChats(m_file); }
     ChatTranscript transcript(const MessagesChatInfo& chat) const override
     {
@@ -52,7 +53,7 @@ public:
     explicit WhatsAppExport(QString file)
         : m_file(std::move(file))
     {}
-    ConvSource kind() const override { return ConvSource::WhatsApp; }
+    std::optional<ConvSource> kind() const override { return ConvSource::WhatsApp; }
     QList<MessagesChatInfo> listChats() const override
     {
         const ChatTranscript& chat = parsed();
@@ -100,7 +101,7 @@ public:
     explicit TelegramSource(QString file)
         : m_file(std::move(file))
     {}
-    ConvSource kind() const override { return ConvSource::Telegram; }
+    std::optional<ConvSource> kind() const override { return ConvSource::Telegram; }
     QList<MessagesChatInfo> listChats() const override { return TelegramExport::listChats(m_file); }
     ChatTranscript transcript(const MessagesChatInfo& chat) const override
     {
@@ -111,7 +112,46 @@ private:
     QString m_file;
 };
 
+// Text the user pasted: one conversation, number 1.
+class PastedSource final : public ConversationSource
+{
+public:
+    explicit PastedSource(const QString& text)
+    {
+        if (std::optional<PastedText::Result> parsed = PastedText::parse(text))
+            m_transcript = std::move(parsed->transcript);
+    }
+    std::optional<ConvSource> kind() const override { return std::nullopt; }
+    QList<MessagesChatInfo> listChats() const override
+    {
+        if (m_transcript.messages.isEmpty())
+            return {};
+        return {MessagesChatInfo{1, m_transcript.title, m_transcript.messages.size(),
+                                 m_transcript.messages.constLast().date}};
+    }
+    ChatTranscript transcript(const MessagesChatInfo& chat) const override
+    {
+        if (chat.id != 1 || m_transcript.messages.isEmpty())
+            throw ConversationError::empty();
+        return m_transcript;
+    }
+
+private:
+    ChatTranscript m_transcript;
+};
+
 } // namespace
+
+QString ConversationSource::label() const
+{
+    const std::optional<ConvSource> source = kind();
+    return source ? title(*source) : L("Texte collé");
+}
+
+std::unique_ptr<ConversationSource> ConversationSource::pastedText(const QString& text)
+{
+    return std::make_unique<PastedSource>(text);
+}
 
 std::unique_ptr<ConversationSource> ConversationSource::whatsAppArchive(QString file)
 {
@@ -147,7 +187,7 @@ std::unique_ptr<ConversationSource> ConversationSource::forFile(QString file)
         return whatsAppExport(std::move(file));
     if (name.endsWith(QLatin1StringView(".json"), Qt::CaseInsensitive))
         return telegramExport(std::move(file));
-    if (name.endsWith(QLatin1StringView(".zip"), Qt::CaseInsensitive))
+    if (name.endsWith(QLatin1StringView(".zip"), Qt::CaseInsensitive) || WhatsAppArchive::looksLikeZip(file))
         return whatsAppArchive(std::move(file));
     return messagesDatabase(std::move(file));
 }

@@ -5,6 +5,7 @@
 #include <QString>
 
 #include <memory>
+#include <optional>
 
 namespace nuvrel {
 
@@ -16,7 +17,10 @@ class ConversationSource
 public:
     virtual ~ConversationSource() = default;
 
-    virtual ConvSource kind() const = 0;
+    /// The kind of store or export; none for pasted text.
+    virtual std::optional<ConvSource> kind() const = 0;
+    /// What the PDF names as its source: the kind's title, or "Texte collé".
+    QString label() const;
     /// The conversations it holds, without their messages.
     virtual QList<MessagesChatInfo> listChats() const = 0;
     /// One conversation whole, named by its line of listChats(); Empty when it has no message.
@@ -30,7 +34,10 @@ public:
     static std::unique_ptr<ConversationSource> whatsAppArchive(QString file);
     /// A Telegram Desktop export (result.json), of one chat or of a whole account.
     static std::unique_ptr<ConversationSource> telegramExport(QString file);
-    /// By the file's name: "ChatStorage…" is WhatsApp's store, ".txt" or ".zip" a WhatsApp export,
+    /// A conversation the user pasted (see PastedText): one conversation, number 1, or none.
+    static std::unique_ptr<ConversationSource> pastedText(const QString& text);
+    /// By the file's name (or a zip archive's first bytes): "ChatStorage…" is WhatsApp's store, ".txt" or ".zip" a
+    /// WhatsApp export,
     /// ".json" a Telegram one, anything else Messages.
     static std::unique_ptr<ConversationSource> forFile(QString file);
 };

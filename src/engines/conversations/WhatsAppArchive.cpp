@@ -121,8 +121,9 @@ WhatsAppArchive::~WhatsAppArchive()
 
 bool WhatsAppArchive::looksLikeZip(const QString& file)
 {
-    QFile probe(file);
-    return probe.open(QIODevice::ReadOnly) && probe.read(4) == QByteArrayLiteral("PK\x03\x04");
+    // Never a plain open: a named pipe would hold the caller until someone writes to it.
+    QFile probe;
+    return openRegularFile(probe, file) && probe.read(4) == QByteArrayLiteral("PK\x03\x04");
 }
 
 QList<MessagesChatInfo> WhatsAppArchive::listChats() const

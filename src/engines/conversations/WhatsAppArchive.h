@@ -24,7 +24,7 @@ public:
     explicit WhatsAppArchive(QString file);
     ~WhatsAppArchive() override;
 
-    ConvSource kind() const override { return ConvSource::WhatsApp; }
+    std::optional<ConvSource> kind() const override { return ConvSource::WhatsApp; }
     QList<MessagesChatInfo> listChats() const override;
     ChatTranscript transcript(const MessagesChatInfo& chat) const override;
 
