@@ -101,6 +101,14 @@ int main(int argc, char* argv[])
                   "\x07"
                   "14/02/2024, 09:00 - A: x\r\n31/02/2024, 10:00 - B: y\n02/25/2024, 1:00 PM - B: z\n"
                   "[16/02/2024, 25:61:00] C: w\n");
+        writeFile(dir.filePath(QStringLiteral("chat_exports/telegram")),
+                  R"({"personal_information": {"user_id": 1}, "chats": {"list": [{"name": "A", "messages": [)"
+                  R"({"id": 1, "type": "message", "date_unixtime": "1700000000", "from": "A", "from_id": "user1",)"
+                  R"( "text": ["a ", {"type": "bold", "text": "b"}], "reply_to_message_id": 1, "photo": "p.jpg"},)"
+                  R"({"id": 2, "type": "service", "date": "2024-01-01T10:00:00", "actor": "A",)"
+                  R"( "action": "invite_members", "members": ["B", null]}]}]}})");
+        writeFile(dir.filePath(QStringLiteral("chat_exports/pasted")),
+                  "[12/03/2024 10:04] Ana : Bonjour\nsuite\nBruno: ok\n[05/01/2023, 12:34:56] C: x\n");
         // Byte 0x01 then n repeats the character before it: long runs from a short input.
         writeFile(dir.filePath(QStringLiteral("pdf_layout/runs")), "ligne un\nx\x01\xFF mots \xC3\xA9"
                                                                    "e\x01\x20 fin");

@@ -59,7 +59,8 @@ ChatTranscript byLines(const QString& text, Start&& start)
     const QStringList lines = text.split(u'\n');
     for (const QString& raw : lines) {
         const QString line = raw.endsWith(u'\r') ? raw.chopped(1) : raw;
-        if (std::optional<ChatMessage> message = start(line)) {
+        // Read as the first line was: without the spaces around it.
+        if (std::optional<ChatMessage> message = start(line.trimmed())) {
             if (!message->date.isValid())
                 ++transcript.undatedLines;
             transcript.messages.append(std::move(*message));
@@ -113,7 +114,7 @@ std::optional<PastedText::Result> PastedText::parse(const QString& text)
         if (!dated || datedCount(transcript) > datedCount(dated->transcript))
             dated = Result{std::move(transcript), Layout::Bracketed};
     }
-    if (dated) {
+    if (dated && !dated->transcript.messages.isEmpty()) {
         dated->transcript.title = titleFor(dated->transcript);
         return dated;
     }
@@ -125,8 +126,10 @@ std::optional<PastedText::Result> PastedText::parse(const QString& text)
                 return std::nullopt;
             return ChatMessage{QDateTime(), match.captured(1).trimmed(), match.captured(2), {}};
         });
-        transcript.title = titleFor(transcript);
-        return Result{std::move(transcript), Layout::Named};
+        if (!transcript.messages.isEmpty()) {
+            transcript.title = titleFor(transcript);
+            return Result{std::move(transcript), Layout::Named};
+        }
     }
 
     ChatTranscript transcript;

@@ -620,9 +620,10 @@ void parse(const QString& path, Handler& handler)
         throw ConversationError::file(FileError::fromErrno(FileError::Operation::Read, errno, path));
     FileStream stream(file);
     rapidjson::Reader reader;
-    // Iterative: a deep nesting fills a list of ours, not the call stack.
-    const rapidjson::ParseResult result =
-        reader.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseStopWhenDoneFlag>(stream, handler);
+    // The recursive parser calls the handler as each object or array opens, before going down into it:
+    // the handler's refusal past maxDepth bounds the recursion. (The iterative parser of RapidJSON 1.1
+    // offsets a null pointer on its first push.)
+    const rapidjson::ParseResult result = reader.Parse<rapidjson::kParseStopWhenDoneFlag>(stream, handler);
     if (stream.readError() != 0)
         throw ConversationError::file(FileError::fromErrno(FileError::Operation::Read, stream.readError(), path));
     if (!result && !handler.done())
