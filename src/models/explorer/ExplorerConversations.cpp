@@ -10,6 +10,7 @@
 #include "l10n/L.h"
 #include "models/explorer/ExplorerModel.h"
 #include "platform/Workspace.h"
+#include "sessions/conversations/ConversationFiles.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -28,26 +29,6 @@ std::unique_ptr<ConversationSource> openSource(int source, const QString& databa
 }
 
 } // namespace
-
-QString ExplorerModel::conversationFileName(const QString& title)
-{
-    constexpr qsizetype maxCodePoints = 80;
-    const QString forbidden = QStringLiteral("/\\:*?\"<>|");
-    QList<char32_t> kept;
-    for (const char32_t c : title.toUcs4()) {
-        // Printable characters, and the joiner that holds emoji sequences together.
-        if (QChar::isSpace(c))
-            kept.append(char32_t(' '));
-        else if ((QChar::isPrint(c) || c == 0x200D) && !(c < 0x80 && forbidden.contains(QChar(c))))
-            kept.append(c);
-    }
-    QString name = QString::fromUcs4(kept.constData(), std::min(kept.size(), maxCodePoints)).simplified();
-    while (name.startsWith(u'.'))
-        name.remove(0, 1);
-    if (name.trimmed().isEmpty())
-        name = L("Conversation");
-    return name + QStringLiteral(".pdf");
-}
 
 // Conversations
 
@@ -68,12 +49,6 @@ void ExplorerModel::setConvSource(int source)
 QString ExplorerModel::sourceLabel(int source) const
 {
     return source == WhatsAppSource ? L("WhatsApp (sauvegarde iPhone)") : L("Messages (sauvegarde iPhone)");
-}
-
-QString ExplorerModel::conversationsFolder()
-{
-    return QDir(QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation))
-        .filePath(QStringLiteral("Nuvrel/Conversations"));
 }
 
 void ExplorerModel::loadChats()
@@ -207,7 +182,8 @@ void ExplorerModel::createChatPDF(qint64 chatID)
         [database, source, label, info](JobContext&) -> Outcome {
             try {
                 const ChatTranscript transcript = openSource(source, database)->transcript(info);
-                const QString destination = QDir(conversationsFolder()).filePath(conversationFileName(info.title));
+                const QString destination =
+                    QDir(ConversationFiles::folder()).filePath(ConversationFiles::fileName(info.title));
                 return {ConversationPDF::build(destination, transcript, label), {}};
             } catch (const ConversationPDF::Error& error) {
                 return {{}, [message = error.message()] { return message; }};
@@ -260,7 +236,7 @@ void ExplorerModel::createAllChatPDFs()
     const bool started = startJob(
         [database, source, label, chats](JobContext& context) -> Outcome {
             Outcome outcome;
-            outcome.folder = conversationsFolder();
+            outcome.folder = ConversationFiles::folder();
             if (!QDir().mkpath(outcome.folder)) {
                 outcome.failed = int(chats.size());
                 return outcome;
@@ -274,8 +250,8 @@ void ExplorerModel::createAllChatPDFs()
                 const MessagesChatInfo& info = chats[i];
                 try {
                     const ChatTranscript transcript = openSource(source, database)->transcript(info);
-                    ConversationPDF::build(QDir(outcome.folder).filePath(conversationFileName(info.title)), transcript,
-                                           label);
+                    ConversationPDF::build(QDir(outcome.folder).filePath(ConversationFiles::fileName(info.title)),
+                                           transcript, label);
                     ++outcome.saved;
                 } catch (const ConversationError& error) {
                     ++(error.kind() == ConversationError::Kind::Empty ? outcome.empty : outcome.failed);

@@ -5,11 +5,11 @@
 #include "engines/backup/PhoneBackup.h"
 #include "engines/conversations/ChatRecords.h"
 #include "ground/Job.h"
-#include "models/explorer/ChatList.h"
 #include "models/explorer/FileBrowser.h"
 #include "models/explorer/PhotoRoll.h"
 #include "platform/Services.h"
 #include "sessions/backup/BackupSession.h"
+#include "sessions/conversations/ChatList.h"
 
 #include <QHash>
 #include <QObject>
@@ -120,13 +120,8 @@ public:
     QString chatsMessage() const { return m_chatsMessage ? m_chatsMessage() : QString(); }
     Q_INVOKABLE void loadChats();
     Q_INVOKABLE void createChatPDF(qint64 chatID);
-    /// One PDF per conversation the list shows, into conversationsFolder().
+    /// One PDF per conversation the list shows, into ConversationFiles::folder().
     Q_INVOKABLE void createAllChatPDFs();
-    /// Where conversation PDFs are saved: Documents/Nuvrel/Conversations.
-    static QString conversationsFolder();
-    /// A conversation's PDF file name: its title without separators or control characters, at most 80
-    /// characters (never half an emoji), "Conversation.pdf" when nothing is left.
-    static QString conversationFileName(const QString& title);
 
 Q_SIGNALS:
     void phaseChanged();

@@ -1,4 +1,5 @@
 #include "models/explorer/ExplorerModel.h"
+#include "sessions/conversations/ConversationFiles.h"
 
 #include "engines/backup/BackupLocator.h"
 #include "engines/backup/BackupPasswordStore.h"
@@ -473,7 +474,7 @@ TEST_F(ExplorerModelTest, ConversationsOfBothSourcesBecomePdfs)
               QString::fromLatin1(QCryptographicHash::hash(written.readAll(), QCryptographicHash::Sha256).toHex()));
     model->copyPdfFingerprint();
     EXPECT_EQ(m_fakes.clipboard.text, model->pdfFingerprint());
-    EXPECT_TRUE(pdf.startsWith(ExplorerModel::conversationsFolder()));
+    EXPECT_TRUE(pdf.startsWith(ConversationFiles::folder()));
     EXPECT_TRUE(pdfText(pdf).contains(QStringLiteral("Messages (sauvegarde iPhone)")));
 
     model->setConvSource(ExplorerModel::WhatsAppSource);
@@ -488,14 +489,14 @@ TEST_F(ExplorerModelTest, ConversationsOfBothSourcesBecomePdfs)
     ASSERT_TRUE(waitIdle(*model));
     EXPECT_EQ(model->notice(), QStringLiteral("2 conversations enregistrées en PDF. Chaque PDF a son fichier "
                                               "d'empreinte à côté de lui, dans ") +
-                                   QDir::toNativeSeparators(ExplorerModel::conversationsFolder()) + u'.');
+                                   QDir::toNativeSeparators(ConversationFiles::folder()) + u'.');
     EXPECT_TRUE(model->pdfFingerprint().isEmpty()) << "one fingerprint stands for one PDF only";
-    EXPECT_EQ(model->lastFolder(), ExplorerModel::conversationsFolder());
-    const QStringList pdfs = QDir(ExplorerModel::conversationsFolder()).entryList({QStringLiteral("*.pdf")});
+    EXPECT_EQ(model->lastFolder(), ConversationFiles::folder());
+    const QStringList pdfs = QDir(ConversationFiles::folder()).entryList({QStringLiteral("*.pdf")});
     EXPECT_EQ(pdfs.size(), 3);
     EXPECT_TRUE(pdfs.contains(QStringLiteral("Famille 🏡.pdf")));
-    EXPECT_TRUE(QFileInfo::exists(ConversationPDF::sideFilePath(
-        QDir(ExplorerModel::conversationsFolder()).filePath(QStringLiteral("Ana Martin.pdf")))));
+    EXPECT_TRUE(QFileInfo::exists(
+        ConversationPDF::sideFilePath(QDir(ConversationFiles::folder()).filePath(QStringLiteral("Ana Martin.pdf")))));
 }
 
 TEST_F(ExplorerModelTest, ConversationOutcomesWithoutAList)
@@ -640,19 +641,18 @@ TEST_F(ExplorerModelTest, StopEndsAfterTheFileInHandAndSaysWhatWasKept)
 
 TEST_F(ExplorerModelTest, ConversationFileNames)
 {
-    EXPECT_EQ(ExplorerModel::conversationFileName(QStringLiteral("Famille 🏡")), QStringLiteral("Famille 🏡.pdf"));
-    EXPECT_EQ(ExplorerModel::conversationFileName(QStringLiteral("a/b\\c:d*e?f\"g<h>i|j")),
-              QStringLiteral("abcdefghij.pdf"));
-    EXPECT_EQ(ExplorerModel::conversationFileName(QStringLiteral("...")), QStringLiteral("Conversation.pdf"));
-    EXPECT_EQ(ExplorerModel::conversationFileName(QStringLiteral("/\u0001\u200E")), QStringLiteral("Conversation.pdf"));
-    EXPECT_EQ(ExplorerModel::conversationFileName(QStringLiteral("Line\nbreak\tand  spaces ")),
+    EXPECT_EQ(ConversationFiles::fileName(QStringLiteral("Famille 🏡")), QStringLiteral("Famille 🏡.pdf"));
+    EXPECT_EQ(ConversationFiles::fileName(QStringLiteral("a/b\\c:d*e?f\"g<h>i|j")), QStringLiteral("abcdefghij.pdf"));
+    EXPECT_EQ(ConversationFiles::fileName(QStringLiteral("...")), QStringLiteral("Conversation.pdf"));
+    EXPECT_EQ(ConversationFiles::fileName(QStringLiteral("/\u0001\u200E")), QStringLiteral("Conversation.pdf"));
+    EXPECT_EQ(ConversationFiles::fileName(QStringLiteral("Line\nbreak\tand  spaces ")),
               QStringLiteral("Line break and spaces.pdf"));
     // 79 letters then an emoji: the cut falls after the whole emoji, never inside it.
-    const QString name = ExplorerModel::conversationFileName(QString(79, u'x') + QStringLiteral("👍🏽👍"));
+    const QString name = ConversationFiles::fileName(QString(79, u'x') + QStringLiteral("👍🏽👍"));
     EXPECT_EQ(name, QString(79, u'x') + QStringLiteral("👍.pdf"));
     // A family emoji keeps its joiners.
     const QString family = QStringLiteral("👩\u200D👩\u200D👧");
-    EXPECT_EQ(ExplorerModel::conversationFileName(family), family + QStringLiteral(".pdf"));
+    EXPECT_EQ(ConversationFiles::fileName(family), family + QStringLiteral(".pdf"));
 }
 
 TEST_F(ExplorerModelTest, TextsFollowALanguageChange)

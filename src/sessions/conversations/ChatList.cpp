@@ -1,4 +1,4 @@
-#include "models/explorer/ChatList.h"
+#include "sessions/conversations/ChatList.h"
 
 #include "ground/ListRoles.h"
 #include "l10n/L.h"
@@ -50,7 +50,49 @@ ChatList::ChatList(QObject* parent)
 void ChatList::setChats(QList<MessagesChatInfo> chats)
 {
     m_chats = std::move(chats);
+    const bool hadTicks = !m_ticked.isEmpty();
+    m_ticked.clear();
     refilter();
+    if (hadTicks)
+        Q_EMIT tickedChanged();
+}
+
+QList<MessagesChatInfo> ChatList::ticked() const
+{
+    QList<MessagesChatInfo> chats;
+    for (const MessagesChatInfo& chat : m_chats) {
+        if (m_ticked.contains(chat.id))
+            chats.append(chat);
+    }
+    return chats;
+}
+
+void ChatList::setTicked(qint64 id, bool ticked)
+{
+    if (m_ticked.contains(id) == ticked)
+        return;
+    ticked ? void(m_ticked.insert(id)) : void(m_ticked.remove(id));
+    for (qsizetype row = 0; row < m_visible.size(); ++row) {
+        if (m_visible[row].id == id)
+            Q_EMIT dataChanged(index(int(row)), index(int(row)), {Qt::CheckStateRole});
+    }
+    Q_EMIT tickedChanged();
+}
+
+bool ChatList::setData(const QModelIndex& index, const QVariant& value, int role)
+{
+    if (!m_checkable || role != Qt::CheckStateRole || !index.isValid() || index.row() >= rowCount())
+        return false;
+    setTicked(m_visible.at(index.row()).id, value.value<Qt::CheckState>() == Qt::Checked);
+    return true;
+}
+
+Qt::ItemFlags ChatList::flags(const QModelIndex& index) const
+{
+    Qt::ItemFlags flags = QAbstractListModel::flags(index);
+    if (m_checkable && index.isValid())
+        flags |= Qt::ItemIsUserCheckable;
+    return flags;
 }
 
 void ChatList::setQuery(const QString& query)
@@ -95,10 +137,16 @@ QVariant ChatList::data(const QModelIndex& index, int role) const
     case Qt::DisplayRole:
     case Qt::AccessibleTextRole: return chat.title;
     case ListRole::Detail:
-        return QString(L("%@ messages · dernier le ", Localizer::locale().toString(chat.count)) +
+        if (!chat.last.isValid())
+            return LN("%@ message(s)", chat.count, Localizer::locale().toString(chat.count));
+        return QString(LN("%@ message(s) · dernier le ", chat.count, Localizer::locale().toString(chat.count)) +
                        Localizer::formatDateTime(chat.last));
     case ListRole::IconName: return QStringLiteral("pdf");
     case ChatIDRole: return chat.id;
+    case Qt::CheckStateRole:
+        if (!m_checkable)
+            return {};
+        return m_ticked.contains(chat.id) ? Qt::Checked : Qt::Unchecked;
     default: return {};
     }
 }

@@ -3,14 +3,16 @@
 #include "engines/conversations/ChatRecords.h"
 
 #include <QAbstractListModel>
+#include <QSet>
 
 #include <functional>
 
 namespace nuvrel {
 
-/// The conversations of one database, searched by title or by a number's digits ("06 12 34" finds
+/// The conversations of one source, searched by title or by a number's digits ("06 12 34" finds
 /// "+33 6 12 34 56 78"), at most `limit` shown. As a list model, its rows are the conversations shown: typing in the
-/// search filters rows instead of rebuilding a list.
+/// search filters rows instead of rebuilding a list. A checkable list lets the user tick several, which a
+/// search keeps ticked.
 class ChatList final : public QAbstractListModel
 {
     Q_OBJECT
@@ -33,12 +35,21 @@ public:
     /// More conversations match than visible() shows.
     bool isTruncated() const { return m_truncated; }
 
+    /// Rows carry a check box (Qt::CheckStateRole).
+    void setCheckable(bool checkable) { m_checkable = checkable; }
+    /// The ticked conversations, in the list's order, shown or not.
+    QList<MessagesChatInfo> ticked() const;
+    void setTicked(qint64 id, bool ticked);
+
     int rowCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
+    bool setData(const QModelIndex& index, const QVariant& value, int role) override;
+    Qt::ItemFlags flags(const QModelIndex& index) const override;
 
 Q_SIGNALS:
     void queryChanged();
     void rowsChanged();
+    void tickedChanged();
 
 private:
     void refilter();
@@ -47,6 +58,8 @@ private:
     QString m_query;
     QList<MessagesChatInfo> m_visible;
     bool m_truncated = false;
+    bool m_checkable = false;
+    QSet<qint64> m_ticked;
 };
 
 } // namespace nuvrel
