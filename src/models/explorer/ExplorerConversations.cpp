@@ -10,6 +10,7 @@
 #include "l10n/L.h"
 #include "models/explorer/ExplorerModel.h"
 #include "platform/Workspace.h"
+#include "sessions/conversations/BackupChats.h"
 #include "sessions/conversations/ConversationFiles.h"
 
 #include <QDir>
@@ -61,10 +62,9 @@ void ExplorerModel::loadChats()
     }
     const int source = m_convSource;
     const BackupCatalogue& catalogue = m_session->catalogue();
-    const std::optional<BackupEntry> entry =
-        source == WhatsAppSource ? catalogue.whatsAppDatabase : catalogue.messagesDatabase;
+    const BackupChatStore store = source == WhatsAppSource ? BackupChatStore::WhatsApp : BackupChatStore::Messages;
     m_chats->setChats({});
-    if (!entry) {
+    if (!chatStoreEntry(catalogue, store)) {
         m_chatsMessage = [] { return L("Cette sauvegarde ne contient pas ces conversations."); };
         Q_EMIT chatsChanged();
         return;
@@ -77,29 +77,18 @@ void ExplorerModel::loadChats()
         Text error;
     };
     std::shared_ptr<const IPhoneBackupReader> reader = m_reader;
-    const QList<BackupEntry> domainEntries = catalogue.byDomain.value(entry->domain);
     const QString known = m_chatDatabases.value(source);
     const bool started = startJob(
-        [reader, entry = *entry, domainEntries, source, known](JobContext&) -> Outcome {
+        [reader, catalogue, store, source, known](JobContext&) -> Outcome {
             Outcome outcome;
             try {
                 QString database = known;
                 if (database.isEmpty() || !QFileInfo::exists(database)) {
-                    // The journal files hold the newest messages: they travel with the database.
-                    const QDir folder(QDir(reader->tempDir())
-                                          .filePath(source == WhatsAppSource
-                                                        ? QStringLiteral("conversations/whatsapp")
-                                                        : QStringLiteral("conversations/messages")));
-                    QDir(folder.path()).removeRecursively();
-                    database = reader->extract(entry, folder.filePath(entry.fileName()));
-                    for (const QString& suffix : {QStringLiteral("-wal"), QStringLiteral("-shm")}) {
-                        for (const BackupEntry& sibling : domainEntries) {
-                            if (sibling.path == entry.path + suffix) {
-                                reader->extract(sibling, database + suffix);
-                                break;
-                            }
-                        }
-                    }
+                    const QString folder = QDir(reader->tempDir())
+                                               .filePath(source == WhatsAppSource
+                                                             ? QStringLiteral("conversations/whatsapp")
+                                                             : QStringLiteral("conversations/messages"));
+                    database = extractChatStore(*reader, catalogue, store, folder).value_or(QString());
                 }
                 outcome.database = database;
                 if (source == WhatsAppSource) {
