@@ -84,10 +84,10 @@ void ExplorerModel::loadChats()
             try {
                 QString database = known;
                 if (database.isEmpty() || !QFileInfo::exists(database)) {
-                    const QString folder = QDir(reader->tempDir())
-                                               .filePath(source == WhatsAppSource
-                                                             ? QStringLiteral("conversations/whatsapp")
-                                                             : QStringLiteral("conversations/messages"));
+                    const QString folder =
+                        QDir(reader->tempDir())
+                            .filePath(source == WhatsAppSource ? QStringLiteral("conversations/whatsapp")
+                                                               : QStringLiteral("conversations/messages"));
                     database = extractChatStore(*reader, catalogue, store, folder).value_or(QString());
                 }
                 outcome.database = database;
