@@ -97,8 +97,12 @@ std::optional<PastedText::Result> PastedText::parse(const QString& text)
     std::optional<Result> dated;
     if (std::optional<ChatTranscript> whatsApp = WhatsAppParser::parse(first, QString());
         whatsApp && !whatsApp->messages.isEmpty() && whatsApp->messages.constFirst().date.isValid()) {
-        if (std::optional<ChatTranscript> whole = WhatsAppParser::parse(text, QString()))
+        if (std::optional<ChatTranscript> whole = WhatsAppParser::parse(text, QString())) {
+            // Typed by hand, "Ana : texte" leaves a space the phone's own lines never have.
+            for (ChatMessage& message : whole->messages)
+                message.sender = message.sender.trimmed();
             dated = Result{std::move(*whole), Layout::WhatsApp};
+        }
     }
     if (bracketedLine().match(first).hasMatch()) {
         ChatTranscript transcript = byLines(text, [](const QString& line) -> std::optional<ChatMessage> {
