@@ -1,6 +1,7 @@
 #include "app/shell/MainWindow.h"
 
 #include "app/shell/Icons.h"
+#include "app/views/conversations/ConversationsView.h"
 #include "app/views/explore/ExplorePage.h"
 #include "app/views/home/HomeView.h"
 #include "app/views/welcome/WelcomeView.h"
@@ -58,6 +59,9 @@ MainWindow::MainWindow(Services services, QWidget* parent)
     , m_pages(new QStackedWidget(m_shell))
     , m_explore(new ExplorePage(*m_backups, services, m_pages))
 {
+    m_conversationsModel = std::make_unique<ConversationsModel>(services);
+    m_conversations = new ConversationsView(*m_conversationsModel, m_pages);
+    m_registry.add(Page::Conversations, m_conversations, [this] { m_conversations->retranslate(); });
     // Each page, once: a new page is one line here.
     m_registry.add(Page::Explore, m_explore, [this] { m_explore->retranslate(); });
     m_home = new HomeView(m_registry.pages(), m_pages);

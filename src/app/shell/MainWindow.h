@@ -15,6 +15,8 @@ class QTranslator;
 namespace nuvrel {
 
 class BackupsModel;
+class ConversationsModel;
+class ConversationsView;
 class ExplorePage;
 class HomeView;
 class WelcomeView;
@@ -43,6 +45,7 @@ public:
     WelcomeView* welcomeView() const { return m_welcome; }
     HomeView* homeView() const { return m_home; }
     ExplorePage* explorePage() const { return m_explore; }
+    ConversationsView* conversationsView() const { return m_conversations; }
     BackupsModel& backupsModel() const { return *m_backups; }
     QMenu* languageMenu() const { return m_languageMenu; }
     const PageRegistry& pages() const { return m_registry; }
@@ -55,12 +58,14 @@ private:
     void installQtTranslations();
 
     std::unique_ptr<BackupsModel> m_backups;
+    std::unique_ptr<ConversationsModel> m_conversationsModel;
     QStackedWidget* m_root;
     WelcomeView* m_welcome;
     QWidget* m_shell;
     QListWidget* m_sidebar;
     QStackedWidget* m_pages;
     ExplorePage* m_explore;
+    ConversationsView* m_conversations;
     HomeView* m_home;
     QMenu* m_languageMenu = nullptr;
     QActionGroup* m_languages = nullptr;

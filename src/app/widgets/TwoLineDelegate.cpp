@@ -31,6 +31,9 @@ void TwoLineDelegate::paint(QPainter* painter, const QStyleOptionViewItem& optio
     const bool selected = opt.state & QStyle::State_Selected;
     const QPalette::ColorGroup group = opt.state & QStyle::State_Enabled ? QPalette::Normal : QPalette::Disabled;
     QRect area = opt.rect.adjusted(padding, padding / 2, -padding, -padding / 2);
+    // A ticked list: the style drew the box at the row's start, and the click lands there.
+    if (opt.features & QStyleOptionViewItem::HasCheckIndicator)
+        area.setLeft(style->subElementRect(QStyle::SE_ItemViewItemCheckIndicator, &opt, widget).right() + padding);
     if (!icon.isNull()) {
         const QRect iconRect(area.left(), area.center().y() - iconSide / 2, iconSide, iconSide);
         icon.paint(painter, iconRect, Qt::AlignCenter, selected ? QIcon::Selected : QIcon::Normal);

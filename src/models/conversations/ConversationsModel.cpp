@@ -146,6 +146,12 @@ void ConversationsModel::setSource(Source source, std::shared_ptr<ConversationSo
     Q_EMIT previewChanged();
 }
 
+void ConversationsModel::closeSource()
+{
+    m_session.reset();
+    setSource(NoSource, nullptr, {});
+}
+
 void ConversationsModel::openFile(int source, const QString& path)
 {
     if (path.isEmpty())

@@ -74,6 +74,8 @@ public:
     QString sourceName() const;
 
     // Choosing a source.
+    /// Back to no source: what was open is let go (a backup's temporary copies with it).
+    Q_INVOKABLE void closeSource();
     /// A database file (sms.db, chat.db, ChatStorage.sqlite), a WhatsApp export (.txt or .zip) or a
     /// Telegram one (result.json).
     Q_INVOKABLE void openFile(int source, const QString& path);

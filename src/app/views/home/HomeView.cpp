@@ -16,6 +16,9 @@ namespace nuvrel {
 QString pageDescription(Page page)
 {
     switch (page) {
+    case Page::Conversations:
+        return L("Garde une conversation en PDF : d'une sauvegarde, d'un export WhatsApp ou Telegram, ou d'un texte "
+                 "collé.");
     case Page::Explore: return L("Retrouve les photos, les fichiers et les conversations de tes sauvegardes d'iPhone.");
     default: return {};
     }
