@@ -123,8 +123,8 @@ TEST_F(MainWindowTest, WelcomeShowsOnceThenTheSidebar)
         QTest::mouseClick(window->welcomeView()->startButton(), Qt::LeftButton);
         EXPECT_TRUE(window->sidebar()->isVisible());
         EXPECT_TRUE(QSettings().value(QStringLiteral("welcomeDone")).toBool());
-        EXPECT_EQ(sidebarTitles(*window),
-                  (QStringList{QStringLiteral("Accueil"), QStringLiteral("Explorer les sauvegardes")}));
+        EXPECT_EQ(sidebarTitles(*window), (QStringList{QStringLiteral("Accueil"), QStringLiteral("Conversations"),
+                                                       QStringLiteral("Explorer les sauvegardes")}));
         EXPECT_EQ(window->section(), Page::Home);
         screenshot(*window, QStringLiteral("02-home"));
     }
@@ -152,7 +152,8 @@ TEST_F(MainWindowTest, LanguageChangeRendersEveryTextAgain)
     (*english)->trigger();
     EXPECT_EQ(LanguageStore::shared().language(), AppLanguage::En);
     EXPECT_TRUE((*english)->isChecked());
-    EXPECT_EQ(sidebarTitles(*window), (QStringList{QStringLiteral("Home"), QStringLiteral("Explore Backups")}));
+    EXPECT_EQ(sidebarTitles(*window), (QStringList{QStringLiteral("Home"), QStringLiteral("Conversations"),
+                                                   QStringLiteral("Explore Backups")}));
     EXPECT_EQ(window->explorePage()->backupsView()->findChild<QLabel*>(QStringLiteral("pageTitle"))->text(),
               QStringLiteral("Explore Backups"));
     EXPECT_FALSE(labelTexts(*window->explorePage()).contains(QStringLiteral("Branche ton iPhone")));
@@ -370,7 +371,11 @@ TEST_F(MainWindowTest, ReturnPressesTheFocusedButton)
     window->activateWindow();
     ASSERT_TRUE(QTest::qWaitForWindowActive(window.get()));
 
-    auto* card = window->homeView()->findChild<QPushButton*>(QStringLiteral("card"));
+    QPushButton* card = nullptr;
+    for (QPushButton* button : window->homeView()->findChildren<QPushButton*>(QStringLiteral("card"))) {
+        if (button->accessibleName() == title(Page::Explore))
+            card = button;
+    }
     ASSERT_NE(card, nullptr);
     card->setFocus();
     QTest::keyClick(card, Qt::Key_Return);

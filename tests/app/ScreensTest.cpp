@@ -5,6 +5,7 @@
 #include "WindowChecks.h"
 #include "app/shell/MainWindow.h"
 #include "app/shell/WindowStyler.h"
+#include "app/views/conversations/ConversationsView.h"
 #include "app/views/explore/BackupsView.h"
 #include "app/views/explore/ExplorePage.h"
 #include "app/views/explore/ExplorerView.h"
@@ -13,6 +14,7 @@
 #include "engines/backup/BackupReadError.h"
 #include "l10n/LanguageStore.h"
 #include "models/backups/BackupsModel.h"
+#include "models/conversations/SavedConversations.h"
 #include "models/explorer/ExplorerModel.h"
 #include "support/ChatFixtures.h"
 #include "support/FakeServices.h"
@@ -22,6 +24,7 @@
 #include <QGuiApplication>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSettings>
 #include <QTabWidget>
@@ -167,6 +170,37 @@ TEST_F(Screens, EveryScreenAtTheSmallestSizeInEachSchemeAndLanguage)
     ASSERT_TRUE(QTest::qWaitFor([&] { return !model.pdfFingerprint().isEmpty(); }, windowTimeoutMs))
         << qPrintable(model.errorNotice());
     capture(window, QStringLiteral("10-pdf-saved"));
+
+    // The conversations page: its sources, then pasted text read, previewed and saved.
+    window.setSection(Page::Conversations);
+    ConversationsView* conversations = window.conversationsView();
+    ConversationsModel& keeping = conversations->model();
+    keeping.setFolder(m_root.path() + QStringLiteral("/Conversations"));
+    capture(window, QStringLiteral("11-conversation-sources"));
+    QTest::mouseClick(conversations->sourceButton(ConversationsModel::Pasted), Qt::LeftButton);
+    conversations->pasteField()->setPlainText(QStringLiteral("[12/03/2024 10:04] Ana : On se retrouve où ?\n"
+                                                             "[12/03/2024 10:05] Bruno : Devant la gare, à midi.\n"
+                                                             "[12/03/2024 10:06] Ana : Parfait, à tout à l'heure !\n"));
+    QPushButton* read = nullptr;
+    for (QPushButton* button : conversations->findChildren<QPushButton*>()) {
+        if (button->text() == QStringLiteral("Lire le texte"))
+            read = button;
+    }
+    ASSERT_NE(read, nullptr);
+    QTest::mouseClick(read, Qt::LeftButton);
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return !keeping.preview().isEmpty() && keeping.busy().isEmpty(); }, windowTimeoutMs));
+    EXPECT_TRUE(conversations->preview()->toPlainText().contains(QStringLiteral("Bruno : Devant la gare")));
+    capture(window, QStringLiteral("12-conversation-preview"));
+    QTest::mouseClick(conversations->saveButton(), Qt::LeftButton);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !keeping.pdfFingerprint().isEmpty(); }, windowTimeoutMs))
+        << qPrintable(keeping.errorNotice());
+    EXPECT_TRUE(QFileInfo(keeping.lastPdf()).isFile());
+    EXPECT_TRUE(labelTexts(*conversations).contains(keeping.pdfFingerprint()));
+    capture(window, QStringLiteral("13-conversation-saved"));
+    QTest::mouseClick(conversations->backButton(), Qt::LeftButton);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return keeping.saved().rowCount() == 1; }, windowTimeoutMs));
+    capture(window, QStringLiteral("14-conversations-kept"));
 }
 
 } // namespace

@@ -164,7 +164,9 @@ QStringList tabOrderFaults(QWidget& window)
             const QPoint was = previous->mapTo(&window, QPoint(0, 0));
             const QPoint is = widget->mapTo(&window, QPoint(0, 0));
             const bool sameRow = std::abs(is.y() - was.y()) <= 8;
-            if ((sameRow && is.x() < was.x()) || (!sameRow && is.y() < was.y()))
+            // Going up is reading on only into a column further right (a list, then the form beside it).
+            const bool nextColumn = is.x() > was.x() + 40;
+            if ((sameRow && is.x() < was.x()) || (!sameRow && is.y() < was.y() && !nextColumn))
                 faults << QStringLiteral("out of reading order: %1 after %2").arg(describe(widget), describe(previous));
         }
         previous = widget;

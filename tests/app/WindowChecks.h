@@ -36,8 +36,8 @@ QStringList cutTexts(const QWidget& window);
 QStringList faintTexts(const QWidget& window);
 
 /// What is wrong with the way Tab walks through `window` from its focused widget: a visible control that
-/// Tab never reaches, or a step back up the page (out of reading order). The sidebar, a column of its
-/// own, is left out of the order. Empty when nothing is.
+/// Tab never reaches, or a step back up the page (out of reading order) other than into the next column. The sidebar, a
+/// column of its own, is left out of the order. Empty when nothing is.
 QStringList tabOrderFaults(QWidget& window);
 
 /// Every visible text (label, button, tab, field hint) that names a thing of macOS: none may on Linux.

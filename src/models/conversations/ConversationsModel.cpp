@@ -53,7 +53,6 @@ ConversationsModel::ConversationsModel(Services services, QObject* parent)
     , m_saved(new SavedConversations(services, ConversationFiles::folder(), this))
     , m_folder(ConversationFiles::folder())
 {
-    m_chats->setCheckable(true);
     connect(m_job, &Job::progressChanged, this, [this](qint64 done, qint64 total) {
         const QLocale locale = Localizer::locale();
         setBusy(L("Conversation %@ sur %@…", locale.toString(std::min(done + 1, total)), locale.toString(total)),
@@ -236,6 +235,8 @@ void ConversationsModel::showListing(Listing listing)
     m_chatsLoading = false;
     m_reader = std::move(listing.source);
     m_chatsMessage = std::move(listing.message);
+    // Ticks are for choosing several: a source of one conversation has none.
+    m_chats->setCheckable(listing.chats.size() > 1);
     m_chats->setChats(std::move(listing.chats));
     Q_EMIT chatsChanged();
     // One conversation (an export, pasted text): it is the one chosen.

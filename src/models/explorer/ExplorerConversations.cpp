@@ -191,10 +191,14 @@ void ExplorerModel::createChatPDF(qint64 chatID)
             }
             m_lastFolder = QFileInfo(outcome.pdf.pdf).absolutePath();
             Q_EMIT lastFolderChanged();
-            setNotice([pdf = QFileInfo(outcome.pdf.pdf).fileName(), side = QFileInfo(outcome.pdf.sideFile).fileName()] {
+            setNotice([pdf = QFileInfo(outcome.pdf.pdf).fileName(),
+                       side = QFileInfo(outcome.pdf.sideFile).fileName()]() -> QString {
                 return L("PDF créé : %@. Son empreinte SHA-256, ci-dessous, est aussi enregistrée dans « %@ », à côté "
                          "du PDF : garde les deux ensemble.",
-                         pdf, side);
+                         pdf, side) +
+                       u' ' +
+                       L("Tu le retrouveras toujours dans « Garder une conversation », section « Mes conversations "
+                         "enregistrées ».");
             });
             // After setNotice, which clears it.
             m_pdfFingerprint = outcome.pdf.pdfFingerprint;
@@ -265,6 +269,9 @@ void ExplorerModel::createAllChatPDFs()
                     line += L(" · %@ en échec", numbers.toString(outcome.failed));
                 line += L(". Chaque PDF a son fichier d'empreinte à côté de lui, dans %@.",
                           QDir::toNativeSeparators(outcome.folder));
+                if (outcome.saved > 0)
+                    line += u' ' + L("Retrouve-les dans « Garder une conversation », section « Mes conversations "
+                                     "enregistrées ».");
                 return line;
             };
             m_lastFolder = outcome.folder;

@@ -489,7 +489,9 @@ TEST_F(ExplorerModelTest, ConversationsOfBothSourcesBecomePdfs)
     ASSERT_TRUE(waitIdle(*model));
     EXPECT_EQ(model->notice(), QStringLiteral("2 conversations enregistrées en PDF. Chaque PDF a son fichier "
                                               "d'empreinte à côté de lui, dans ") +
-                                   QDir::toNativeSeparators(ConversationFiles::folder()) + u'.');
+                                   QDir::toNativeSeparators(ConversationFiles::folder()) +
+                                   QStringLiteral(". Retrouve-les dans « Garder une conversation », section « Mes "
+                                                  "conversations enregistrées »."));
     EXPECT_TRUE(model->pdfFingerprint().isEmpty()) << "one fingerprint stands for one PDF only";
     EXPECT_EQ(model->lastFolder(), ConversationFiles::folder());
     const QStringList pdfs = QDir(ConversationFiles::folder()).entryList({QStringLiteral("*.pdf")});

@@ -141,13 +141,16 @@ QWidget* ConversationsView::buildSourcesScreen()
     savedButtons->addWidget(m_openSaved);
     savedButtons->addWidget(m_revealSaved);
     savedButtons->addWidget(m_trashSaved);
-    const auto savedRow = [this] { return m_savedList->currentIndex().isValid() ? m_savedList->currentIndex().row() : -1; };
+    const auto savedRow = [this] {
+        return m_savedList->currentIndex().isValid() ? m_savedList->currentIndex().row() : -1;
+    };
     connect(m_openSaved, &QPushButton::clicked, this, [this, savedRow] { m_model.saved().open(savedRow()); });
     connect(m_revealSaved, &QPushButton::clicked, this, [this, savedRow] { m_model.saved().reveal(savedRow()); });
     connect(m_trashSaved, &QPushButton::clicked, this, [this, savedRow] { m_model.saved().moveToTrash(savedRow()); });
     connect(m_savedList, &QListView::activated, this,
             [this](const QModelIndex& activated) { m_model.saved().open(activated.row()); });
-    connect(m_savedList->selectionModel(), &QItemSelectionModel::currentChanged, this, &ConversationsView::renderStatus);
+    connect(m_savedList->selectionModel(), &QItemSelectionModel::currentChanged, this,
+            &ConversationsView::renderStatus);
 
     auto* layout = new QVBoxLayout(content);
     layout->setContentsMargins(28, 24, 28, 24);
@@ -161,6 +164,7 @@ QWidget* ConversationsView::buildSourcesScreen()
     layout->addWidget(m_savedEmpty);
     layout->addWidget(m_savedList, 1);
     layout->addLayout(savedButtons);
+    layout->addStretch(0); // takes the room the list leaves while it is hidden
 
     // The cards and the list together may be taller than a small window.
     auto* scroll = new QScrollArea;
@@ -189,6 +193,10 @@ QWidget* ConversationsView::buildSourceScreen()
     m_sourcePanels->addWidget(filePanel);
     m_sourcePanels->addWidget(buildPastePanel());
     m_sourcePanels->setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Maximum);
+    // Put in place before the status lines below it are made: Tab follows the order in which widgets
+    // join the window.
+    QWidget* conversations = buildConversationsPanel();
+    conversations->setParent(screen);
 
     m_busy = wrappingLabel(screen, QStringLiteral("muted"));
     m_progress = new QProgressBar(screen);
@@ -229,7 +237,7 @@ QWidget* ConversationsView::buildSourceScreen()
     layout->addLayout(backRow);
     layout->addWidget(m_sourceTitle);
     layout->addWidget(m_sourcePanels);
-    layout->addWidget(buildConversationsPanel(), 1);
+    layout->addWidget(conversations, 1);
     layout->addLayout(busyRow);
     layout->addWidget(m_progress);
     layout->addLayout(noticeRow);
@@ -395,11 +403,11 @@ QWidget* ConversationsView::buildConversationsPanel()
     splitter->setStretchFactor(1, 3);
 
     connect(m_search, &QLineEdit::textChanged, &m_model.chatList(), &ChatList::setQuery);
-    connect(m_chatList->selectionModel(), &QItemSelectionModel::currentChanged, this,
-            [this](const QModelIndex& index) {
-                if (index.isValid())
-                    m_model.choose(index.data(ChatList::ChatIDRole).toLongLong());
-            });
+    connect(m_chatList->selectionModel(), &QItemSelectionModel::currentChanged, this, [this](const QModelIndex& index) {
+        const qint64 id = index.data(ChatList::ChatIDRole).toLongLong();
+        if (index.isValid() && id != m_model.chosenChat())
+            m_model.choose(id);
+    });
     connect(m_saveTicked, &QPushButton::clicked, &m_model, &ConversationsModel::saveTicked);
     connect(m_period, &QComboBox::activated, this, &ConversationsView::applyPeriod);
     connect(m_from, &QDateEdit::dateChanged, this, &ConversationsView::applyPeriod);
@@ -487,8 +495,6 @@ void ConversationsView::retranslate()
         m_sourceCards[i].second->setAccessibleDescription(ConversationsModel::sourceExplanation(source));
     }
     m_savedTitle->setText(L("Mes conversations enregistrées"));
-    m_savedEmpty->setText(L("Aucune conversation enregistrée pour l'instant : elles arrivent dans %@.",
-                            QDir::toNativeSeparators(m_model.folder())));
     m_openSaved->setText(shownText(L("Ouvrir")));
     m_revealSaved->setText(shownText(L("Afficher dans le Finder")));
     m_trashSaved->setText(shownText(L("Mettre à la corbeille")));
@@ -545,9 +551,9 @@ void ConversationsView::render()
 void ConversationsView::renderBackup()
 {
     const BackupSession* session = m_model.backupSession();
-    const bool backup = m_model.source() == ConversationsModel::Backup ||
-                        (m_model.source() == ConversationsModel::NoSource &&
-                         m_pendingSource == ConversationsModel::Backup);
+    const bool backup =
+        m_model.source() == ConversationsModel::Backup ||
+        (m_model.source() == ConversationsModel::NoSource && m_pendingSource == ConversationsModel::Backup);
     // The list until a backup is open; then its password, or which store to read.
     m_backups->clear();
     for (const PhoneBackup& item : m_model.backups()) {
@@ -588,6 +594,16 @@ void ConversationsView::renderBackup()
 void ConversationsView::renderPreview()
 {
     const bool chosen = m_model.chosenChat() >= 0;
+    // The row of the conversation shown is the current one, also when the model chose it.
+    const QAbstractItemModel* chats = m_chatList->model();
+    for (int row = 0; row < chats->rowCount(); ++row) {
+        const QModelIndex index = chats->index(row, 0);
+        if (index.data(ChatList::ChatIDRole).toLongLong() == m_model.chosenChat() &&
+            m_chatList->currentIndex() != index)
+            m_chatList->selectionModel()->setCurrentIndex(index, QItemSelectionModel::ClearAndSelect);
+    }
+    // Once read, the pasted text gives its room to the conversation.
+    m_paste->setMaximumHeight(m_model.chatList().chats().isEmpty() ? 150 : 72);
     m_preview->setPlainText(m_model.preview());
     m_owner->clear();
     m_owner->addItem(L("comme la source le dit"), QString());
@@ -634,13 +650,15 @@ void ConversationsView::renderStatus()
     m_fingerprintRow->setVisible(!m_model.pdfFingerprint().isEmpty());
 
     const qsizetype ticked = m_model.chatList().ticked().size();
-    m_saveTicked->setText(shownText(LN("Enregistrer les conversations cochées (%@)", ticked,
-                                       Localizer::locale().toString(ticked))));
+    m_saveTicked->setText(
+        shownText(LN("Enregistrer les conversations cochées (%@)", ticked, Localizer::locale().toString(ticked))));
     m_saveTicked->setEnabled(ticked > 0 && !busy);
     m_saveTicked->setVisible(m_model.chatList().chats().size() > 1);
     m_save->setEnabled(m_model.chosenChat() >= 0 && !busy && !m_model.preview().isEmpty());
 
     const bool any = m_model.saved().rowCount() > 0;
+    m_savedEmpty->setText(L("Aucune conversation enregistrée pour l'instant : elles arrivent dans %@.",
+                            QDir::toNativeSeparators(m_model.folder())));
     m_savedEmpty->setVisible(!any);
     m_savedList->setVisible(any);
     const bool row = m_savedList->currentIndex().isValid();
