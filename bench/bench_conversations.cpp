@@ -3,11 +3,16 @@
 //   same statement on the same private copy; the private copy is timed on its own;
 // - reading a 200,000-message conversation into a ChatTranscript;
 // - parsing a 100 MB WhatsApp export;
-// - writing conversations of 10,000 and 100,000 messages as PDF (the time must grow linearly).
-//   NUVREL_BENCH_DATA=DIR build/default/bench/bench_conversations   (bench/run.sh prepares DIR)
+// - writing conversations of 10,000 and 100,000 messages as PDF (the time must grow linearly);
+// - listing the chats of a 500 MB Telegram account export (at least 200 MB/s, peak memory under 64 MB
+//   whatever the file's size), against `cat` reading the file and `jq` counting its chats; reading its
+//   100,000-message chat and writing it as a PDF.
+//   NUVREL_BENCH_DATA=DIR build/default/bench/bench_conversations   (bench/run.sh prepares DIR; the
+//   Telegram export is written there on first use)
 
 #include "engines/conversations/ConversationPdf.h"
 #include "engines/conversations/MessagesReader.h"
+#include "engines/conversations/TelegramExport.h"
 #include "engines/conversations/WhatsAppParser.h"
 #include "formats/sqlite/PrivateDatabase.h"
 
@@ -21,6 +26,9 @@
 #include <benchmark/benchmark.h>
 
 #include <sys/resource.h>
+
+#include <cstdio>
+#include <string_view>
 
 namespace {
 
@@ -141,8 +149,136 @@ void ConversationToPdf(benchmark::State& state)
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
+// A Telegram Desktop account export of about 500 MB: 200 chats, the first of 100,000 messages, text
+// as plain strings and as lists of entities, as the real exports mix them.
+QString telegramExport()
+{
+    const QString path =
+        QDir(qEnvironmentVariable("NUVREL_BENCH_DATA")).filePath(QStringLiteral("telegram/result.json"));
+    if (QFile::exists(path))
+        return path;
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path + QStringLiteral(".part"));
+    if (!file.open(QIODevice::WriteOnly))
+        return {};
+    constexpr qint64 targetBytes = qint64(500) * 1000 * 1000;
+    file.write(R"({"about": "Here is the data you requested.", "personal_information": {"user_id": 1000, )"
+               R"("first_name": "Camille"}, "chats": {"about": "chats", "list": [)");
+    qint64 written = 0;
+    const int chats = 200;
+    for (int chat = 0; chat < chats; ++chat) {
+        const qint64 messages = chat == 0 ? 100'000 : (targetBytes / 200 / 230);
+        QByteArray block =
+            QStringLiteral(R"(%1{"name": "Contact %2", "type": "personal_chat", "id": %3, "messages": [)")
+                .arg(chat == 0 ? QString() : QStringLiteral(","))
+                .arg(chat)
+                .arg(100'000 + chat)
+                .toUtf8();
+        for (qint64 m = 0; m < messages; ++m) {
+            const qint64 time = 1'600'000'000 + m * 61 + chat;
+            const bool mine = m % 3 == 0;
+            block += QStringLiteral(
+                         R"(%1{"id": %2, "type": "message", "date": "2020-09-13T12:26:40", "date_unixtime": "%3", )"
+                         R"("from": "%4", "from_id": "user%5", "text": %6, "text_entities": []})")
+                         .arg(m == 0 ? QString() : QStringLiteral(","))
+                         .arg(m + 1)
+                         .arg(time)
+                         .arg(mine ? QStringLiteral("Camille") : QStringLiteral("Contact %1").arg(chat))
+                         .arg(mine ? 1000 : 2000 + chat)
+                         .arg(m % 5 == 0
+                                  ? QStringLiteral(R"(["Vu ", {"type": "bold", "text": "ça"}, " au café, à demain ?"])")
+                                  : QStringLiteral(R"("Message numéro %1, à demain au café ? On se retrouve à midi.")")
+                                        .arg(m))
+                         .toUtf8();
+            if (block.size() > 1 << 20) {
+                written += file.write(block);
+                block.clear();
+            }
+        }
+        block += "]}";
+        written += file.write(block);
+    }
+    file.write("]}}\n");
+    file.close();
+    QFile::rename(file.fileName(), path);
+    return path;
+}
+
+// The chats listed in a child process of this program, which reports its own peak memory: nothing the
+// other benchmarks hold counts.
+void ListTelegram500MB(benchmark::State& state)
+{
+    const QString path = telegramExport();
+    if (path.isEmpty()) {
+        state.SkipWithError("no bench data folder: run bench/run.sh");
+        return;
+    }
+    double peak = 0;
+    qsizetype chats = 0;
+    for (auto _ : state) {
+        QProcess child;
+        child.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--list-telegram"), path});
+        if (!child.waitForFinished(-1) || child.exitCode() != 0) {
+            state.SkipWithError("the listing failed");
+            return;
+        }
+        const QList<QByteArray> words = child.readAllStandardOutput().simplified().split(' ');
+        chats = words.value(0).toLongLong();
+        peak = words.value(1).toDouble();
+    }
+    state.counters["chats"] = static_cast<double>(chats);
+    state.counters["peak_rss_MB"] = peak;
+    state.SetBytesProcessed(state.iterations() * QFileInfo(path).size());
+}
+
+void CatTelegram500MB(benchmark::State& state)
+{
+    const QString path = telegramExport();
+    for (auto _ : state) {
+        QProcess cat;
+        cat.setStandardOutputFile(QProcess::nullDevice());
+        cat.start(QStringLiteral("cat"), {path});
+        if (!cat.waitForFinished(-1) || cat.exitCode() != 0)
+            state.SkipWithError("cat failed");
+    }
+    state.SetBytesProcessed(state.iterations() * QFileInfo(path).size());
+}
+
+void JqTelegram500MB(benchmark::State& state)
+{
+    const QString path = telegramExport();
+    for (auto _ : state) {
+        QProcess jq;
+        jq.setStandardOutputFile(QProcess::nullDevice());
+        jq.start(QStringLiteral("jq"), {QStringLiteral(".chats.list | length"), path});
+        if (!jq.waitForFinished(-1) || jq.exitCode() != 0)
+            state.SkipWithError("jq failed (tools/install-deps.sh installs it)");
+    }
+    state.SetBytesProcessed(state.iterations() * QFileInfo(path).size());
+}
+
+// The 100,000-message chat of the export, read and written as a PDF.
+void TelegramChatToPdf100k(benchmark::State& state)
+{
+    const QString path = telegramExport();
+    QTemporaryDir dir;
+    qsizetype messages = 0;
+    for (auto _ : state) {
+        const nuvrel::ChatTranscript chat = nuvrel::TelegramExport::transcript(path, 1);
+        messages = chat.messages.size();
+        const auto result =
+            nuvrel::ConversationPDF::build(dir.filePath(QStringLiteral("t.pdf")), chat, QStringLiteral("Telegram"));
+        QFile::remove(result.pdf);
+    }
+    state.SetItemsProcessed(state.iterations() * messages);
+}
+
 } // namespace
 
+BENCHMARK(ListTelegram500MB)->Unit(benchmark::kMillisecond)->Iterations(2)->UseRealTime();
+BENCHMARK(CatTelegram500MB)->Unit(benchmark::kMillisecond)->Iterations(2)->UseRealTime();
+BENCHMARK(JqTelegram500MB)->Unit(benchmark::kMillisecond)->Iterations(1)->UseRealTime();
+BENCHMARK(TelegramChatToPdf100k)->Unit(benchmark::kMillisecond)->Iterations(1)->UseRealTime();
 BENCHMARK(ConversationToPdf)->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(PrivateCopy)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
 BENCHMARK(ListChats1M)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
@@ -153,6 +289,15 @@ BENCHMARK(ParseExport100MB)->Unit(benchmark::kMillisecond)->Iterations(2);
 
 int main(int argc, char** argv)
 {
+    // The child of ListTelegram500MB: lists, then prints the chats and its own peak memory in MB.
+    if (argc == 3 && std::string_view(argv[1]) == "--list-telegram") {
+        QCoreApplication app(argc, argv);
+        const qsizetype chats = nuvrel::TelegramExport::listChats(QString::fromLocal8Bit(argv[2])).size();
+        rusage usage{};
+        getrusage(RUSAGE_SELF, &usage);
+        std::printf("%lld %.1f\n", static_cast<long long>(chats), static_cast<double>(usage.ru_maxrss) / 1024.0);
+        return 0;
+    }
     qputenv("QT_QPA_PLATFORM", "offscreen"); // fonts for the PDF, no window
     QGuiApplication app(argc, argv);
     benchmark::Initialize(&argc, argv);

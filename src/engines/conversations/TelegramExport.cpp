@@ -488,11 +488,19 @@ private:
     void endMessage()
     {
         ++m_chat.count;
+        if (!reading()) {
+            // The listing needs the newest second only: a QDateTime per message would cost more than
+            // the parsing.
+            if (m_message.unixTime >= 0) {
+                m_chat.last = std::max(m_chat.last, m_message.unixTime);
+            } else if (const QDateTime date = dateOf(m_message); date.isValid()) {
+                m_chat.last = std::max(m_chat.last, date.toSecsSinceEpoch());
+            }
+            return;
+        }
         const QDateTime date = dateOf(m_message);
         if (date.isValid())
             m_chat.last = std::max(m_chat.last, date.toSecsSinceEpoch());
-        if (!reading())
-            return;
         bool asChat = false;
         ChatMessage message = build(date, &asChat);
         if (!message.text.isEmpty() || !message.images.isEmpty()) {
