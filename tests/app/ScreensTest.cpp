@@ -201,6 +201,25 @@ TEST_F(Screens, EveryScreenAtTheSmallestSizeInEachSchemeAndLanguage)
     QTest::mouseClick(conversations->backButton(), Qt::LeftButton);
     ASSERT_TRUE(QTest::qWaitFor([&] { return keeping.saved().rowCount() == 1; }, windowTimeoutMs));
     capture(window, QStringLiteral("14-conversations-kept"));
+
+    // From a backup: the list, the password of the encrypted one, then its conversations.
+    QTest::mouseClick(conversations->sourceButton(ConversationsModel::Backup), Qt::LeftButton);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return conversations->backupList()->count() == 2; }, windowTimeoutMs));
+    capture(window, QStringLiteral("15-conversation-backups"));
+    conversations->backupList()->setCurrentRow(0);
+    QTest::keyClick(conversations->backupList(), Qt::Key_Return);
+    ASSERT_NE(keeping.backupSession(), nullptr);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return conversations->passwordField()->isVisible(); }, windowTimeoutMs));
+    capture(window, QStringLiteral("16-conversation-password"));
+    QTest::keyClicks(conversations->passwordField(), QStringLiteral("secret"));
+    QTest::keyClick(conversations->passwordField(), Qt::Key_Return);
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return keeping.chatList().rowCount() > 0 && keeping.busy().isEmpty(); }, windowTimeoutMs))
+        << qPrintable(keeping.chatsMessage());
+    conversations->chatList()->setCurrentIndex(conversations->chatList()->model()->index(0, 0));
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return !keeping.preview().isEmpty() && keeping.busy().isEmpty(); }, windowTimeoutMs));
+    capture(window, QStringLiteral("17-conversation-from-backup"));
 }
 
 } // namespace

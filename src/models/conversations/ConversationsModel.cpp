@@ -140,9 +140,15 @@ void ConversationsModel::setSource(Source source, std::shared_ptr<ConversationSo
     m_senders.clear();
     m_owner.clear();
     m_title.clear();
+    // What was said of the last source's PDF is no longer about what the page shows.
+    m_notice = nullptr;
+    m_errorNotice = nullptr;
+    m_lastPdf.clear();
+    m_pdfFingerprint.clear();
     Q_EMIT sourceChanged();
     Q_EMIT chatsChanged();
     Q_EMIT previewChanged();
+    Q_EMIT noticeChanged();
 }
 
 void ConversationsModel::closeSource()

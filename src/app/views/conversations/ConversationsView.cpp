@@ -451,6 +451,7 @@ QString ConversationsView::pickFile(ConversationsModel::Source source)
 
 void ConversationsView::chooseSource(ConversationsModel::Source source)
 {
+    m_pendingSource = source;
     switch (source) {
     case ConversationsModel::Backup:
         // The list of backups shows until one is opened.
@@ -478,7 +479,6 @@ void ConversationsView::chooseSource(ConversationsModel::Source source)
         break;
     }
     }
-    m_pendingSource = source;
     render();
 }
 
@@ -541,6 +541,13 @@ void ConversationsView::render()
         break;
     default: m_sourcePanels->setCurrentIndex(FilePanel); break;
     }
+    // The panel shown takes its own height, not the tallest one's.
+    for (int i = 0; i < m_sourcePanels->count(); ++i) {
+        const QSizePolicy::Policy policy =
+            i == m_sourcePanels->currentIndex() ? QSizePolicy::Preferred : QSizePolicy::Ignored;
+        m_sourcePanels->widget(i)->setSizePolicy(policy, policy);
+    }
+    m_sourcePanels->updateGeometry();
     renderBackup();
     m_chatsMessage->setText(m_model.chatsMessage());
     m_chatsMessage->setVisible(!m_model.chatsMessage().isEmpty());
@@ -650,8 +657,9 @@ void ConversationsView::renderStatus()
     m_fingerprintRow->setVisible(!m_model.pdfFingerprint().isEmpty());
 
     const qsizetype ticked = m_model.chatList().ticked().size();
-    m_saveTicked->setText(
-        shownText(LN("Enregistrer les conversations cochées (%@)", ticked, Localizer::locale().toString(ticked))));
+    m_saveTicked->setText(ticked == 0 ? shownText(L("Coche des conversations pour les enregistrer ensemble"))
+                                      : shownText(LN("Enregistrer les conversations cochées (%@)", ticked,
+                                                     Localizer::locale().toString(ticked))));
     m_saveTicked->setEnabled(ticked > 0 && !busy);
     m_saveTicked->setVisible(m_model.chatList().chats().size() > 1);
     m_save->setEnabled(m_model.chosenChat() >= 0 && !busy && !m_model.preview().isEmpty());
