@@ -2,6 +2,7 @@
 
 #include "WindowChecks.h"
 #include "app/shell/WindowStyler.h"
+#include "app/views/conversations/ConversationsView.h"
 #include "app/views/explore/BackupsView.h"
 #include "app/views/explore/ExplorePage.h"
 #include "app/views/explore/ExplorerView.h"
@@ -25,10 +26,14 @@
 #include <QCheckBox>
 #include <QDialogButtonBox>
 #include <QDir>
+#include <QDragEnterEvent>
+#include <QDropEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QMenu>
+#include <QMimeData>
+#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QSettings>
@@ -357,6 +362,59 @@ TEST_F(MainWindowTest, OneClickOpensAndADoubleClickOpensOnce)
     ASSERT_NE(window->explorePage()->explorerView(), nullptr);
     QTest::keyClick(search, Qt::Key_Escape);
     EXPECT_TRUE(QTest::qWaitFor([&] { return window->explorePage()->explorerView() == nullptr; }, timeoutMs));
+}
+
+// A file dropped on the conversations page opens as its source; ticked conversations are saved
+// together and appear in the saved list.
+TEST_F(MainWindowTest, ConversationsPageTakesADroppedFileAndSavesTheTickedOnes)
+{
+    QSettings().setValue(QStringLiteral("welcomeDone"), true);
+    auto window = makeWindow();
+    window->setSection(Page::Conversations);
+    ConversationsView* view = window->conversationsView();
+    ConversationsModel& model = view->model();
+    model.setFolder(m_out.filePath(QStringLiteral("Conversations")));
+
+    const QString sms = m_out.filePath(QStringLiteral("sms.db"));
+    writeSampleMessagesDatabase(sms);
+    EXPECT_EQ(ConversationsView::sourceForFile(QStringLiteral("/x/result.JSON")), ConversationsModel::TelegramExport);
+    EXPECT_EQ(ConversationsView::sourceForFile(QStringLiteral("/x/WhatsApp Chat.zip")),
+              ConversationsModel::WhatsAppExport);
+    EXPECT_EQ(ConversationsView::sourceForFile(QStringLiteral("/x/photo.jpg")), ConversationsModel::NoSource);
+
+    QMimeData data;
+    data.setUrls({QUrl::fromLocalFile(sms)});
+    QDragEnterEvent enter(QPoint(10, 10), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(view, &enter);
+    EXPECT_TRUE(enter.isAccepted());
+    QDropEvent drop(QPointF(10, 10), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(view, &drop);
+    EXPECT_EQ(model.source(), ConversationsModel::DatabaseFile);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model.chatList().rowCount() == 2 && model.busy().isEmpty(); }, timeoutMs));
+    EXPECT_FALSE(view->saveTickedButton()->isEnabled());
+
+    // Ticking, as a click on the boxes does.
+    QAbstractItemModel* rows = view->chatList()->model();
+    for (int row = 0; row < 2; ++row)
+        rows->setData(rows->index(row, 0), Qt::Checked, Qt::CheckStateRole);
+    EXPECT_TRUE(view->saveTickedButton()->isEnabled());
+    EXPECT_EQ(view->saveTickedButton()->text(), QStringLiteral("Enregistrer les conversations cochées (2)"));
+    QTest::mouseClick(view->saveTickedButton(), Qt::LeftButton);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !model.notice().isEmpty(); }, timeoutMs))
+        << qPrintable(model.errorNotice());
+    EXPECT_EQ(QDir(model.folder()).entryList({QStringLiteral("*.pdf")}).size(), 2);
+    EXPECT_EQ(QDir(model.folder()).entryList({QStringLiteral("*.empreinte.txt")}).size(), 2);
+
+    QTest::mouseClick(view->backButton(), Qt::LeftButton);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return view->savedList()->model()->rowCount() == 2; }, timeoutMs));
+    EXPECT_TRUE(view->savedList()->isVisible());
+
+    // Something no source reads is refused before it is dropped.
+    QMimeData photo;
+    photo.setUrls({QUrl::fromLocalFile(m_out.filePath(QStringLiteral("photo.jpg")))});
+    QDragEnterEvent refused(QPoint(10, 10), Qt::CopyAction, &photo, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(view, &refused);
+    EXPECT_FALSE(refused.isAccepted());
 }
 
 // Return presses the focused button, as in the desktop's own applications, and never ticks a box.

@@ -12,7 +12,10 @@
 
 #include <QComboBox>
 #include <QDateEdit>
+#include <QDragEnterEvent>
+#include <QDropEvent>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QFontDatabase>
 #include <QFrame>
 #include <QGridLayout>
@@ -21,6 +24,7 @@
 #include <QLineEdit>
 #include <QListView>
 #include <QListWidget>
+#include <QMimeData>
 #include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
@@ -67,6 +71,7 @@ ConversationsView::ConversationsView(ConversationsModel& model, QWidget* parent)
     , m_model(model)
     , m_screens(new QStackedWidget(this))
 {
+    setAcceptDrops(true);
     m_screens->addWidget(buildSourcesScreen());
     m_screens->addWidget(buildSourceScreen());
     auto* layout = new QVBoxLayout(this);
@@ -474,19 +479,67 @@ void ConversationsView::chooseSource(ConversationsModel::Source source)
         const QString file = pickFile(source);
         if (file.isEmpty())
             return; // the dialog was cancelled: nothing changes
-        m_model.openFile(source, file);
-        m_screens->setCurrentIndex(SourceScreen);
-        break;
+        openFile(source, file);
+        return;
     }
     }
     render();
+}
+
+void ConversationsView::openFile(ConversationsModel::Source source, const QString& path)
+{
+    m_pendingSource = source;
+    m_model.openFile(source, path);
+    m_screens->setCurrentIndex(SourceScreen);
+    render();
+}
+
+ConversationsModel::Source ConversationsView::sourceForFile(const QString& path)
+{
+    const QString name = QFileInfo(path).fileName().toLower();
+    if (name.endsWith(QLatin1StringView(".json")))
+        return ConversationsModel::TelegramExport;
+    if (name.endsWith(QLatin1StringView(".zip")) || name.endsWith(QLatin1StringView(".txt")))
+        return ConversationsModel::WhatsAppExport;
+    if (name.endsWith(QLatin1StringView(".db")) || name.endsWith(QLatin1StringView(".sqlite")))
+        return ConversationsModel::DatabaseFile;
+    return ConversationsModel::NoSource;
+}
+
+namespace {
+
+// The one local file a drop carries, if it is one.
+QString droppedFile(const QMimeData* data)
+{
+    if (!data || !data->hasUrls() || data->urls().size() != 1 || !data->urls().constFirst().isLocalFile())
+        return {};
+    return data->urls().constFirst().toLocalFile();
+}
+
+} // namespace
+
+void ConversationsView::dragEnterEvent(QDragEnterEvent* event)
+{
+    if (sourceForFile(droppedFile(event->mimeData())) != ConversationsModel::NoSource && m_model.busy().isEmpty())
+        event->acceptProposedAction();
+}
+
+void ConversationsView::dropEvent(QDropEvent* event)
+{
+    const QString file = droppedFile(event->mimeData());
+    const ConversationsModel::Source source = sourceForFile(file);
+    if (source == ConversationsModel::NoSource || !m_model.busy().isEmpty())
+        return;
+    event->acceptProposedAction();
+    openFile(source, file);
 }
 
 void ConversationsView::retranslate()
 {
     m_title->setText(L("Garder une conversation"));
     m_subtitle->setText(L("Une conversation devient un PDF à imprimer, à archiver ou à confier, avec une empreinte qui "
-                          "prouve qu'il n'a pas changé. Choisis d'où elle vient :"));
+                          "prouve qu'il n'a pas changé. Choisis d'où elle vient, ou dépose ici un export ou un fichier "
+                          "de messages :"));
     for (qsizetype i = 0; i < m_sourceCards.size(); ++i) {
         const ConversationsModel::Source source = m_sourceCards[i].first;
         m_sourceTexts[i].first->setText(ConversationsModel::sourceTitle(source));

@@ -37,6 +37,9 @@ public:
     /// Chooses the file of a source; a file dialog unless a test sets another.
     void setFilePicker(std::function<QString(ConversationsModel::Source)> picker) { m_pickFile = std::move(picker); }
 
+    /// The source a dropped file is read as, from its name; NoSource for a file no source reads.
+    static ConversationsModel::Source sourceForFile(const QString& path);
+
     // For tests and the keyboard.
     QPushButton* sourceButton(ConversationsModel::Source source) const;
     QPushButton* backButton() const { return m_back; }
@@ -49,6 +52,11 @@ public:
     QLineEdit* passwordField() const { return m_password; }
     QListView* savedList() const { return m_savedList; }
 
+protected:
+    // A file dropped on the page is opened as the source its name tells.
+    void dragEnterEvent(QDragEnterEvent* event) override;
+    void dropEvent(QDropEvent* event) override;
+
 private:
     QWidget* buildSourcesScreen();
     QWidget* buildSourceScreen();
@@ -56,6 +64,7 @@ private:
     QWidget* buildPastePanel();
     QWidget* buildConversationsPanel();
     void chooseSource(ConversationsModel::Source source);
+    void openFile(ConversationsModel::Source source, const QString& path);
     void render();
     void renderBackup();
     void renderPreview();
