@@ -153,8 +153,7 @@ void ConversationToPdf(benchmark::State& state)
 // as plain strings and as lists of entities, as the real exports mix them.
 QString telegramExport()
 {
-    const QString path =
-        QDir(qEnvironmentVariable("NUVREL_BENCH_DATA")).filePath(QStringLiteral("telegram/result.json"));
+    QString path = QDir(qEnvironmentVariable("NUVREL_BENCH_DATA")).filePath(QStringLiteral("telegram/result.json"));
     if (QFile::exists(path))
         return path;
     QDir().mkpath(QFileInfo(path).path());
@@ -164,7 +163,6 @@ QString telegramExport()
     constexpr qint64 targetBytes = qint64(500) * 1000 * 1000;
     file.write(R"({"about": "Here is the data you requested.", "personal_information": {"user_id": 1000, )"
                R"("first_name": "Camille"}, "chats": {"about": "chats", "list": [)");
-    qint64 written = 0;
     const int chats = 200;
     for (int chat = 0; chat < chats; ++chat) {
         const qint64 messages = chat == 0 ? 100'000 : (targetBytes / 200 / 230);
@@ -191,12 +189,12 @@ QString telegramExport()
                                         .arg(m))
                          .toUtf8();
             if (block.size() > 1 << 20) {
-                written += file.write(block);
+                file.write(block);
                 block.clear();
             }
         }
         block += "]}";
-        written += file.write(block);
+        file.write(block);
     }
     file.write("]}}\n");
     file.close();

@@ -67,7 +67,7 @@ private:
     }
 
     QFile& m_file;
-    std::array<Ch, 256 * 1024> m_buffer{};
+    std::array<Ch, size_t(256) * 1024> m_buffer{};
     size_t m_position = 0;
     size_t m_end = 0;
     size_t m_taken = 0;
@@ -599,7 +599,7 @@ private:
         if (m_folder.isEmpty() || QDir::isAbsolutePath(relative))
             return {};
         const QFileInfo info(QDir(m_folder).filePath(relative));
-        const QString resolved = info.canonicalFilePath();
+        QString resolved = info.canonicalFilePath();
         if (resolved.isEmpty() || !resolved.startsWith(m_folder + u'/') || !QFileInfo(resolved).isFile())
             return {};
         return resolved;

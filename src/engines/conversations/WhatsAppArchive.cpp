@@ -76,7 +76,7 @@ void copyEntry(zip_t* zip, const Entry& entry, const QString& target)
     if (!file)
         throw ConversationError::unreadable();
     NewFile out(target, FreeNameStyle::Parenthesised, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-    QByteArray buffer(256 * 1024, Qt::Uninitialized);
+    QByteArray buffer(qsizetype(256) * 1024, Qt::Uninitialized);
     qint64 copied = 0;
     for (;;) {
         const zip_int64_t read = zip_fread(file, buffer.data(), zip_uint64_t(buffer.size()));
