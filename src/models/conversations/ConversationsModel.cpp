@@ -65,6 +65,11 @@ ConversationsModel::ConversationsModel(Services services, QObject* parent)
         setErrorNotice([] { return L("Une erreur inattendue a interrompu l'opération."); });
     });
     connect(m_saved, &SavedConversations::failed, this, [this](const Text& text) { setErrorNotice(text); });
+    // A source chosen while the last one was still being read: its turn comes when that work ends.
+    connect(m_job, &Job::runningChanged, this, [this] {
+        if (!m_job->isRunning() && m_pendingLoad)
+            loadFrom(std::exchange(m_pendingLoad, nullptr));
+    });
 }
 
 ConversationsModel::~ConversationsModel() = default;
@@ -127,6 +132,8 @@ QString ConversationsModel::sourceName() const
 void ConversationsModel::setSource(Source source, std::shared_ptr<ConversationSource> reader, QString name)
 {
     m_job->cancel();
+    m_pendingLoad = nullptr;
+    ++m_generation;
     if (source != Backup)
         m_session.reset();
     m_source = source;
@@ -213,6 +220,13 @@ void ConversationsModel::openThisComputer(int store)
 
 void ConversationsModel::loadFrom(std::function<std::shared_ptr<ConversationSource>()> make)
 {
+    m_chatsLoading = true;
+    Q_EMIT chatsChanged();
+    if (m_job->isRunning()) {
+        m_job->cancel();
+        m_pendingLoad = std::move(make);
+        return;
+    }
     const bool started = startJob(
         [make = std::move(make)](JobContext&) {
             Listing listing;
@@ -227,12 +241,12 @@ void ConversationsModel::loadFrom(std::function<std::shared_ptr<ConversationSour
             }
             return listing;
         },
-        [this](Listing listing) { showListing(std::move(listing)); });
-    if (started) {
-        m_chatsLoading = true;
-        Q_EMIT chatsChanged();
+        [this, generation = m_generation](Listing listing) {
+            if (generation == m_generation)
+                showListing(std::move(listing));
+        });
+    if (started)
         setBusy(L("Lecture des conversations…"));
-    }
 }
 
 void ConversationsModel::showListing(Listing listing)

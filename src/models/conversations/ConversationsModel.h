@@ -176,6 +176,8 @@ private:
     Job* m_job;     ///< listing, reading, saving: one at a time
     Job* m_scanJob; ///< the backups folder
     Source m_source = NoSource;
+    quint64 m_generation = 0; ///< counts the sources opened: a listing of an earlier one is dropped
+    std::function<std::shared_ptr<ConversationSource>()> m_pendingLoad; ///< waits for the running job
     QString m_sourceName;
     std::shared_ptr<ConversationSource> m_reader;
     QList<PhoneBackup> m_backups;

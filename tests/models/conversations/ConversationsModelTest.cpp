@@ -147,6 +147,14 @@ TEST_F(ConversationsModelTest, EveryFileSourceEndsInAFingerprintedPdf)
     // Saved, newest first.
     ASSERT_TRUE(QTest::qWaitFor([this] { return m_model->saved().rowCount() == 4; }, timeoutMs));
 
+    // A source chosen while another is still read: the first one's listing never shows, the second loads.
+    m_model->openFile(ConversationsModel::TelegramExport, telegram);
+    m_model->openPasted(QStringLiteral("Chloé : au revoir"));
+    ASSERT_TRUE(idle());
+    ASSERT_EQ(m_model->chatList().rowCount(), 1);
+    EXPECT_EQ(m_model->source(), ConversationsModel::Pasted);
+    EXPECT_EQ(m_model->senders(), QStringList{QStringLiteral("Chloé")});
+
     const QString broken = m_in.filePath(QStringLiteral("broken.json"));
     write(broken, "{\"name\": \"x\", \"messages\": [");
     m_model->openFile(ConversationsModel::TelegramExport, broken);
