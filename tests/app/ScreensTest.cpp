@@ -211,8 +211,23 @@ TEST_F(Screens, EveryScreenAtTheSmallestSizeInEachSchemeAndLanguage)
     ASSERT_NE(keeping.backupSession(), nullptr);
     ASSERT_TRUE(QTest::qWaitFor([&] { return conversations->passwordField()->isVisible(); }, windowTimeoutMs));
     capture(window, QStringLiteral("16-conversation-password"));
-    QTest::keyClicks(conversations->passwordField(), QStringLiteral("secret"));
+    EXPECT_EQ(QApplication::focusWidget(), conversations->passwordField());
+    QTest::keyClicks(conversations->passwordField(), QStringLiteral("wrong"));
     QTest::keyClick(conversations->passwordField(), Qt::Key_Return);
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return labelTexts(*conversations).contains(BackupReadError::wrongPassword().message()); },
+                        windowTimeoutMs));
+    // The refused password is selected, to be typed over; the button follows what is typed.
+    EXPECT_EQ(conversations->passwordField()->selectedText(), QStringLiteral("wrong"));
+    QTest::keyClicks(conversations->passwordField(), QStringLiteral("secret"));
+    QPushButton* unlock = nullptr;
+    for (QPushButton* button : conversations->findChildren<QPushButton*>()) {
+        if (button->text() == QStringLiteral("Ouvrir la sauvegarde"))
+            unlock = button;
+    }
+    ASSERT_NE(unlock, nullptr);
+    EXPECT_TRUE(unlock->isEnabled());
+    QTest::mouseClick(unlock, Qt::LeftButton);
     ASSERT_TRUE(
         QTest::qWaitFor([&] { return keeping.chatList().rowCount() > 0 && keeping.busy().isEmpty(); }, windowTimeoutMs))
         << qPrintable(keeping.chatsMessage());

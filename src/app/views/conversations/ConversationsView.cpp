@@ -314,6 +314,7 @@ QWidget* ConversationsView::buildBackupPanel()
     connect(m_password, &QLineEdit::textEdited, this, [this](const QString& text) {
         if (BackupSession* session = m_model.backupSession())
             session->setPassword(text);
+        m_unlock->setEnabled(!text.isEmpty());
     });
     connect(m_password, &QLineEdit::returnPressed, this, unlock);
     connect(m_unlock, &QPushButton::clicked, this, unlock);
@@ -634,16 +635,23 @@ void ConversationsView::renderBackup()
     m_backupsMessage->setText(message);
     m_backupsMessage->setVisible(!message.isEmpty());
     const bool asking = session && session->phase() == BackupSession::Phase::AskPassword;
+    // The field takes the keyboard when the card appears and after a refused password, not at every
+    // render: the user may have gone on to the check box.
+    const bool refused =
+        asking && !session->failureMessage().isEmpty() && m_passwordError->text() != session->failureMessage();
+    const bool appeared = asking && m_passwordCard->isHidden();
     m_passwordCard->setVisible(asking);
     if (asking) {
         m_passwordError->setText(session->failureMessage());
         m_passwordError->setVisible(!session->failureMessage().isEmpty());
         m_remember->setChecked(session->rememberPassword());
-        m_unlock->setEnabled(!session->password().isEmpty() || !m_password->text().isEmpty());
-        if (!session->failureMessage().isEmpty())
+        m_unlock->setEnabled(!m_password->text().isEmpty());
+        if (refused)
             m_password->selectAll();
-        if (isVisible() && !m_password->hasFocus())
+        if (isVisible() && (appeared || refused))
             m_password->setFocus();
+    } else {
+        m_passwordError->clear();
     }
     const bool ready = (session && session->phase() == BackupSession::Phase::Ready) ||
                        m_model.source() == ConversationsModel::ThisComputer;
