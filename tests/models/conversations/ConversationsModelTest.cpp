@@ -12,6 +12,7 @@
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
+#include <QImage>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -161,6 +162,41 @@ TEST_F(ConversationsModelTest, EveryFileSourceEndsInAFingerprintedPdf)
     ASSERT_TRUE(idle());
     EXPECT_EQ(m_model->chatList().rowCount(), 0);
     EXPECT_EQ(m_model->chatsMessage(), QStringLiteral("Impossible de lire ce fichier ou cette base de messages."));
+}
+
+// A WhatsApp zip made by the zip tool: the photo its message names is drawn in the PDF the page saves,
+// as pdfimages, an independent reader, finds.
+TEST_F(ConversationsModelTest, AZipExportsPhotoIsDrawnInThePdf)
+{
+    const QString zip = QStandardPaths::findExecutable(QStringLiteral("zip"));
+    const QString pdfimages = QStandardPaths::findExecutable(QStringLiteral("pdfimages"));
+    if (zip.isEmpty() || pdfimages.isEmpty())
+        GTEST_SKIP() << "zip and pdfimages are installed by tools/install-deps.sh";
+    write(m_in.filePath(QStringLiteral("_chat.txt")),
+          "[05/01/2023, 12:34:56] Ana: Regarde\n"
+          "[05/01/2023, 12:35:00] Ana: \xE2\x80\x8E<attached: 00000012-PHOTO-2023-01-05.jpg>\n");
+    QImage photo(80, 60, QImage::Format_RGB32);
+    photo.fill(Qt::darkMagenta);
+    ASSERT_TRUE(photo.save(m_in.filePath(QStringLiteral("00000012-PHOTO-2023-01-05.jpg")), "JPEG"));
+    const QString archive = m_in.filePath(QStringLiteral("WhatsApp Chat - Ana.zip"));
+    QProcess zipping;
+    zipping.setWorkingDirectory(m_in.path());
+    zipping.start(zip, {QStringLiteral("-q"), archive, QStringLiteral("_chat.txt"),
+                        QStringLiteral("00000012-PHOTO-2023-01-05.jpg")});
+    ASSERT_TRUE(zipping.waitForFinished(30'000));
+    ASSERT_EQ(zipping.exitCode(), 0);
+
+    m_model->openFile(ConversationsModel::WhatsAppExport, archive);
+    ASSERT_TRUE(idle());
+    ASSERT_EQ(m_model->chatList().rowCount(), 1) << m_model->chatsMessage().toStdString();
+    const QString pdf = saveChosen();
+    QProcess images;
+    images.start(pdfimages, {QStringLiteral("-list"), pdf});
+    ASSERT_TRUE(images.waitForFinished(30'000));
+    const QStringList rows = QString::fromUtf8(images.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
+    ASSERT_EQ(rows.size(), 3) << rows.join(u'\n').toStdString(); // a heading, a rule, one picture
+    EXPECT_TRUE(rows[2].contains(QStringLiteral(" 80 ")) && rows[2].contains(QStringLiteral(" 60 ")))
+        << rows[2].toStdString();
 }
 
 TEST_F(ConversationsModelTest, OwnerPeriodAndTitleShapeThePreviewAndThePdf)
