@@ -1,6 +1,7 @@
 #include "app/widgets/Layouts.h"
 
 #include <QHBoxLayout>
+#include <QLabel>
 #include <QStyle>
 #include <QVariant>
 #include <QWidget>
@@ -14,6 +15,15 @@ QHBoxLayout* centredRow(QWidget* widget)
     row->addWidget(widget);
     row->addStretch(1);
     return row;
+}
+
+QLabel* wrappingLabel(QWidget* parent, const QString& objectName)
+{
+    auto* label = new QLabel(parent);
+    label->setWordWrap(true);
+    if (!objectName.isEmpty())
+        label->setObjectName(objectName);
+    return label;
 }
 
 void setTone(QWidget* widget, Tone tone)

@@ -495,56 +495,29 @@ void ConversationsModel::saveTicked()
     const QList<MessagesChatInfo> chats = m_chats->ticked();
     if (!m_reader || chats.isEmpty() || m_job->isRunning())
         return;
-    struct Outcome
-    {
-        int saved = 0;
-        int empty = 0;
-        int failed = 0;
-        bool stopped = false;
-        QString folder;
-    };
     const bool started = startJob(
         [reader = m_reader, chats, period = chatPeriod(), label = pdfLabel(),
-         folder = m_folder](JobContext& context) -> Outcome {
-            Outcome outcome;
-            outcome.folder = folder;
+         folder = m_folder](JobContext& context) -> ConversationFiles::SavedBatch {
+            ConversationFiles::SavedBatch batch;
+            batch.folder = folder;
             for (qsizetype i = 0; i < chats.size(); ++i) {
                 if (context.isCancelled()) {
-                    outcome.stopped = true;
+                    batch.stopped = true;
                     break;
                 }
                 context.progress(i, chats.size());
-                try {
+                batch.record([&] {
                     const ChatTranscript kept = period.apply(reader->transcript(chats[i]));
                     ConversationPDF::build(QDir(folder).filePath(ConversationFiles::fileName(kept.title)), kept, label);
-                    ++outcome.saved;
-                } catch (const ConversationError& error) {
-                    ++(error.kind() == ConversationError::Kind::Empty ? outcome.empty : outcome.failed);
-                } catch (...) {
-                    ++outcome.failed;
-                }
+                });
             }
-            return outcome;
+            return batch;
         },
-        [this](const Outcome& outcome) {
+        [this](const ConversationFiles::SavedBatch& batch) {
             setBusy({});
-            Text text = [outcome] {
-                const QLocale numbers = Localizer::locale();
-                QString line =
-                    outcome.stopped
-                        ? LN("Enregistrement arrêté : %@ conversation(s) enregistrées en PDF, gardées", outcome.saved,
-                             numbers.toString(outcome.saved))
-                        : LN("%@ conversation(s) enregistrées en PDF", outcome.saved, numbers.toString(outcome.saved));
-                if (outcome.empty > 0)
-                    line += LN(" · %@ vide(s) ignorée(s)", outcome.empty, numbers.toString(outcome.empty));
-                if (outcome.failed > 0)
-                    line += L(" · %@ en échec", numbers.toString(outcome.failed));
-                line += L(". Chaque PDF a son fichier d'empreinte à côté de lui, dans %@.",
-                          QDir::toNativeSeparators(outcome.folder));
-                return line;
-            };
-            outcome.saved == 0 && outcome.failed > 0 ? setErrorNotice(std::move(text)) : setNotice(std::move(text));
-            m_lastPdf = outcome.folder;
+            Text text = [batch] { return batch.summary(); };
+            batch.saved == 0 && batch.failed > 0 ? setErrorNotice(std::move(text)) : setNotice(std::move(text));
+            m_lastPdf = batch.folder;
             Q_EMIT noticeChanged();
             m_saved->refresh();
         },

@@ -218,65 +218,41 @@ void ExplorerModel::createAllChatPDFs()
     const int source = m_convSource;
     const QString label = sourceLabel(source);
 
-    struct Outcome
-    {
-        int saved = 0;
-        int empty = 0;
-        int failed = 0;
-        bool stopped = false;
-        QString folder;
-    };
     const bool started = startJob(
-        [database, source, label, chats](JobContext& context) -> Outcome {
-            Outcome outcome;
-            outcome.folder = ConversationFiles::folder();
-            if (!QDir().mkpath(outcome.folder)) {
-                outcome.failed = int(chats.size());
-                return outcome;
+        [database, source, label, chats](JobContext& context) -> ConversationFiles::SavedBatch {
+            ConversationFiles::SavedBatch batch;
+            batch.folder = ConversationFiles::folder();
+            if (!QDir().mkpath(batch.folder)) {
+                batch.failed = int(chats.size());
+                return batch;
             }
             for (qsizetype i = 0; i < chats.size(); ++i) {
                 if (context.isCancelled()) {
-                    outcome.stopped = true;
+                    batch.stopped = true;
                     break;
                 }
                 context.progress(i, chats.size());
                 const MessagesChatInfo& info = chats[i];
-                try {
+                batch.record([&] {
                     const ChatTranscript transcript = openSource(source, database)->transcript(info);
-                    ConversationPDF::build(QDir(outcome.folder).filePath(ConversationFiles::fileName(info.title)),
+                    ConversationPDF::build(QDir(batch.folder).filePath(ConversationFiles::fileName(info.title)),
                                            transcript, label);
-                    ++outcome.saved;
-                } catch (const ConversationError& error) {
-                    ++(error.kind() == ConversationError::Kind::Empty ? outcome.empty : outcome.failed);
-                } catch (const std::exception&) {
-                    ++outcome.failed;
-                }
+                });
             }
-            return outcome;
+            return batch;
         },
-        [this](const Outcome& outcome) {
+        [this](const ConversationFiles::SavedBatch& batch) {
             setBusy({});
-            Text text = [outcome] {
-                const QLocale numbers = Localizer::locale();
-                QString line =
-                    outcome.stopped
-                        ? LN("Enregistrement arrêté : %@ conversation(s) enregistrées en PDF, gardées", outcome.saved,
-                             numbers.toString(outcome.saved))
-                        : LN("%@ conversation(s) enregistrées en PDF", outcome.saved, numbers.toString(outcome.saved));
-                if (outcome.empty > 0)
-                    line += LN(" · %@ vide(s) ignorée(s)", outcome.empty, numbers.toString(outcome.empty));
-                if (outcome.failed > 0)
-                    line += L(" · %@ en échec", numbers.toString(outcome.failed));
-                line += L(". Chaque PDF a son fichier d'empreinte à côté de lui, dans %@.",
-                          QDir::toNativeSeparators(outcome.folder));
-                if (outcome.saved > 0)
+            Text text = [batch] {
+                QString line = batch.summary();
+                if (batch.saved > 0)
                     line += u' ' + L("Retrouve-les dans « Garder une conversation », section « Mes conversations "
                                      "enregistrées ».");
                 return line;
             };
-            m_lastFolder = outcome.folder;
+            m_lastFolder = batch.folder;
             Q_EMIT lastFolderChanged();
-            if (outcome.saved == 0 && outcome.failed > 0)
+            if (batch.saved == 0 && batch.failed > 0)
                 setErrorNotice(std::move(text));
             else
                 setNotice(std::move(text));

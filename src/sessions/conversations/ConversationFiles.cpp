@@ -1,5 +1,6 @@
 #include "sessions/conversations/ConversationFiles.h"
 
+#include "engines/conversations/ConversationError.h"
 #include "l10n/L.h"
 
 #include <QDir>
@@ -34,6 +35,32 @@ QString fileName(const QString& title)
     if (name.trimmed().isEmpty())
         name = L("Conversation");
     return name + QStringLiteral(".pdf");
+}
+
+void SavedBatch::record(const std::function<void()>& save)
+{
+    try {
+        save();
+        ++saved;
+    } catch (const ConversationError& error) {
+        ++(error.kind() == ConversationError::Kind::Empty ? empty : failed);
+    } catch (const std::exception&) {
+        ++failed;
+    }
+}
+
+QString SavedBatch::summary() const
+{
+    const QLocale numbers = Localizer::locale();
+    QString line = stopped ? LN("Enregistrement arrêté : %@ conversation(s) enregistrées en PDF, gardées", saved,
+                                numbers.toString(saved))
+                           : LN("%@ conversation(s) enregistrées en PDF", saved, numbers.toString(saved));
+    if (empty > 0)
+        line += LN(" · %@ vide(s) ignorée(s)", empty, numbers.toString(empty));
+    if (failed > 0)
+        line += L(" · %@ en échec", numbers.toString(failed));
+    line += L(". Chaque PDF a son fichier d'empreinte à côté de lui, dans %@.", QDir::toNativeSeparators(folder));
+    return line;
 }
 
 QList<Saved> savedIn(const QString& folder)

@@ -6,6 +6,8 @@
 #include <QList>
 #include <QString>
 
+#include <functional>
+
 namespace nuvrel {
 
 /// Where conversations are kept as PDFs, and under which names: shared by every page that saves one.
@@ -28,6 +30,21 @@ struct Saved
     ConversationPDF::Verification state = ConversationPDF::Verification::Intact;
 
     friend bool operator==(const Saved&, const Saved&) = default;
+};
+
+/// What saving several conversations came to, and the one line that says it.
+struct SavedBatch
+{
+    int saved = 0;
+    int empty = 0; ///< nothing left in the period
+    int failed = 0;
+    bool stopped = false;
+    QString folder;
+
+    /// Runs `save` for one conversation and counts how it ended.
+    void record(const std::function<void()>& save);
+    /// "2 conversations enregistrées en PDF · 1 vide ignorée. Chaque PDF a son fichier d'empreinte…"
+    QString summary() const;
 };
 
 /// The PDFs of `folder`, newest first, each checked against its side file as `verify` does. Reads every

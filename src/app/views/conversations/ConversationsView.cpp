@@ -41,15 +41,6 @@ namespace {
 enum Screen { SourcesScreen, SourceScreen };
 enum SourcePanel { BackupPanel, FilePanel, PastePanel };
 
-QLabel* wrappingLabel(QWidget* parent, const QString& objectName = {})
-{
-    auto* label = new QLabel(parent);
-    label->setWordWrap(true);
-    if (!objectName.isEmpty())
-        label->setObjectName(objectName);
-    return label;
-}
-
 QString iconOf(ConversationsModel::Source source)
 {
     switch (source) {

@@ -34,15 +34,6 @@ namespace {
 
 enum PhasePanel { PasswordPanel, MessagePanel, ReadyPanel };
 
-QLabel* wrappingLabel(QWidget* parent, const QString& objectName = {})
-{
-    auto* label = new QLabel(parent);
-    label->setWordWrap(true);
-    if (!objectName.isEmpty())
-        label->setObjectName(objectName);
-    return label;
-}
-
 } // namespace
 
 ExplorerView::ExplorerView(ExplorerModel& model, QWidget* parent)
