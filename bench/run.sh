@@ -2,13 +2,14 @@
 # Builds the optimised configuration, prepares the benchmark data once (a 300,000-file index, a
 # 1 GiB encrypted file, a 1,000,000-message chat.db and a 500 MB Telegram export, about 1.8 GB under
 # build/bench-data) and runs every benchmark. Each runs its reference (libplist, OpenSSL's PBKDF2,
-# `openssl enc`, the sqlite3 command, cat and jq, an empty Qt window) in the same run.
+# `openssl enc`, the sqlite3 command, cat and jq, an empty Qt window, vipsthumbnail, ffmpeg alone,
+# Ghostscript) in the same run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 tools/install-deps.sh
 cmake --preset default >/dev/null
 cmake --build --preset default --target bench_mbfileinfo bench_unlock bench_reader bench_conversations \
-  bench_explorer nuvrel-make-samples
+  bench_explorer bench_lighten nuvrel-make-samples
 data=build/bench-data
 if [ ! -f "$data/chat.db" ]; then
   rm -rf "$data"
@@ -19,3 +20,4 @@ build/default/bench/bench_unlock
 NUVREL_BENCH_DATA=$data build/default/bench/bench_reader
 NUVREL_BENCH_DATA=$data build/default/bench/bench_conversations
 build/default/bench/bench_explorer
+build/default/bench/bench_lighten

@@ -12,6 +12,11 @@ find_package(Qt6 6.4 QUIET COMPONENTS Core Gui Widgets Network Concurrent Svg)
 if(NOT Qt6_FOUND)
   nuvrel_missing("Qt 6 (Core, Gui, Widgets, Network, Concurrent, Svg)" "qt6-base-dev qt6-svg-dev" qt@6)
 endif()
+# QtPdf draws the pages of a PDF that the lightener turns into pictures.
+find_package(Qt6 6.4 QUIET COMPONENTS Pdf)
+if(NOT Qt6Pdf_FOUND)
+  nuvrel_missing("Qt 6 PDF" qt6-pdf-dev qt@6)
+endif()
 if(NOT APPLE)
   # The file manager is asked to show extracted files over the session bus.
   find_package(Qt6 6.4 QUIET COMPONENTS DBus)
@@ -60,6 +65,21 @@ if(PkgConfig_FOUND)
 endif()
 if(NOT LIBHEIF_FOUND)
   nuvrel_missing("libheif" libheif-dev libheif)
+endif()
+
+# exiv2: the Exif a lightened photo carries over from its source.
+if(PkgConfig_FOUND)
+  pkg_check_modules(EXIV2 QUIET IMPORTED_TARGET exiv2)
+endif()
+if(NOT EXIV2_FOUND)
+  nuvrel_missing("exiv2" libexiv2-dev exiv2)
+endif()
+# Poppler's Qt binding: the rotation of a PDF's pages, which QtPdf 6.4 does not tell.
+if(PkgConfig_FOUND)
+  pkg_check_modules(POPPLER_QT6 QUIET IMPORTED_TARGET poppler-qt6)
+endif()
+if(NOT POPPLER_QT6_FOUND)
+  nuvrel_missing("Poppler for Qt 6" libpoppler-qt6-dev poppler)
 endif()
 
 # RapidJSON: its streaming reader, for chat exports of gigabytes (header-only).

@@ -14,9 +14,10 @@ debian_packages=(
   clang libclang-rt-14-dev clang-format clang-tidy
   libplist-utils xvfb xauth
   rapidjson-dev libzip-dev zip jq
+  libexiv2-dev exiv2 qt6-pdf-dev libpoppler-qt6-dev qt6-image-formats-plugins libvips-tools ghostscript
 )
 brew_packages=(cmake ninja pkg-config ccache qt libplist openssl@3 sqlite icu4c qtkeychain poppler ffmpeg libheif googletest google-benchmark llvm
-  rapidjson libzip jq)
+  rapidjson libzip jq exiv2 vips ghostscript)
 
 case "$(uname -s)" in
 Linux)

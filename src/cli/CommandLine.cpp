@@ -2,6 +2,7 @@
 
 #include "cli/TextTable.h"
 #include "engines/conversations/ChatRecords.h"
+#include "engines/lighten/LightenTarget.h"
 #include "l10n/L.h"
 
 #include <QCommandLineParser>
@@ -22,6 +23,14 @@ QString languageCodes()
 
 } // namespace
 
+QString lightenTargetChoices()
+{
+    QStringList names;
+    for (LightenTarget target : allLightenTargets)
+        names.append(rawValue(target));
+    return names.join(u'|');
+}
+
 CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
 {
     error.clear();
@@ -41,15 +50,19 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
     const QCommandLineOption exportFile = valued({QStringLiteral("export")});
     const QCommandLineOption source = valued({QStringLiteral("source")});
     const QCommandLineOption format = valued({QStringLiteral("format")});
+    const QCommandLineOption target = valued({QStringLiteral("target")});
     const QCommandLineOption photos(QStringLiteral("photos"));
     const QCommandLineOption passwordStdin(QStringLiteral("password-stdin"));
     const QCommandLineOption remember(QStringLiteral("remember"));
     const QCommandLineOption json(QStringLiteral("json"));
     const QCommandLineOption force(QStringLiteral("force"));
+    const QCommandLineOption keepLocation(QStringLiteral("keep-location"));
+    const QCommandLineOption keepHeic(QStringLiteral("keep-heic"));
     const QCommandLineOption help(QStringList{QStringLiteral("h"), QStringLiteral("help")});
     const QCommandLineOption version(QStringLiteral("version"));
-    parser.addOptions({root, lang, domain, path, to, from, owner, output, exportFile, source, format, photos,
-                       passwordStdin, remember, json, force, help, version});
+    parser.addOptions({root,     lang,       domain, path,         to,       from,   owner,
+                       output,   exportFile, source, format,       target,   photos, passwordStdin,
+                       remember, json,       force,  keepLocation, keepHeic, help,   version});
     const bool parsed = parser.parse(QStringList{QStringLiteral("nuvrel-cli")} + arguments);
 
     CommandLine line;
@@ -69,11 +82,14 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
     line.exportFile = optional(exportFile);
     line.source = optional(source);
     line.format = optional(format);
+    line.target = optional(target);
     line.photos = parser.isSet(photos);
     line.passwordFromStdin = parser.isSet(passwordStdin);
     line.remember = parser.isSet(remember);
     line.json = parser.isSet(json);
     line.force = parser.isSet(force);
+    line.keepLocation = parser.isSet(keepLocation);
+    line.keepHeic = parser.isSet(keepHeic);
     line.help = parser.isSet(help);
     line.version = parser.isSet(version);
     line.arguments = parser.positionalArguments();
@@ -84,10 +100,10 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
         // The parser's own text is not for the user: tell its finding in our words.
         const QStringList unknown = parser.unknownOptionNames();
         const auto flagWithValue = std::find_if(arguments.cbegin(), arguments.cend(), [](const QString& word) {
-            static const QStringList flags{QStringLiteral("--photos"),   QStringLiteral("--password-stdin"),
-                                           QStringLiteral("--remember"), QStringLiteral("--json"),
-                                           QStringLiteral("--force"),    QStringLiteral("--help"),
-                                           QStringLiteral("--version")};
+            static const QStringList flags{
+                QStringLiteral("--photos"),  QStringLiteral("--password-stdin"), QStringLiteral("--remember"),
+                QStringLiteral("--json"),    QStringLiteral("--force"),          QStringLiteral("--help"),
+                QStringLiteral("--version"), QStringLiteral("--keep-location"),  QStringLiteral("--keep-heic")};
             return word.contains(u'=') && flags.contains(word.section(u'=', 0, 0));
         });
         if (!unknown.isEmpty())
@@ -136,7 +152,9 @@ void printHelp(QTextStream& out, const QString& program)
             QStringLiteral("--export <.txt>"))},
          {QStringLiteral("verify ") + file, L("Vérifie qu'un PDF de conversation n'a pas été modifié.")},
          {QStringLiteral("chat-export ") + file,
-          L("Affiche une conversation exportée de WhatsApp (fichier %@).", QStringLiteral(".txt"))}});
+          L("Affiche une conversation exportée de WhatsApp (fichier %@).", QStringLiteral(".txt"))},
+         {QStringLiteral("lighten ") + file + QStringLiteral("… --target <%1> --to ").arg(L("destination")) + folder,
+          L("Fait une copie plus légère de chaque fichier pour WhatsApp, Telegram, Mail ou Messages.")}});
     section(
         L("Options :"),
         {{QStringLiteral("--root ") + folder, L("Lit les sauvegardes de ce dossier plutôt que celui des réglages.")},
@@ -146,7 +164,12 @@ void printHelp(QTextStream& out, const QString& program)
           L("Ne garde que les fichiers dont le chemin commence ainsi.")},
          {QStringLiteral("--photos"), L("Ne garde que les photos et vidéos de la pellicule.")},
          {QStringLiteral("--to ") + folder,
-          L("Dossier où copier les fichiers (commande %@).", QStringLiteral("extract"))},
+          L("Dossier où copier les fichiers (commandes %@).", QStringLiteral("extract, lighten"))},
+         {QStringLiteral("--target <%1>").arg(lightenTargetChoices()),
+          L("Destination des fichiers allégés, qui fixe la taille à respecter (commande %@).",
+            QStringLiteral("lighten"))},
+         {QStringLiteral("--keep-location"), L("Garde la position des photos et vidéos allégées.")},
+         {QStringLiteral("--keep-heic"), L("Garde les photos HEIC en HEIC (sinon : JPEG).")},
          {QStringLiteral("--password-stdin"),
           L("Lit le mot de passe d'une sauvegarde chiffrée sur l'entrée standard.")},
          {QStringLiteral("--source <%1>").arg(QStringLiteral("messages|whatsapp|telegram|whatsapp-export|pasted")),
@@ -171,7 +194,7 @@ void printHelp(QTextStream& out, const QString& program)
                                     {L("4 : sauvegarde introuvable")},
                                     {L("5 : mot de passe absent ou faux")},
                                     {L("6 : sauvegarde ou fichier illisible ou introuvable")},
-                                    {L("7 : des fichiers n'ont pas pu être extraits")},
+                                    {L("7 : des fichiers n'ont pas pu être extraits ou allégés")},
                                     {L("8 : le PDF a été modifié depuis sa création")}});
 }
 

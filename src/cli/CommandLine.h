@@ -37,17 +37,23 @@ struct CommandLine
     std::optional<QString> format;
     std::optional<QString> output;     ///< -o
     std::optional<QString> exportFile; ///< --export
+    std::optional<QString> target;     ///< --target: the channel a lightened file is for
     bool photos = false;
     bool passwordFromStdin = false;
     bool remember = false;
     bool json = false;
     bool force = false;
+    bool keepLocation = false; ///< --keep-location
+    bool keepHeic = false;     ///< --keep-heic
     bool help = false;
     bool version = false;
 
     /// Parses the arguments after the program name; on a mistake, `error` holds a localised message.
     static CommandLine parse(const QStringList& arguments, QString& error);
 };
+
+/// The targets of the lighten command, as they are typed: "whatsapp|telegram|…".
+QString lightenTargetChoices();
 
 /// Prints the localised help.
 void printHelp(QTextStream& out, const QString& program);

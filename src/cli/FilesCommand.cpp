@@ -18,7 +18,6 @@
 
 #include <cstdio>
 #include <memory>
-#include <unistd.h>
 
 namespace nuvrel::cli {
 
@@ -46,11 +45,6 @@ int exitCodeFor(const BackupReadError& error)
     case BackupReadError::Kind::Damaged: return BackupUnreadable;
     }
     return BackupUnreadable;
-}
-
-bool stderrIsTerminal()
-{
-    return ::isatty(STDERR_FILENO) == 1;
 }
 
 struct Opened

@@ -1,5 +1,7 @@
 #include "cli/TextTable.h"
 
+#include <unistd.h>
+
 namespace nuvrel::cli {
 
 namespace {
@@ -11,6 +13,11 @@ qsizetype displayWidth(const QString& text)
 }
 
 } // namespace
+
+bool stderrIsTerminal()
+{
+    return ::isatty(STDERR_FILENO) == 1;
+}
 
 QString escapedControls(const QString& text, bool keepLineBreaks)
 {

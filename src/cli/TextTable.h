@@ -15,6 +15,9 @@ QString escapedControls(const QString& text, bool keepLineBreaks = false);
 /// piece, where a whole document in memory would cost many times the data.
 QString jsonQuoted(QStringView text);
 
+/// Whether standard error is a terminal, where progress is redrawn in place.
+bool stderrIsTerminal();
+
 /// Rows of text printed in aligned columns, two spaces apart; cells are escaped as above.
 class TextTable final
 {

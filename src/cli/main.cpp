@@ -2,6 +2,7 @@
 #include "cli/ChatsCommand.h"
 #include "cli/CommandLine.h"
 #include "cli/FilesCommand.h"
+#include "cli/LightenCommand.h"
 #include "engines/backup/BackupLocator.h"
 #include "ground/WorkFolder.h"
 #include "l10n/L.h"
@@ -18,10 +19,12 @@ using namespace nuvrel;
 
 int main(int argc, char* argv[])
 {
-    // Drawing a PDF needs fonts, hence the GUI application, for that command only; a command-line
+    // Drawing a PDF needs fonts, hence the GUI application, for those commands only; a command-line
     // tool never shows a window.
     std::unique_ptr<QCoreApplication> app;
-    if (std::any_of(argv + 1, argv + argc, [](const char* word) { return std::strcmp(word, "chat-pdf") == 0; })) {
+    if (std::any_of(argv + 1, argv + argc, [](const char* word) {
+            return std::strcmp(word, "chat-pdf") == 0 || std::strcmp(word, "lighten") == 0;
+        })) {
         if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
             qputenv("QT_QPA_PLATFORM", "offscreen");
         app = std::make_unique<QGuiApplication>(argc, argv);
@@ -76,6 +79,8 @@ int main(int argc, char* argv[])
         return cli::runChatPdf(line, out, err);
     if (line.command == QLatin1StringView("verify"))
         return cli::runVerify(line, out, err);
+    if (line.command == QLatin1StringView("lighten"))
+        return cli::runLighten(line, out, err);
 
     if (line.command.isEmpty())
         cli::printHelp(err, program);

@@ -87,6 +87,12 @@ QString NewFile::temporaryPath() const
     return m_file.fileName();
 }
 
+QString NewFile::handOver()
+{
+    m_file.close();
+    return m_file.fileName();
+}
+
 QString NewFile::commit(const std::optional<QDateTime>& modified)
 {
     flushAndStamp(modified);
@@ -125,6 +131,13 @@ void NewFile::flushAndStamp(const std::optional<QDateTime>& modified)
 {
     // No fsync: the name guards against an interrupted program, not a power cut, and syncing each of
     // fifty thousand photos would take minutes.
+    if (!m_file.isOpen()) { // handed over: stamped by name
+        if (modified && modified->isValid() && m_file.open(QIODevice::ReadOnly)) {
+            m_file.setFileTime(*modified, QFileDevice::FileModificationTime);
+            m_file.close();
+        }
+        return;
+    }
     errno = 0;
     if (!m_file.flush())
         throw FileError::fromErrno(Op::Write, errno ? errno : EIO, m_destination);

@@ -33,6 +33,10 @@ public:
     /// Where the bytes go until commit().
     QFileDevice& device();
     QString temporaryPath() const;
+    /// Closes the device and gives the temporary path to a writer that writes by name (another
+    /// program, or a library that replaces the file whole); commit() then takes whatever that path
+    /// holds. The file is still removed if commit() is never called.
+    QString handOver();
 
     /// Flushes, sets the modification time (when given), and links the file to the destination's
     /// free name; returns that name.

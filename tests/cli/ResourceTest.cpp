@@ -11,6 +11,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
 
 #include <gtest/gtest.h>
 
@@ -128,4 +129,37 @@ TEST(Resources, AFullDiskIsToldAsSuchAndLeavesNoHalfFile)
     EXPECT_EQ(chats.exitCode, 6) << qPrintable(chats.err);
     EXPECT_TRUE(chats.err.contains(QStringLiteral("Plus assez de place sur le disque"))) << qPrintable(chats.err);
     EXPECT_FALSE(chats.err.contains(QStringLiteral("Accès complet au disque"))) << qPrintable(chats.err);
+}
+
+TEST(Resources, ALightenedFileThatDoesNotFitTheDiskLeavesNothing)
+{
+    if (!canMountPrivately())
+        GTEST_SKIP() << "needs a private mount (unshare -m), which needs root";
+    QTemporaryDir sources;
+    // Random bytes neither zip smaller nor fit: the copy fails for want of room.
+    const QString raw = sources.filePath(QStringLiteral("IMG_0001.DNG"));
+    QFile file(raw);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(pseudoRandomBytes(3 << 20, 9));
+    file.close();
+    QStringList arguments{QStringLiteral("lighten"), raw};
+    // A video whose export outgrows the disk: ffmpeg fails, and the reason is ours to say.
+    const QString clip = sources.filePath(QStringLiteral("clip.mp4"));
+    const bool withVideo =
+        QProcess::execute(QStringLiteral("ffmpeg"),
+                          {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-f"), QStringLiteral("lavfi"),
+                           QStringLiteral("-i"), QStringLiteral("testsrc2=size=1280x720:rate=30,noise=alls=60:allf=t"),
+                           QStringLiteral("-t"), QStringLiteral("4"), QStringLiteral("-c:v"), QStringLiteral("libx264"),
+                           QStringLiteral("-preset"), QStringLiteral("ultrafast"), clip}) == 0;
+    if (withVideo)
+        arguments << clip;
+    QTemporaryDir destination;
+    const ChildRun run = onFullDisk(destination.path(), QStringLiteral("1m"),
+                                    arguments + QStringList{QStringLiteral("--target"), QStringLiteral("telegram"),
+                                                            QStringLiteral("--to"), destination.path(),
+                                                            QStringLiteral("--lang"), QStringLiteral("fr")});
+    EXPECT_EQ(run.exitCode, 7) << qPrintable(run.err);
+    EXPECT_EQ(run.err.count(QStringLiteral("Plus assez de place sur le disque")), withVideo ? 2 : 1)
+        << qPrintable(run.err);
+    EXPECT_FALSE(run.err.contains(QStringLiteral("left: "))) << qPrintable(run.err);
 }
