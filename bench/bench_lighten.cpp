@@ -245,7 +245,7 @@ BENCHMARK(Photo12MP_Vipsthumbnail)
     ->ReportAggregatesOnly(true)
     ->UseRealTime();
 BENCHMARK(Photo48MP_PeakMemory)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
-BENCHMARK(Video1080p_Overhead)->Unit(benchmark::kSecond)->Iterations(3)->UseRealTime();
+BENCHMARK(Video1080p_Overhead)->Unit(benchmark::kSecond)->Iterations(5)->UseRealTime();
 BENCHMARK(ScannedPdf12Pages_Nuvrel)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
 BENCHMARK(ScannedPdf12Pages_GhostscriptEbook)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
 

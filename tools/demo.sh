@@ -4,7 +4,7 @@
 # conversations, and opens the application on them. Without a display it walks the same journey
 # with nuvrel-cli: lists the backups and their files, extracts the photos of the plain and the
 # encrypted backup, reads the Messages and WhatsApp conversations of the encrypted one, saves one as
-# a fingerprinted PDF and checks it.
+# a fingerprinted PDF and checks it, and makes a photo and a video small enough for WhatsApp.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 tools/install-deps.sh
@@ -72,10 +72,21 @@ run verify build/demo/Famille.pdf --lang fr
 printf '\x00' | dd of=build/demo/Famille.pdf bs=1 seek=2000 conv=notrunc status=none
 run verify build/demo/Famille.pdf --lang fr
 
+# A camera-sized photo and a 1080p clip, made here by ffmpeg, made small enough for WhatsApp; the
+# originals stay as they are.
+camera=build/demo/Camera
+mkdir -p "$camera"
+ffmpeg -v error -f lavfi -i "testsrc2=size=4032x3024:rate=1,noise=alls=30:allf=t" -frames:v 1 -q:v 2 \
+  "$camera/IMG_4001.JPG"
+ffmpeg -v error -f lavfi -i testsrc2=size=1920x1080:rate=30 -f lavfi -i sine=frequency=440 -t 8 \
+  -c:v libx264 -crf 16 -c:a aac "$camera/IMG_4002.MOV"
+run lighten "$camera/IMG_4001.JPG" "$camera/IMG_4002.MOV" --target whatsapp --to build/demo/Light --lang fr
+
 printf '\nWhere the outputs went:\n'
 printf '  sample backups       %s\n' "$samples"
 printf '  extracted photos     %s\n' "$photos"
 printf '  Messages database    %s\n' "$sms"
 printf '  WhatsApp database    %s\n' "$whatsapp"
 printf '  conversation PDF     %s\n' build/demo/Famille.pdf
+printf '  lightened copies     %s\n' build/demo/Light
 printf 'With a display, this script opens the application itself on the same backups.\n'
