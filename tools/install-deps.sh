@@ -13,7 +13,7 @@ debian_packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev clang-format clang-tidy
   libplist-utils xvfb xauth
-  rapidjson-dev libzip-dev zip jq
+  rapidjson-dev libzip-dev zip unzip jq
   libexiv2-dev exiv2 qt6-pdf-dev libpoppler-qt6-dev qt6-image-formats-plugins libvips-tools ghostscript
 )
 brew_packages=(cmake ninja pkg-config ccache qt libplist openssl@3 sqlite icu4c qtkeychain poppler ffmpeg libheif googletest google-benchmark llvm

@@ -1,5 +1,6 @@
 #include "media/PhotoEncoder.h"
 
+#include "media/HeifPointer.h"
 #include <QBuffer>
 #include <QColorSpace>
 #include <QFile>
@@ -7,7 +8,6 @@
 #include <QPainter>
 
 #include <exiv2/exiv2.hpp>
-#include <libheif/heif.h>
 
 #include <cmath>
 #include <cstring>
@@ -204,17 +204,6 @@ QByteArray jpeg(const QImage& image, double quality, const PhotoMetadata& metada
 }
 
 namespace {
-
-struct HeifDeleter
-{
-    void operator()(heif_context* context) const { heif_context_free(context); }
-    void operator()(heif_image* image) const { heif_image_release(image); }
-    void operator()(heif_image_handle* handle) const { heif_image_handle_release(handle); }
-    void operator()(heif_encoder* encoder) const { heif_encoder_release(encoder); }
-    void operator()(heif_encoding_options* options) const { heif_encoding_options_free(options); }
-};
-template <typename T>
-using HeifPointer = std::unique_ptr<T, HeifDeleter>;
 
 heif_error appendToByteArray(heif_context* /*context*/, const void* data, size_t size, void* userData)
 {

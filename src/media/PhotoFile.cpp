@@ -1,12 +1,11 @@
 #include "media/PhotoFile.h"
 
+#include "media/HeifPointer.h"
 #include "media/Thumbnailer.h"
 
 #include <QColorSpace>
 #include <QFile>
 #include <QImageReader>
-
-#include <libheif/heif.h>
 
 #include <algorithm>
 #include <mutex>
@@ -14,15 +13,6 @@
 namespace nuvrel {
 
 namespace {
-
-struct HeifDeleter
-{
-    void operator()(heif_context* context) const { heif_context_free(context); }
-    void operator()(heif_image_handle* handle) const { heif_image_handle_release(handle); }
-    void operator()(heif_image* image) const { heif_image_release(image); }
-};
-template <typename T>
-using HeifPointer = std::unique_ptr<T, HeifDeleter>;
 
 bool tooManyPixels(QSize size)
 {

@@ -1,13 +1,12 @@
 #include "media/Thumbnailer.h"
 
+#include "media/HeifPointer.h"
 #include <QBuffer>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QImageReader>
 #include <QProcess>
 #include <QStandardPaths>
-
-#include <libheif/heif.h>
 
 #include <memory>
 
@@ -23,15 +22,6 @@ QImage fitted(QImage image, int maxSide)
         return image;
     return image.scaled(maxSide, maxSide, Qt::KeepAspectRatio, Qt::SmoothTransformation);
 }
-
-struct HeifDeleter
-{
-    void operator()(heif_context* context) const { heif_context_free(context); }
-    void operator()(heif_image_handle* handle) const { heif_image_handle_release(handle); }
-    void operator()(heif_image* image) const { heif_image_release(image); }
-};
-template <typename T>
-using HeifPointer = std::unique_ptr<T, HeifDeleter>;
 
 QImage decodeHeif(const QByteArray& data, int maxSide)
 {
