@@ -43,7 +43,7 @@ QString fixture(const QString& name)
 
 QString outputFolder()
 {
-    const QString folder = fixture(QStringLiteral("out"));
+    QString folder = fixture(QStringLiteral("out"));
     QDir(folder).removeRecursively();
     QDir().mkpath(folder);
     return folder;
