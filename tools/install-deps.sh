@@ -12,7 +12,7 @@ debian_packages=(
   fonts-noto-core fonts-noto-cjk fonts-noto-color-emoji fonts-symbola
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev clang-format clang-tidy
-  libplist-utils xvfb xauth
+  libplist-utils xvfb xauth xclip
   rapidjson-dev libzip-dev zip unzip jq
   libexiv2-dev exiv2 qt6-pdf-dev libpoppler-qt6-dev qt6-image-formats-plugins libvips-tools ghostscript
 )

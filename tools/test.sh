@@ -82,5 +82,8 @@ if command -v xvfb-run >/dev/null; then
   step "Window tests on a real X11 server (Xvfb)"
   xvfb-run -a -s "-screen 0 1920x1200x24" env QT_QPA_PLATFORM=xcb build/default/tests/app/app_tests --gtest_brief=1 ||
     status=1
+  # The clipboard as other applications read it (xclip), which only a real X server shows.
+  xvfb-run -a env QT_QPA_PLATFORM=xcb build/default/tests/platform/system/platform_tests --gtest_brief=1 \
+    --gtest_filter='SystemClipboard.*' || status=1
 fi
 exit $status

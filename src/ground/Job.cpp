@@ -34,6 +34,14 @@ void JobContext::progress(qint64 done, qint64 total)
     });
 }
 
+void JobContext::publish(std::function<void()> step) const
+{
+    Job::deliver(m_job, m_generation, [step = std::move(step)](Job& job) {
+        if (job.isRunning())
+            step();
+    });
+}
+
 Job::Job(QObject* parent)
     : QObject(parent)
 {}

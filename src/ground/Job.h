@@ -46,6 +46,10 @@ public:
     bool isCancelled() const { return m_token.isCancelled(); }
     /// `done` of `total` steps; cheap to call for every item.
     void progress(qint64 done, qint64 total);
+    /// Runs `step` on the GUI thread, in the order published and before the job's result, unless the
+    /// run has ended or was replaced: for work whose items are shown one by one as they finish. Not
+    /// throttled; callable from any thread.
+    void publish(std::function<void()> step) const;
 
 private:
     friend class Job;

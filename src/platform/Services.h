@@ -4,6 +4,7 @@ namespace nuvrel {
 
 class Appearance;
 class Clipboard;
+class Handoff;
 class SecretStore;
 class Trash;
 class Volumes;
@@ -21,6 +22,7 @@ struct Services
     Clipboard& clipboard;
     Volumes& volumes;
     Appearance& appearance;
+    Handoff& handoff;
 };
 
 } // namespace nuvrel

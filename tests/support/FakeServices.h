@@ -2,6 +2,7 @@
 
 #include "platform/Appearance.h"
 #include "platform/Clipboard.h"
+#include "platform/Handoff.h"
 #include "platform/Services.h"
 #include "platform/Trash.h"
 #include "platform/Volumes.h"
@@ -94,6 +95,20 @@ public:
     std::function<void()> watcher;
 };
 
+/// A hand-off that records what it was given and answers as the test says.
+class RecordingHandoff final : public Handoff
+{
+public:
+    Outcome send(Channel channel, const QStringList& files) override
+    {
+        sent.append({channel, files});
+        return answer;
+    }
+
+    QList<QPair<Channel, QStringList>> sent;
+    Outcome answer{Outcome::Kind::NotAvailable, {}};
+};
+
 /// Every platform service, faked, for a page or a window under test.
 struct FakeServices
 {
@@ -103,8 +118,9 @@ struct FakeServices
     MemoryClipboard clipboard;
     FixedVolumes volumes;
     FixedAppearance appearance;
+    RecordingHandoff handoff;
 
-    Services services() { return Services{secrets, workspace, trash, clipboard, volumes, appearance}; }
+    Services services() { return Services{secrets, workspace, trash, clipboard, volumes, appearance, handoff}; }
 };
 
 } // namespace nuvrel::test

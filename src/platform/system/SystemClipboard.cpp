@@ -25,6 +25,7 @@ void SystemClipboard::copyFiles(const QStringList& paths)
     data->setUrls(urls);
     // GNOME's and KDE's file managers paste files from this form; the URL list alone they paste as text.
     data->setData(QStringLiteral("x-special/gnome-copied-files"), gnome);
+    data->setData(QStringLiteral("application/x-kde-cutselection"), QByteArrayLiteral("0")); // copied, not cut
     QGuiApplication::clipboard()->setMimeData(data);
 }
 

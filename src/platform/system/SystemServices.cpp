@@ -1,8 +1,10 @@
 #include "platform/system/SystemServices.h"
 
 #include "platform/system/KeychainSecretStore.h"
+#include "platform/system/Launcher.h"
 #include "platform/system/SystemAppearance.h"
 #include "platform/system/SystemClipboard.h"
+#include "platform/system/SystemHandoff.h"
 #include "platform/system/SystemTrash.h"
 #include "platform/system/SystemVolumes.h"
 #include "platform/system/SystemWorkspace.h"
@@ -28,7 +30,9 @@ Services systemServices()
     static SystemClipboard clipboard;
     static SystemVolumes volumes;
     static SystemAppearance appearance;
-    return Services{systemSecretStore(), systemWorkspace(), trash, clipboard, volumes, appearance};
+    static ProcessLauncher launcher;
+    static SystemHandoff handoff(launcher);
+    return Services{systemSecretStore(), systemWorkspace(), trash, clipboard, volumes, appearance, handoff};
 }
 
 } // namespace nuvrel
