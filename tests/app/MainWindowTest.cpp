@@ -8,6 +8,7 @@
 #include "app/views/explore/ExplorerView.h"
 #include "app/views/explore/PhotoGrid.h"
 #include "app/views/home/HomeView.h"
+#include "app/views/lighten/LightenView.h"
 #include "app/views/welcome/WelcomeView.h"
 #include "engines/backup/BackupReadError.h"
 #include "l10n/LanguageStore.h"
@@ -128,8 +129,9 @@ TEST_F(MainWindowTest, WelcomeShowsOnceThenTheSidebar)
         QTest::mouseClick(window->welcomeView()->startButton(), Qt::LeftButton);
         EXPECT_TRUE(window->sidebar()->isVisible());
         EXPECT_TRUE(QSettings().value(QStringLiteral("welcomeDone")).toBool());
-        EXPECT_EQ(sidebarTitles(*window), (QStringList{QStringLiteral("Accueil"), QStringLiteral("Conversations"),
-                                                       QStringLiteral("Explorer les sauvegardes")}));
+        EXPECT_EQ(sidebarTitles(*window),
+                  (QStringList{QStringLiteral("Accueil"), QStringLiteral("Alléger"), QStringLiteral("Conversations"),
+                               QStringLiteral("Explorer les sauvegardes")}));
         EXPECT_EQ(window->section(), Page::Home);
         screenshot(*window, QStringLiteral("02-home"));
     }
@@ -157,8 +159,9 @@ TEST_F(MainWindowTest, LanguageChangeRendersEveryTextAgain)
     (*english)->trigger();
     EXPECT_EQ(LanguageStore::shared().language(), AppLanguage::En);
     EXPECT_TRUE((*english)->isChecked());
-    EXPECT_EQ(sidebarTitles(*window), (QStringList{QStringLiteral("Home"), QStringLiteral("Conversations"),
-                                                   QStringLiteral("Explore Backups")}));
+    EXPECT_EQ(sidebarTitles(*window),
+              (QStringList{QStringLiteral("Home"), QStringLiteral("Shrink"), QStringLiteral("Conversations"),
+                           QStringLiteral("Explore Backups")}));
     EXPECT_EQ(window->explorePage()->backupsView()->findChild<QLabel*>(QStringLiteral("pageTitle"))->text(),
               QStringLiteral("Explore Backups"));
     EXPECT_FALSE(labelTexts(*window->explorePage()).contains(QStringLiteral("Branche ton iPhone")));
@@ -415,6 +418,84 @@ TEST_F(MainWindowTest, ConversationsPageTakesADroppedFileAndSavesTheTickedOnes)
     QDragEnterEvent refused(QPoint(10, 10), Qt::CopyAction, &photo, Qt::LeftButton, Qt::NoModifier);
     QApplication::sendEvent(view, &refused);
     EXPECT_FALSE(refused.isAccepted());
+}
+
+TEST_F(MainWindowTest, LightenPageTakesADroppedFolderLightensAndHandsOff)
+{
+    QSettings().setValue(QStringLiteral("welcomeDone"), true);
+    auto window = makeWindow();
+    window->setSection(Page::Lighten);
+    LightenView* view = window->lightenView();
+    AllegerModel& model = view->model();
+    model.setOutputFolder(m_out.filePath(QStringLiteral("Nuvrel-Alleges")));
+
+    // A folder of mixed files: a photo, a document, a PDF that cannot be read, an application bundle.
+    const QString drop = m_out.filePath(QStringLiteral("Envoi"));
+    QDir().mkpath(drop + QStringLiteral("/Outil.app/Contents"));
+    QImage photo(2400, 1600, QImage::Format_RGB32);
+    photo.fill(Qt::darkCyan);
+    ASSERT_TRUE(photo.save(drop + QStringLiteral("/IMG_0001.JPG"), "JPEG", 95));
+    QFile document(drop + QStringLiteral("/compte-rendu.docx"));
+    ASSERT_TRUE(document.open(QIODevice::WriteOnly));
+    document.write(QByteArray(200'000, 'r'));
+    document.close();
+    QFile broken(drop + QStringLiteral("/facture.pdf"));
+    ASSERT_TRUE(broken.open(QIODevice::WriteOnly));
+    broken.write("%PDF-1.4 cut short");
+    broken.close();
+
+    // Dragged over: the area lights up, and goes dark when the drag leaves.
+    QMimeData data;
+    data.setUrls({QUrl::fromLocalFile(drop)});
+    QDragEnterEvent enter(QPoint(20, 20), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(view->dropZone(), &enter);
+    EXPECT_TRUE(enter.isAccepted());
+    EXPECT_TRUE(view->dropZone()->isHighlighted());
+    QDragLeaveEvent leave;
+    QApplication::sendEvent(view->dropZone(), &leave);
+    EXPECT_FALSE(view->dropZone()->isHighlighted());
+    QApplication::sendEvent(view->dropZone(), &enter);
+    QDropEvent dropped(QPointF(20, 20), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(view->dropZone(), &dropped);
+    EXPECT_FALSE(view->dropZone()->isHighlighted());
+    ASSERT_EQ(model.items().rowCount(), 3);
+    EXPECT_TRUE(model.notice().contains(QStringLiteral("1 paquet ignoré"))) << qPrintable(model.notice());
+    // Lightened at once (autoLighten), "Arrêter" while it runs.
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !model.running() && model.doneCount() == 2; }, timeoutMs));
+    EXPECT_FALSE(view->stopButton()->isVisible());
+    EXPECT_TRUE(view->sendButton()->isEnabled());
+    EXPECT_EQ(view->sendButton()->text(), QStringLiteral("Envoyer vers WhatsApp"));
+    EXPECT_TRUE(view->clearFolderButton()->isVisible());
+
+    // A target chosen by its button; the hand-off through the platform's.
+    QTest::mouseClick(view->targetButton(LightenTarget::Telegram), Qt::LeftButton);
+    EXPECT_EQ(model.target(), int(LightenTarget::Telegram));
+    m_fakes.handoff.answer = {Handoff::Outcome::Kind::ShareWindow, {}};
+    QTest::mouseClick(view->sendButton(), Qt::LeftButton);
+    ASSERT_EQ(m_fakes.handoff.sent.size(), 1);
+    EXPECT_EQ(m_fakes.handoff.sent[0].second, model.doneFiles());
+    EXPECT_TRUE(view->noticeLabel()->isVisible());
+    EXPECT_TRUE(view->noticeLabel()->text().contains(QStringLiteral("Telegram")));
+
+    // A lightened row drags out as its file.
+    QListView* list = view->list();
+    const QModelIndex done = model.items().index(0, 0);
+    ASSERT_EQ(LightenItem::State(done.data(LightenList::StateRole).toInt()), LightenItem::State::Done);
+    std::unique_ptr<QMimeData> dragged(list->model()->mimeData({done}));
+    ASSERT_TRUE(dragged);
+    EXPECT_TRUE(QFileInfo(dragged->urls().value(0).toLocalFile()).isFile());
+
+    // Delete takes the selected row out; the files stay.
+    list->setFocus();
+    list->selectionModel()->select(done, QItemSelectionModel::ClearAndSelect);
+    QTest::keyClick(list, Qt::Key_Delete);
+    EXPECT_EQ(model.items().rowCount(), 2);
+    EXPECT_TRUE(QFile::exists(drop + QStringLiteral("/compte-rendu.docx")));
+
+    // The output folder to the trash.
+    QTest::mouseClick(view->clearFolderButton(), Qt::LeftButton);
+    EXPECT_EQ(m_fakes.trash.trashed.size(), 2);
+    EXPECT_FALSE(view->clearFolderButton()->isVisible());
 }
 
 // Return presses the focused button, as in the desktop's own applications, and never ticks a box.

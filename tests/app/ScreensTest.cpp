@@ -10,6 +10,7 @@
 #include "app/views/explore/ExplorePage.h"
 #include "app/views/explore/ExplorerView.h"
 #include "app/views/explore/PhotoGrid.h"
+#include "app/views/lighten/LightenView.h"
 #include "app/views/welcome/WelcomeView.h"
 #include "engines/backup/BackupReadError.h"
 #include "l10n/LanguageStore.h"
@@ -21,9 +22,12 @@
 #include "support/SampleBackup.h"
 
 #include <QAbstractButton>
+#include <QDragEnterEvent>
+#include <QDropEvent>
 #include <QGuiApplication>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QMimeData>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSettings>
@@ -235,6 +239,39 @@ TEST_F(Screens, EveryScreenAtTheSmallestSizeInEachSchemeAndLanguage)
     ASSERT_TRUE(
         QTest::qWaitFor([&] { return !keeping.preview().isEmpty() && keeping.busy().isEmpty(); }, windowTimeoutMs));
     capture(window, QStringLiteral("17-conversation-from-backup"));
+
+    // The lighten page: empty, files dragged over it, then a pass done with one failure, and sent.
+    window.setSection(Page::Lighten);
+    LightenView* lighten = window.lightenView();
+    AllegerModel& lightening = lighten->model();
+    lightening.setOutputFolder(m_root.path() + QStringLiteral("/Nuvrel-Alleges"));
+    capture(window, QStringLiteral("18-lighten-empty"));
+    const QString files = scratch.filePath(QStringLiteral("Envoi"));
+    QDir().mkpath(files);
+    QImage picture(3000, 2000, QImage::Format_RGB32);
+    picture.fill(QColor(0x2E, 0x7D, 0x8C));
+    ASSERT_TRUE(picture.save(files + QStringLiteral("/IMG_4032.JPG"), "JPEG", 95));
+    QFile report(files + QStringLiteral("/Compte rendu de la réunion du conseil.docx"));
+    ASSERT_TRUE(report.open(QIODevice::WriteOnly));
+    report.write(QByteArray(400'000, 'c'));
+    report.close();
+    QFile cut(files + QStringLiteral("/facture.pdf"));
+    ASSERT_TRUE(cut.open(QIODevice::WriteOnly));
+    cut.write("%PDF-1.4 cut short");
+    cut.close();
+    QMimeData dragged;
+    dragged.setUrls({QUrl::fromLocalFile(files)});
+    QDragEnterEvent over(QPoint(20, 20), Qt::CopyAction, &dragged, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(lighten->dropZone(), &over);
+    capture(window, QStringLiteral("19-lighten-drag-over"));
+    QDropEvent dropped(QPointF(20, 20), Qt::CopyAction, &dragged, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(lighten->dropZone(), &dropped);
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return !lightening.running() && lightening.waitingCount() == 0; }, windowTimeoutMs));
+    capture(window, QStringLiteral("20-lighten-done"));
+    m_fakes.handoff.answer = {Handoff::Outcome::Kind::WebOpened, {}};
+    QTest::mouseClick(lighten->sendButton(), Qt::LeftButton);
+    capture(window, QStringLiteral("21-lighten-sent"));
 }
 
 } // namespace

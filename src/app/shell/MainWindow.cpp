@@ -4,6 +4,7 @@
 #include "app/views/conversations/ConversationsView.h"
 #include "app/views/explore/ExplorePage.h"
 #include "app/views/home/HomeView.h"
+#include "app/views/lighten/LightenView.h"
 #include "app/views/welcome/WelcomeView.h"
 #include "app/widgets/ShownText.h"
 #include "l10n/L.h"
@@ -59,6 +60,9 @@ MainWindow::MainWindow(Services services, QWidget* parent)
     , m_pages(new QStackedWidget(m_shell))
     , m_explore(new ExplorePage(*m_backups, services, m_pages))
 {
+    m_lightenModel = std::make_unique<AllegerModel>(services);
+    m_lighten = new LightenView(*m_lightenModel, m_pages);
+    m_registry.add(Page::Lighten, m_lighten, [this] { m_lighten->retranslate(); });
     m_conversationsModel = std::make_unique<ConversationsModel>(services);
     m_conversations = new ConversationsView(*m_conversationsModel, m_pages);
     m_registry.add(Page::Conversations, m_conversations, [this] { m_conversations->retranslate(); });

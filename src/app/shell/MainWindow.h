@@ -15,8 +15,10 @@ class QTranslator;
 namespace nuvrel {
 
 class BackupsModel;
+class AllegerModel;
 class ConversationsModel;
 class ConversationsView;
+class LightenView;
 class ExplorePage;
 class HomeView;
 class WelcomeView;
@@ -46,6 +48,7 @@ public:
     HomeView* homeView() const { return m_home; }
     ExplorePage* explorePage() const { return m_explore; }
     ConversationsView* conversationsView() const { return m_conversations; }
+    LightenView* lightenView() const { return m_lighten; }
     BackupsModel& backupsModel() const { return *m_backups; }
     QMenu* languageMenu() const { return m_languageMenu; }
     const PageRegistry& pages() const { return m_registry; }
@@ -59,6 +62,7 @@ private:
 
     std::unique_ptr<BackupsModel> m_backups;
     std::unique_ptr<ConversationsModel> m_conversationsModel;
+    std::unique_ptr<AllegerModel> m_lightenModel;
     QStackedWidget* m_root;
     WelcomeView* m_welcome;
     QWidget* m_shell;
@@ -66,6 +70,7 @@ private:
     QStackedWidget* m_pages;
     ExplorePage* m_explore;
     ConversationsView* m_conversations;
+    LightenView* m_lighten;
     HomeView* m_home;
     QMenu* m_languageMenu = nullptr;
     QActionGroup* m_languages = nullptr;

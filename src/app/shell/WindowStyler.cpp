@@ -119,6 +119,9 @@ QPushButton#primary:disabled { background: %4; border-color: %4; }
 QPushButton#link { border: none; background: transparent; color: %6; padding: 4px 2px; text-align: left; }
 QPushButton#link:hover, QPushButton#link:focus { text-decoration: underline; }
 QPushButton#link:disabled { color: palette(window-text); font-weight: 600; }
+QFrame#dropZone { background: %3; border: 2px dashed %4; border-radius: 12px; }
+QFrame#dropZone[highlighted="true"] { border: 2px solid %6; }
+QPushButton[target="true"]:checked { border: 2px solid %6; font-weight: 600; }
 QLabel[tone="success"] { color: %9; }
 QLabel[tone="error"] { color: %10; }
 )")

@@ -19,6 +19,8 @@ QString pageDescription(Page page)
     case Page::Conversations:
         return L("Garde une conversation en PDF : d'une sauvegarde, d'un export WhatsApp ou Telegram, ou d'un texte "
                  "collé.");
+    case Page::Lighten:
+        return L("Rends tes photos, vidéos et PDF assez légers pour WhatsApp, Telegram ou un courriel.");
     case Page::Explore: return L("Retrouve les photos, les fichiers et les conversations de tes sauvegardes d'iPhone.");
     default: return {};
     }
