@@ -1,6 +1,7 @@
 #include "models/lighten/AllegerModel.h"
 #include "l10n/LanguageStore.h"
 #include "models/lighten/FileGathering.h"
+#include "platform/system/SystemTrash.h"
 #include "support/FakeServices.h"
 #include "support/MediaFixtures.h"
 
@@ -9,6 +10,7 @@
 #include <QImage>
 #include <QMimeData>
 #include <QSignalSpy>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -281,4 +283,39 @@ TEST_F(AllegerModelTest, ThePickerRemembersItsFolderWhileItExists)
     EXPECT_EQ(again.pickerFolder(), path(QStringLiteral("chosen")));
     QDir(path(QStringLiteral("chosen"))).removeRecursively();
     EXPECT_EQ(again.pickerFolder(), pictures);
+}
+
+TEST_F(AllegerModelTest, ClearingTheFolderPutsTheFilesInTheDesktopsTrash)
+{
+#if defined(Q_OS_MACOS)
+    GTEST_SKIP() << "the Finder's trash is the system's own business";
+#endif
+    // The test's home has a trash of its own; the files go there with their records.
+    SystemTrash system;
+    Services services{fakes.secrets, fakes.workspace,  system,       fakes.clipboard,
+                      fakes.volumes, fakes.appearance, fakes.handoff};
+    AllegerModel real(services);
+    const QString output = QDir::home().filePath(QStringLiteral("Pictures/Nuvrel-Alleges"));
+    real.setOutputFolder(output);
+    write(QDir(output).filePath(QStringLiteral("IMG_0001-leger.jpg")), "jpeg");
+    write(QDir(output).filePath(QStringLiteral("scan-leger.pdf")), "pdf");
+    write(QDir(output).filePath(QStringLiteral(".nuvrel-0123456789abcdef.part")), "half"); // a pass's, not ours
+    real.setOutputFolder(output);
+    EXPECT_TRUE(real.showClearFolder());
+
+    real.clearOutputFolder();
+    EXPECT_EQ(real.notice(), QStringLiteral("2 fichiers allégés mis à la Corbeille."));
+    EXPECT_EQ(QDir(output).entryList(QDir::Files), QStringList());
+    EXPECT_FALSE(real.showClearFolder());
+    const QString trash =
+        QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + QStringLiteral("/Trash");
+    for (const QString& name : {QStringLiteral("IMG_0001-leger.jpg"), QStringLiteral("scan-leger.pdf")}) {
+        EXPECT_TRUE(QFile::exists(trash + QStringLiteral("/files/") + name)) << qPrintable(name);
+        QFile info(trash + QStringLiteral("/info/") + name + QStringLiteral(".trashinfo"));
+        ASSERT_TRUE(info.open(QIODevice::ReadOnly)) << qPrintable(name);
+        const QByteArray record = info.readAll();
+        EXPECT_TRUE(record.startsWith("[Trash Info]")) << record.constData();
+        EXPECT_TRUE(record.contains("Path=")) << record.constData();
+        EXPECT_TRUE(record.contains("DeletionDate=")) << record.constData();
+    }
 }
