@@ -3,15 +3,19 @@
 #include "engines/lighten/LightenError.h"
 #include "ground/Job.h"
 #include "l10n/L.h"
+#include "media/PhotoFile.h"
+#include "media/Thumbnailer.h"
 #include "models/lighten/FileGathering.h"
 #include "platform/Clipboard.h"
 #include "platform/Handoff.h"
 #include "platform/Trash.h"
 #include "platform/Workspace.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFileInfo>
+#include <QPointer>
 #include <QSettings>
 #include <QStandardPaths>
 #include <QThread>
@@ -208,6 +212,7 @@ void AllegerModel::add(const QStringList& paths)
         added.append(std::move(item));
     }
     const qsizetype count = added.size();
+    makeThumbnails(added);
     m_items->append(std::move(added));
 
     if (gathered.photosLibrary) {
@@ -229,6 +234,43 @@ void AllegerModel::add(const QStringList& paths)
     }
     if (count > 0 && m_autoLighten)
         run();
+}
+
+void AllegerModel::makeThumbnails(const QList<LightenItem>& items)
+{
+    QList<QPair<QUuid, QString>> pictures;
+    QList<QPair<QUuid, QString>> videos;
+    for (const LightenItem& item : items) {
+        if (pictures.size() + videos.size() >= maxThumbnails)
+            break;
+        if (item.route == LightenRoute::Photo)
+            pictures.append({item.id, item.path});
+        else if (item.route == LightenRoute::Video)
+            videos.append({item.id, item.path});
+    }
+    if (pictures.isEmpty() && videos.isEmpty())
+        return;
+    // One worker for the whole drop, photos first (they are quick), so that a folder of thousands
+    // never crowds out the pass on the shared pool. Each picture reaches the list on the GUI thread.
+    Job::pool().start([list = QPointer<LightenList>(m_items), pictures, videos] {
+        const auto deliver = [&list](const QUuid& id, const QImage& image) {
+            QMetaObject::invokeMethod(
+                qApp,
+                [list, id, image] {
+                    if (list)
+                        list->setThumbnail(id, image);
+                },
+                Qt::QueuedConnection);
+        };
+        for (const auto& [id, path] : pictures) {
+            if (Job::quittingFlag()->load(std::memory_order_relaxed))
+                return;
+            PhotoFile photo(path);
+            deliver(id, photo.decode(thumbnailSide));
+        }
+        for (const auto& [id, path] : videos)
+            deliver(id, Thumbnailer::videoFrame(path, thumbnailSide, Job::quittingFlag()));
+    });
 }
 
 // The pass's work list, handed to the worker: rows by value, and the options of the moment.

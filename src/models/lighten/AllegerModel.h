@@ -39,6 +39,9 @@ class AllegerModel final : public QObject
 public:
     static constexpr int maxGatheredFiles = 4999;
     static constexpr qint64 progressIntervalMs = 200;
+    /// Rows of one drop that get a thumbnail; the rest keep their kind's icon.
+    static constexpr int maxThumbnails = 300;
+    static constexpr int thumbnailSide = 96;
 
     explicit AllegerModel(Services services, QObject* parent = nullptr);
     ~AllegerModel() override;
@@ -115,6 +118,7 @@ private:
     void updateClearFolder();
     void publishResult(const LightenItem& item);
     void copyAndReveal(const QStringList& files);
+    void makeThumbnails(const QList<LightenItem>& items);
 
     Services m_services;
     LightenList* m_items;

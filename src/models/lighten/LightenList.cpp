@@ -41,6 +41,7 @@ void LightenList::remove(int row)
     if (row < 0 || row >= m_items.size())
         return;
     beginRemoveRows({}, row, row);
+    m_thumbnails.remove(m_items[row].id);
     m_items.removeAt(row);
     endRemoveRows();
 }
@@ -49,6 +50,7 @@ void LightenList::clear()
 {
     beginResetModel();
     m_items.clear();
+    m_thumbnails.clear();
     endResetModel();
 }
 
@@ -65,6 +67,15 @@ void LightenList::refresh()
 {
     if (!m_items.isEmpty())
         Q_EMIT dataChanged(index(0), index(int(m_items.size() - 1)));
+}
+
+void LightenList::setThumbnail(const QUuid& id, const QImage& thumbnail)
+{
+    const qsizetype row = indexOf(id);
+    if (row < 0 || thumbnail.isNull())
+        return;
+    m_thumbnails.insert(id, thumbnail);
+    Q_EMIT dataChanged(index(int(row)), index(int(row)), {Qt::DecorationRole});
 }
 
 int LightenList::rowCount(const QModelIndex& parent) const
@@ -84,6 +95,10 @@ QVariant LightenList::data(const QModelIndex& index, int role) const
     const LightenItem& item = m_items[index.row()];
     switch (role) {
     case Qt::DisplayRole: return QFileInfo(item.path).fileName();
+    case Qt::DecorationRole:
+        if (const auto found = m_thumbnails.constFind(item.id); found != m_thumbnails.cend())
+            return *found;
+        return {};
     case Qt::ToolTipRole:
     case PathRole: return item.path;
     case StateRole: return int(item.state);

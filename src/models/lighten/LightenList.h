@@ -3,6 +3,8 @@
 #include "models/lighten/LightenItem.h"
 
 #include <QAbstractListModel>
+#include <QHash>
+#include <QImage>
 #include <QList>
 
 namespace nuvrel {
@@ -14,6 +16,7 @@ class LightenList final : public QAbstractListModel
     Q_OBJECT
 
 public:
+    /// Qt::DecorationRole: the row's thumbnail (a QImage), once made.
     enum Role {
         PathRole = Qt::UserRole + 1,
         StateRole,    ///< a LightenItem::State, as an int
@@ -36,6 +39,8 @@ public:
     void update(const LightenItem& item);
     /// Every row again, as after a change of language.
     void refresh();
+    /// A small picture of a row's photo or video, shown in place of its kind's icon.
+    void setThumbnail(const QUuid& id, const QImage& thumbnail);
 
     int rowCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
@@ -52,6 +57,7 @@ public:
 
 private:
     QList<LightenItem> m_items;
+    QHash<QUuid, QImage> m_thumbnails;
 };
 
 } // namespace nuvrel

@@ -36,13 +36,16 @@ QStringList commandOf(const QString& exec)
 
 } // namespace
 
-SystemHandoff::SystemHandoff(Launcher& launcher, QString sandboxFolder)
+SystemHandoff::SystemHandoff(Launcher& launcher, QString sandboxFolder, Desktop desktop)
     : m_launcher(launcher)
     , m_sandboxFolder(std::move(sandboxFolder))
+    , m_desktop(desktop)
 {}
 
 Handoff::Outcome SystemHandoff::send(Channel channel, const QStringList& files)
 {
+    if (m_desktop == Desktop::MacOS)
+        return sendOnMac(channel, files);
     switch (channel) {
     case Channel::Telegram: return sendToTelegram(files);
     case Channel::WhatsApp: return openWhatsApp();
@@ -134,6 +137,33 @@ Handoff::Outcome SystemHandoff::composeMail(const QStringList& files)
     for (const QString& file : files)
         arguments << QStringLiteral("--attach") << file;
     return {m_launcher.start(email, arguments) ? Outcome::Kind::ShareWindow : Outcome::Kind::Failed, {}};
+}
+
+Handoff::Outcome SystemHandoff::sendOnMac(Channel channel, const QStringList& files)
+{
+    // `open` waits only for the application to be asked, and fails when none has that identifier.
+    const QString open = QStringLiteral("/usr/bin/open");
+    const auto openApplication = [&](const QStringList& identifiers) {
+        for (const QString& identifier : identifiers) {
+            if (m_launcher.output(open, {QStringLiteral("-b"), identifier}))
+                return Outcome{Outcome::Kind::AppOpened, {}};
+        }
+        return Outcome{Outcome::Kind::NotAvailable, {}};
+    };
+    const auto openFilesWith = [&](const QString& application) {
+        return m_launcher.output(open, QStringList{QStringLiteral("-a"), application} + files)
+                   ? Outcome{Outcome::Kind::ShareWindow, {}}
+                   : Outcome{Outcome::Kind::NotAvailable, {}};
+    };
+    switch (channel) {
+    case Channel::WhatsApp:
+        return openApplication({QStringLiteral("net.whatsapp.WhatsApp"), QStringLiteral("desktop.WhatsApp")});
+    case Channel::Telegram:
+        return openApplication({QStringLiteral("ru.keepcoder.Telegram"), QStringLiteral("org.telegram.desktop")});
+    case Channel::Mail: return openFilesWith(QStringLiteral("Mail"));
+    case Channel::Messages: return openFilesWith(QStringLiteral("Messages"));
+    }
+    return {Outcome::Kind::NotAvailable, {}};
 }
 
 } // namespace nuvrel

@@ -166,6 +166,15 @@ TEST_F(AllegerModelTest, APassLightensEveryKindAndPublishesRowsInOrder)
         EXPECT_LT(items[row].sizeAfter, items[row].sizeBefore);
     }
     EXPECT_TRUE(items[4].output.endsWith(QStringLiteral("notes.docx.zip")));
+    // Photos and videos show a small picture of themselves; other files their kind's icon.
+    for (int row : {1, 3}) {
+        EXPECT_TRUE(QTest::qWaitFor(
+            [&] { return !model.items().index(row).data(Qt::DecorationRole).value<QImage>().isNull(); }, 30'000))
+            << row;
+        EXPECT_LE(model.items().index(row).data(Qt::DecorationRole).value<QImage>().width(),
+                  AllegerModel::thumbnailSide);
+    }
+    EXPECT_FALSE(model.items().index(4).data(Qt::DecorationRole).isValid());
     EXPECT_EQ(model.items().index(1).data(LightenList::StatusRole).toString(),
               LightenList::sizesText(items[1].sizeBefore, items[1].sizeAfter));
     EXPECT_EQ(model.doneCount(), 4);

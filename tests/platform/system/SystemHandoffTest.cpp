@@ -49,6 +49,7 @@ public:
 };
 
 using Kind = Handoff::Outcome::Kind;
+constexpr auto onLinux = SystemHandoff::Desktop::Linux;
 
 } // namespace
 
@@ -66,7 +67,7 @@ TEST(SystemHandoff, TelegramGetsTheFilesThroughItsOwnChatChooser)
     // The native program: straight, with -sendpath.
     RecordingLauncher native;
     native.programs[QStringLiteral("telegram-desktop")] = QStringLiteral("/usr/bin/telegram-desktop");
-    EXPECT_EQ(SystemHandoff(native, sandbox).send(Handoff::Channel::Telegram, files).kind, Kind::ShareWindow);
+    EXPECT_EQ(SystemHandoff(native, sandbox, onLinux).send(Handoff::Channel::Telegram, files).kind, Kind::ShareWindow);
     ASSERT_EQ(native.started.size(), 1);
     EXPECT_EQ(native.started[0],
               (QStringList{QStringLiteral("/usr/bin/telegram-desktop"), QStringLiteral("-sendpath")} + files));
@@ -75,7 +76,8 @@ TEST(SystemHandoff, TelegramGetsTheFilesThroughItsOwnChatChooser)
     RecordingLauncher flatpak;
     flatpak.programs[QStringLiteral("flatpak")] = QStringLiteral("/usr/bin/flatpak");
     flatpak.outputs[QStringLiteral("/usr/bin/flatpak info org.telegram.desktop")] = QStringLiteral("Ref: app/…");
-    const Handoff::Outcome viaFolder = SystemHandoff(flatpak, sandbox).send(Handoff::Channel::Telegram, {photo});
+    const Handoff::Outcome viaFolder =
+        SystemHandoff(flatpak, sandbox, onLinux).send(Handoff::Channel::Telegram, {photo});
     EXPECT_EQ(viaFolder.kind, Kind::SharedThroughFolder);
     EXPECT_EQ(viaFolder.folder, sandbox);
     ASSERT_EQ(flatpak.started.size(), 1);
@@ -85,21 +87,22 @@ TEST(SystemHandoff, TelegramGetsTheFilesThroughItsOwnChatChooser)
                            QStringLiteral("org.telegram.desktop"), QStringLiteral("-sendpath"), copy}));
     EXPECT_TRUE(QFile::exists(copy));
     // A second time: a copy of its own, never over the first.
-    SystemHandoff(flatpak, sandbox).send(Handoff::Channel::Telegram, {photo});
+    SystemHandoff(flatpak, sandbox, onLinux).send(Handoff::Channel::Telegram, {photo});
     EXPECT_EQ(flatpak.started[1].last(), QDir(sandbox).filePath(QStringLiteral("IMG_0001-leger-2.jpg")));
 
     // The Snap, found outside the PATH.
     RecordingLauncher snap;
     snap.executables.append(QStringLiteral("/snap/bin/telegram-desktop"));
-    EXPECT_EQ(SystemHandoff(snap, sandbox).send(Handoff::Channel::Telegram, {photo}).kind, Kind::SharedThroughFolder);
+    EXPECT_EQ(SystemHandoff(snap, sandbox, onLinux).send(Handoff::Channel::Telegram, {photo}).kind,
+              Kind::SharedThroughFolder);
     EXPECT_EQ(snap.started.value(0).value(0), QStringLiteral("/snap/bin/telegram-desktop"));
 
     // None of them; one that will not start.
     RecordingLauncher none;
-    EXPECT_EQ(SystemHandoff(none, sandbox).send(Handoff::Channel::Telegram, files).kind, Kind::NotAvailable);
+    EXPECT_EQ(SystemHandoff(none, sandbox, onLinux).send(Handoff::Channel::Telegram, files).kind, Kind::NotAvailable);
     EXPECT_TRUE(none.started.isEmpty());
     native.refuseToStart = true;
-    EXPECT_EQ(SystemHandoff(native, sandbox).send(Handoff::Channel::Telegram, files).kind, Kind::Failed);
+    EXPECT_EQ(SystemHandoff(native, sandbox, onLinux).send(Handoff::Channel::Telegram, files).kind, Kind::Failed);
 }
 
 TEST(SystemHandoff, WhatsAppOpensAnInstalledApplicationOrItsWebVersion)
@@ -111,7 +114,7 @@ TEST(SystemHandoff, WhatsAppOpensAnInstalledApplicationOrItsWebVersion)
                        {QStringLiteral("com.github.eneshecan.WhatsAppForLinux.desktop"),
                         QStringLiteral("WhatsApp for Linux"),
                         QStringLiteral("whatsapp-for-linux %U --quiet \"a b\" 100%%")}};
-    EXPECT_EQ(SystemHandoff(desktop).send(Handoff::Channel::WhatsApp, files).kind, Kind::AppOpened);
+    EXPECT_EQ(SystemHandoff(desktop, {}, onLinux).send(Handoff::Channel::WhatsApp, files).kind, Kind::AppOpened);
     ASSERT_EQ(desktop.started.size(), 1);
     // The field code goes, quoting and "%%" are understood; the files are never passed to it.
     EXPECT_EQ(desktop.started[0], (QStringList{QStringLiteral("whatsapp-for-linux"), QStringLiteral("--quiet"),
@@ -119,10 +122,10 @@ TEST(SystemHandoff, WhatsAppOpensAnInstalledApplicationOrItsWebVersion)
     EXPECT_TRUE(desktop.urls.isEmpty());
 
     RecordingLauncher browserOnly;
-    EXPECT_EQ(SystemHandoff(browserOnly).send(Handoff::Channel::WhatsApp, files).kind, Kind::WebOpened);
+    EXPECT_EQ(SystemHandoff(browserOnly, {}, onLinux).send(Handoff::Channel::WhatsApp, files).kind, Kind::WebOpened);
     EXPECT_EQ(browserOnly.urls, QList<QUrl>{QUrl(QStringLiteral("https://web.whatsapp.com/"))});
     browserOnly.refuseToStart = true;
-    EXPECT_EQ(SystemHandoff(browserOnly).send(Handoff::Channel::WhatsApp, files).kind, Kind::Failed);
+    EXPECT_EQ(SystemHandoff(browserOnly, {}, onLinux).send(Handoff::Channel::WhatsApp, files).kind, Kind::Failed);
 }
 
 TEST(SystemHandoff, MailOnlyWhereAMailApplicationTakesMailtoLinks)
@@ -132,21 +135,38 @@ TEST(SystemHandoff, MailOnlyWhereAMailApplicationTakesMailtoLinks)
     mail.programs[QStringLiteral("xdg-email")] = QStringLiteral("/usr/bin/xdg-email");
     mail.programs[QStringLiteral("xdg-mime")] = QStringLiteral("/usr/bin/xdg-mime");
     // No handler: xdg-email would open a bare link and lose the attachments.
-    EXPECT_EQ(SystemHandoff(mail).send(Handoff::Channel::Mail, files).kind, Kind::NotAvailable);
+    EXPECT_EQ(SystemHandoff(mail, {}, onLinux).send(Handoff::Channel::Mail, files).kind, Kind::NotAvailable);
     mail.outputs[QStringLiteral("/usr/bin/xdg-mime query default x-scheme-handler/mailto")] = QStringLiteral("\n");
-    EXPECT_EQ(SystemHandoff(mail).send(Handoff::Channel::Mail, files).kind, Kind::NotAvailable);
+    EXPECT_EQ(SystemHandoff(mail, {}, onLinux).send(Handoff::Channel::Mail, files).kind, Kind::NotAvailable);
     EXPECT_TRUE(mail.started.isEmpty());
 
     mail.outputs[QStringLiteral("/usr/bin/xdg-mime query default x-scheme-handler/mailto")] =
         QStringLiteral("thunderbird.desktop\n");
-    EXPECT_EQ(SystemHandoff(mail).send(Handoff::Channel::Mail, files).kind, Kind::ShareWindow);
+    EXPECT_EQ(SystemHandoff(mail, {}, onLinux).send(Handoff::Channel::Mail, files).kind, Kind::ShareWindow);
     ASSERT_EQ(mail.started.size(), 1);
     EXPECT_EQ(mail.started[0], (QStringList{QStringLiteral("/usr/bin/xdg-email"), QStringLiteral("--attach"), files[0],
                                             QStringLiteral("--attach"), files[1]}));
 
     RecordingLauncher nothing;
-    EXPECT_EQ(SystemHandoff(nothing).send(Handoff::Channel::Mail, files).kind, Kind::NotAvailable);
-    EXPECT_EQ(SystemHandoff(nothing).send(Handoff::Channel::Messages, files).kind, Kind::NotAvailable);
+    EXPECT_EQ(SystemHandoff(nothing, {}, onLinux).send(Handoff::Channel::Mail, files).kind, Kind::NotAvailable);
+    EXPECT_EQ(SystemHandoff(nothing, {}, onLinux).send(Handoff::Channel::Messages, files).kind, Kind::NotAvailable);
+}
+
+TEST(SystemHandoff, OnMacOSTheApplicationsAreOpenedByTheirIdentifiers)
+{
+    const QStringList files{QStringLiteral("/Users/ana/Pictures/Nuvrel-Alleges/IMG_0001-leger.jpg")};
+    const auto mac = SystemHandoff::Desktop::MacOS;
+    RecordingLauncher installed;
+    installed.outputs[QStringLiteral("/usr/bin/open -b desktop.WhatsApp")] = QString();
+    installed.outputs[QStringLiteral("/usr/bin/open -a Mail ") + files[0]] = QString();
+    // The first identifier is tried first; the one that is there opens.
+    EXPECT_EQ(SystemHandoff(installed, {}, mac).send(Handoff::Channel::WhatsApp, files).kind, Kind::AppOpened);
+    EXPECT_EQ(SystemHandoff(installed, {}, mac).send(Handoff::Channel::Telegram, files).kind, Kind::NotAvailable);
+    EXPECT_EQ(SystemHandoff(installed, {}, mac).send(Handoff::Channel::Mail, files).kind, Kind::ShareWindow);
+    EXPECT_EQ(SystemHandoff(installed, {}, mac).send(Handoff::Channel::Messages, files).kind, Kind::NotAvailable);
+    // Nothing of Linux's is looked for there.
+    EXPECT_TRUE(installed.started.isEmpty());
+    EXPECT_TRUE(installed.urls.isEmpty());
 }
 
 TEST(SystemHandoff, DesktopEntriesAreReadWarily)
@@ -192,7 +212,7 @@ TEST(SystemHandoff, TheRealLauncherStartsTelegramFromThePath)
 
     ProcessLauncher launcher;
     const QStringList files{folder.filePath(QStringLiteral("a b-leger.jpg")), folder.filePath(QStringLiteral("c.pdf"))};
-    const Handoff::Outcome outcome = SystemHandoff(launcher).send(Handoff::Channel::Telegram, files);
+    const Handoff::Outcome outcome = SystemHandoff(launcher, {}, onLinux).send(Handoff::Channel::Telegram, files);
     qputenv("PATH", path);
     EXPECT_EQ(outcome.kind, Kind::ShareWindow);
     ASSERT_TRUE(QTest::qWaitFor([&record] { return QFileInfo(record).size() > 0; }, 10'000));

@@ -19,6 +19,7 @@
 #include <QListView>
 #include <QMimeData>
 #include <QPainter>
+#include <QPainterPath>
 #include <QPushButton>
 #include <QScrollArea>
 #include <QSpinBox>
@@ -31,7 +32,7 @@ namespace nuvrel {
 namespace {
 
 constexpr int padding = 8;
-constexpr int iconSide = 28;
+constexpr int thumbnailSide = 36;
 constexpr int progressHeight = 6;
 
 QStringList localFiles(const QMimeData* data)
@@ -78,9 +79,28 @@ public:
         const bool selected = opt.state & QStyle::State_Selected;
         const auto state = LightenItem::State(index.data(LightenList::StateRole).toInt());
         QRect area = opt.rect.adjusted(padding, padding / 2, -padding, -padding / 2);
-        const QRect iconRect(area.left(), area.center().y() - iconSide / 2, iconSide, iconSide);
-        Icons::icon(iconOf(LightenRoute(index.data(LightenList::RouteRole).toInt())))
-            .paint(painter, iconRect, Qt::AlignCenter, selected ? QIcon::Selected : QIcon::Normal);
+        const QRect iconRect(area.left(), area.center().y() - thumbnailSide / 2, thumbnailSide, thumbnailSide);
+        const QImage thumbnail = index.data(Qt::DecorationRole).value<QImage>();
+        if (!thumbnail.isNull()) {
+            // The picture's middle, filling the square, with rounded corners.
+            const QImage filled = thumbnail.scaled(iconRect.size() * painter->device()->devicePixelRatioF(),
+                                                   Qt::KeepAspectRatioByExpanding, Qt::SmoothTransformation);
+            const QRectF source((filled.width() - iconRect.width() * painter->device()->devicePixelRatioF()) / 2,
+                                (filled.height() - iconRect.height() * painter->device()->devicePixelRatioF()) / 2,
+                                iconRect.width() * painter->device()->devicePixelRatioF(),
+                                iconRect.height() * painter->device()->devicePixelRatioF());
+            painter->save();
+            painter->setRenderHint(QPainter::Antialiasing);
+            QPainterPath clip;
+            clip.addRoundedRect(iconRect, 4, 4);
+            painter->setClipPath(clip);
+            painter->drawImage(QRectF(iconRect), filled, source);
+            painter->restore();
+        } else {
+            Icons::icon(iconOf(LightenRoute(index.data(LightenList::RouteRole).toInt())))
+                .paint(painter, iconRect.adjusted(4, 4, -4, -4), Qt::AlignCenter,
+                       selected ? QIcon::Selected : QIcon::Normal);
+        }
         area.setLeft(iconRect.right() + padding + 4);
 
         QFont nameFont = opt.font;
@@ -134,7 +154,7 @@ public:
         QFont nameFont = option.font;
         nameFont.setWeight(QFont::DemiBold);
         const int text = QFontMetrics(nameFont).height() + 2 + QFontMetrics(option.font).height();
-        return {240, std::max(text, iconSide) + padding * 2};
+        return {240, std::max(text, thumbnailSide) + padding * 2};
     }
 };
 
