@@ -336,6 +336,7 @@ LightenView::LightenView(AllegerModel& model, QWidget* parent)
     layout->addSpacing(6);
     layout->addWidget(m_empty);
     layout->addWidget(m_list, 1);
+    layout->addStretch(0); // takes the room the list leaves while it is hidden
     layout->addLayout(listButtons);
     layout->addWidget(m_notice);
     layout->addLayout(actions);
@@ -423,7 +424,6 @@ void LightenView::render()
     m_clearFolder->setVisible(m_model.showClearFolder());
     m_clearFolder->setEnabled(!running);
     m_send->setText(target == LightenTarget::Free ? L("Copier les fichiers") : L("Envoyer vers %@", title(target)));
-    m_send->setEnabled(m_model.doneCount() > 0);
     const QString notice = m_model.notice();
     m_notice->setText(notice);
     m_notice->setVisible(!notice.isEmpty());
