@@ -52,6 +52,11 @@ LightenItem lightened(LightenItem item, const LightenOptions& options, const QSt
     } catch (const FileError& error) {
         item.state = LightenItem::State::Failed;
         item.failure = [error] { return error.message(); };
+    } catch (const std::exception& error) {
+        // A fault of ours or of a library: this file fails, the pass goes on.
+        qWarning("lightening %s failed: %s", qPrintable(item.path), error.what());
+        item.state = LightenItem::State::Failed;
+        item.failure = [] { return LightenError(LightenError::Kind::Unreadable).message(); };
     }
     item.progress = -1;
     return item;
