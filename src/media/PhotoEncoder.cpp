@@ -17,11 +17,24 @@ namespace nuvrel {
 
 namespace {
 
-// exiv2 reports every oddity of a file on standard error; its findings reach us as exceptions.
-void muteExiv2()
+// Adobe's XMP toolkit inside exiv2 starts on first use and is not thread-safe: started once, before
+// any thread reads a photo, with a lock that exiv2 takes around every use of it.
+void lockXmp(void* lock, bool locking)
+{
+    auto* mutex = static_cast<std::recursive_mutex*>(lock);
+    locking ? mutex->lock() : mutex->unlock();
+}
+
+// Called before any use of exiv2. It reports every oddity of a file on standard error; its findings
+// reach us as exceptions.
+void prepareExiv2()
 {
     static std::once_flag once;
-    std::call_once(once, [] { Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute); });
+    static std::recursive_mutex xmpLock;
+    std::call_once(once, [] {
+        Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
+        Exiv2::XmpParser::initialize(lockXmp, &xmpLock);
+    });
 }
 
 // The TIFF tags of the first directory that say what the picture is, not how the file lays it out.
@@ -56,7 +69,7 @@ PhotoMetadata& PhotoMetadata::operator=(PhotoMetadata&&) noexcept = default;
 
 PhotoMetadata PhotoMetadata::fromFile(const QString& path)
 {
-    muteExiv2();
+    prepareExiv2();
     PhotoMetadata result;
     try {
         const auto image = Exiv2::ImageFactory::open(QFile::encodeName(path).toStdString());
@@ -73,7 +86,7 @@ PhotoMetadata PhotoMetadata::fromFile(const QString& path)
 
 PhotoMetadata PhotoMetadata::fromHeif(const QByteArray& tiff, const QByteArray& iccProfile)
 {
-    muteExiv2();
+    prepareExiv2();
     PhotoMetadata result;
     result.d->iccProfile = iccProfile;
     if (tiff.isEmpty())
@@ -175,7 +188,7 @@ QByteArray jpeg(const QImage& image, double quality, const PhotoMetadata& metada
     if (tiff.isEmpty() && iccProfile.isEmpty())
         return encoded;
 
-    muteExiv2();
+    prepareExiv2();
     try {
         const auto file =
             Exiv2::ImageFactory::open(reinterpret_cast<const Exiv2::byte*>(encoded.constData()), long(encoded.size()));
