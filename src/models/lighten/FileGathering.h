@@ -19,7 +19,4 @@ struct GatheredFiles
 /// gathering stops at `maxFiles`. Files given directly are taken as they are.
 GatheredFiles gatherFiles(const QStringList& paths, int maxFiles = 4999);
 
-/// Whether a folder is a bundle, from its name.
-bool isBundleFolder(const QString& name);
-
 } // namespace nuvrel

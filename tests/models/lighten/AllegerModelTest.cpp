@@ -1,4 +1,5 @@
 #include "models/lighten/AllegerModel.h"
+#include "ground/BundleFolders.h"
 #include "l10n/LanguageStore.h"
 #include "models/lighten/FileGathering.h"
 #include "platform/system/SystemTrash.h"

@@ -1,0 +1,172 @@
+#include "engines/duplicates/DuplicateScanner.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+#include <QThread>
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace nuvrel;
+
+namespace {
+
+void write(const QString& path, const QByteArray& bytes)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(bytes);
+}
+
+QByteArray noise(qsizetype size, quint32 seed)
+{
+    QByteArray bytes(size, Qt::Uninitialized);
+    QRandomGenerator random(seed);
+    for (char& byte : bytes)
+        byte = char(random.bounded(256));
+    return bytes;
+}
+
+QStringList names(const QList<DupFile>& files, const QString& root)
+{
+    QStringList result;
+    for (const DupFile& file : files)
+        result.append(QDir(root).relativeFilePath(file.path));
+    return result;
+}
+
+// A sparse file of `size` bytes, zeros but for `marks` (offset, byte).
+void sparse(const QString& path, qint64 size, const QList<QPair<qint64, char>>& marks)
+{
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    ASSERT_TRUE(file.resize(size));
+    for (const auto& [offset, byte] : marks) {
+        ASSERT_TRUE(file.seek(offset));
+        file.write(&byte, 1);
+    }
+}
+
+} // namespace
+
+TEST(DuplicateScanner, ListingSkipsWhatIsNoCopyAndNeverLoops)
+{
+    QTemporaryDir root;
+    write(root.filePath(QStringLiteral("a.jpg")), "photo");
+    write(root.filePath(QStringLiteral("sub/b.txt")), "texte");
+    write(root.filePath(QStringLiteral(".cache/c.txt")), "caché");
+    write(root.filePath(QStringLiteral(".hidden.txt")), "caché");
+    write(root.filePath(QStringLiteral("vide.txt")), "");
+    write(root.filePath(QStringLiteral("Outil.app/Contents/Info.plist")), "<plist/>");
+    ASSERT_EQ(::link(QFile::encodeName(root.filePath(QStringLiteral("a.jpg"))).constData(),
+                     QFile::encodeName(root.filePath(QStringLiteral("sub/a-link.jpg"))).constData()),
+              0);
+    ASSERT_TRUE(QFile::link(root.filePath(QStringLiteral("a.jpg")), root.filePath(QStringLiteral("symbolic.jpg"))));
+    ASSERT_TRUE(QFile::link(root.path(), root.filePath(QStringLiteral("sub/loop"))));
+    ASSERT_EQ(::mkfifo(QFile::encodeName(root.filePath(QStringLiteral("pipe"))).constData(), 0600), 0);
+
+    const DupListing listing = DuplicateScanner::listFiles(root.path());
+    // The hard link is the same file: listed once, under its first name.
+    EXPECT_EQ(names(listing.files, root.path()), (QStringList{QStringLiteral("a.jpg"), QStringLiteral("sub/b.txt")}));
+    EXPECT_EQ(listing.skippedBundles, 1);
+    EXPECT_EQ(listing.files[0].size, 5);
+    EXPECT_TRUE(listing.files[0].created.isValid());
+    EXPECT_TRUE(DuplicateScanner::exactGroups(listing.files).isEmpty());
+
+    // A folder with one file, and a missing one, give nothing.
+    EXPECT_TRUE(DuplicateScanner::listFiles(root.filePath(QStringLiteral("nothing"))).files.isEmpty());
+    EXPECT_EQ(DuplicateScanner::listFiles(root.filePath(QStringLiteral("nothing"))).unreadable, 1);
+}
+
+TEST(DuplicateScanner, SameContentsGroupTheRestDoNotAndTheOrderIsKept)
+{
+    QTemporaryDir root;
+    const QByteArray big = noise(200'000, 1);
+    const QByteArray small = noise(30'000, 2);
+    // Created in this order: the first copy of each is the one to keep.
+    write(root.filePath(QStringLiteral("2019/big.mov")), big);
+    write(root.filePath(QStringLiteral("small.jpg")), small);
+    QThread::msleep(20);
+    write(root.filePath(QStringLiteral("copies/big (2).mov")), big);
+    write(root.filePath(QStringLiteral("copies/small copie.jpg")), small);
+    write(root.filePath(QStringLiteral("copies/small encore.jpg")), small);
+    // Same sizes, other contents: differing in the middle (past the edges read first), and at the start.
+    QByteArray middle = big;
+    middle[100'000] = char(middle[100'000] ^ 1);
+    write(root.filePath(QStringLiteral("other/big-middle.mov")), middle);
+    QByteArray start = small;
+    start[0] = char(start[0] ^ 1);
+    write(root.filePath(QStringLiteral("other/small-start.jpg")), start);
+
+    const DupListing listing = DuplicateScanner::listFiles(root.path());
+    ASSERT_EQ(listing.files.size(), 7);
+    QList<qint64> reported;
+    const QList<QList<DupFile>> groups =
+        DuplicateScanner::exactGroups(listing.files, [&reported](qint64 done, qint64) { reported.append(done); });
+    ASSERT_EQ(groups.size(), 2);
+    // 2 × 200,000 bytes weigh more than 3 × 30,000.
+    EXPECT_EQ(names(groups[0], root.path()),
+              (QStringList{QStringLiteral("2019/big.mov"), QStringLiteral("copies/big (2).mov")}));
+    EXPECT_EQ(names(groups[1], root.path()).first(), QStringLiteral("small.jpg"));
+    EXPECT_EQ(groups[1].size(), 3);
+    // Only the files whose edges agree were read through: the five copies and the one changed in the
+    // middle, not the one changed at its start.
+    EXPECT_EQ(reported.size(), 6);
+    EXPECT_EQ(reported.last(), 6);
+
+    // A file gone between listing and comparing is in no group; the rest still are.
+    QFile::remove(root.filePath(QStringLiteral("copies/big (2).mov")));
+    const QList<QList<DupFile>> after = DuplicateScanner::exactGroups(listing.files);
+    ASSERT_EQ(after.size(), 1);
+    EXPECT_EQ(after[0].size(), 3);
+
+    // Stopped: nothing.
+    std::atomic<bool> cancel{true};
+    EXPECT_TRUE(DuplicateScanner::exactGroups(listing.files, {}, &cancel).isEmpty());
+}
+
+TEST(DuplicateScanner, FingerprintsAreSha256AndLargeFilesAreSampled)
+{
+    QTemporaryDir root;
+    const QString small = root.filePath(QStringLiteral("small.bin"));
+    write(small, noise(5'000'000, 3));
+    // The whole file's SHA-256, as sha256sum computes it.
+    QProcess sha256sum;
+    sha256sum.start(QStringLiteral("sha256sum"), {small});
+    ASSERT_TRUE(sha256sum.waitForFinished());
+    EXPECT_EQ(DuplicateScanner::fingerprint(small, 5'000'000),
+              QString::fromLatin1(sha256sum.readAllStandardOutput().left(64)));
+    EXPECT_FALSE(DuplicateScanner::fingerprint(root.filePath(QStringLiteral("absent")), 10));
+    // Shorter than it was listed: not a whole read, no fingerprint.
+    EXPECT_FALSE(DuplicateScanner::fingerprint(small, 6'000'000));
+
+    // Over 300,000,000 bytes: the start, the middle and the end only. Sparse, so this costs no disk.
+    constexpr qint64 size = 320'000'001;
+    constexpr qint64 sample = DuplicateScanner::sampleBytes;
+    const QString a = root.filePath(QStringLiteral("a.img"));
+    const QString b = root.filePath(QStringLiteral("b.img"));
+    const QString c = root.filePath(QStringLiteral("c.img"));
+    const QList<QPair<qint64, char>> shared{{10, 'x'}, {size / 2 + 5, 'y'}, {size - 3, 'z'}};
+    sparse(a, size, shared + QList<QPair<qint64, char>>{{100'000'000, 'a'}});
+    sparse(b, size, shared + QList<QPair<qint64, char>>{{100'000'000, 'b'}});           // differs between the samples
+    sparse(c, size, shared + QList<QPair<qint64, char>>{{size / 2 + sample - 1, 'c'}}); // inside one
+    QCryptographicHash expected(QCryptographicHash::Sha256);
+    QFile file(a);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    for (qint64 offset : {qint64(0), size / 2, size - sample}) {
+        file.seek(offset);
+        expected.addData(file.read(sample));
+    }
+    EXPECT_EQ(DuplicateScanner::fingerprint(a, size), QString::fromLatin1(expected.result().toHex()));
+
+    const QList<QList<DupFile>> groups = DuplicateScanner::exactGroups(DuplicateScanner::listFiles(root.path()).files);
+    ASSERT_EQ(groups.size(), 1);
+    EXPECT_EQ(names(groups[0], root.path()), (QStringList{QStringLiteral("a.img"), QStringLiteral("b.img")}));
+}
