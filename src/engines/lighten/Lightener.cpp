@@ -124,7 +124,7 @@ LightenRoute Lightener::routeFor(const QString& path)
 LightenOutcome Lightener::lighten(const QString& source, const LightenOptions& options, const QString& outputFolder,
                                   const LightenProgress& progress, const std::atomic<bool>* cancel)
 {
-    lighten::checkSource(source);
+    // Each route checks its source: a missing file or a folder fails there with the system's reason.
     LightenOutcome outcome;
     outcome.sizeBefore = fileSize(source);
     switch (routeFor(source)) {

@@ -16,6 +16,7 @@
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QPointer>
+#include <QSet>
 #include <QSettings>
 #include <QStandardPaths>
 #include <QThread>
@@ -202,14 +203,16 @@ void AllegerModel::setOutputFolder(const QString& folder)
 void AllegerModel::add(const QStringList& paths)
 {
     const GatheredFiles gathered = gatherFiles(paths, maxGatheredFiles);
+    // Looked up once per file: a drop of thousands must not compare each with every row.
+    QSet<QString> listed;
+    for (const LightenItem& item : m_items->items())
+        listed.insert(item.path);
     QList<LightenItem> added;
     for (const QString& path : gathered.files) {
         const qint64 size = Lightener::fileSize(path);
-        const bool listed =
-            m_items->contains(path) ||
-            std::any_of(added.cbegin(), added.cend(), [&path](const LightenItem& item) { return item.path == path; });
-        if (size <= 0 || listed)
+        if (size <= 0 || listed.contains(path))
             continue;
+        listed.insert(path);
         LightenItem item;
         item.path = path;
         item.size = size;
@@ -379,12 +382,12 @@ void AllegerModel::run()
 
 void AllegerModel::publishResult(const LightenItem& item)
 {
-    const qsizetype row = m_items->indexOf(item.id);
-    if (row < 0)
-        return; // removed from the list meanwhile
-    m_items->update(item);
-    if (item.state == LightenItem::State::Done)
-        updateClearFolder();
+    m_items->update(item); // a row taken out of the list meanwhile is not put back
+    // A file was just written there: no need to list the folder for each row of a pass.
+    if (item.state == LightenItem::State::Done && !m_showClearFolder) {
+        m_showClearFolder = true;
+        Q_EMIT showClearFolderChanged();
+    }
 }
 
 void AllegerModel::stop()

@@ -21,12 +21,6 @@ qsizetype LightenList::indexOf(const QUuid& id) const
     return -1;
 }
 
-bool LightenList::contains(const QString& path) const
-{
-    return std::any_of(m_items.cbegin(), m_items.cend(),
-                       [&path](const LightenItem& item) { return item.path == path; });
-}
-
 void LightenList::append(QList<LightenItem> items)
 {
     if (items.isEmpty())

@@ -30,7 +30,6 @@ public:
 
     const QList<LightenItem>& items() const { return m_items; }
     qsizetype indexOf(const QUuid& id) const;
-    bool contains(const QString& path) const;
 
     void append(QList<LightenItem> items);
     void remove(int row);

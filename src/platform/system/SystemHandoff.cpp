@@ -2,6 +2,8 @@
 
 #include "platform/system/Launcher.h"
 
+#include "ground/FreeName.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -70,11 +72,7 @@ QStringList SystemHandoff::copiesForSandbox(const QStringList& files) const
         return {};
     QStringList copies;
     for (const QString& file : files) {
-        const QFileInfo source(file);
-        QString target = folder.filePath(source.fileName());
-        for (int n = 2; QFileInfo::exists(target); ++n)
-            target = folder.filePath(source.completeBaseName() + u'-' + QString::number(n) +
-                                     (source.suffix().isEmpty() ? QString() : u'.' + source.suffix()));
+        const QString target = freeName(folder.filePath(QFileInfo(file).fileName()), FreeNameStyle::Hyphenated);
         // QFile::copy writes under a temporary name and renames when complete.
         if (!QFile::copy(file, target))
             return {};
