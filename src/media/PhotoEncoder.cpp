@@ -1,6 +1,6 @@
 #include "media/PhotoEncoder.h"
 
-#include "media/HeifPointer.h"
+#include "media/HeifImage.h"
 #include <QBuffer>
 #include <QColorSpace>
 #include <QFile>

@@ -1,6 +1,6 @@
 #include "media/PhotoFile.h"
 
-#include "media/HeifPointer.h"
+#include "media/HeifImage.h"
 #include "media/Thumbnailer.h"
 
 #include <QColorSpace>
@@ -172,26 +172,8 @@ QImage PhotoFile::decode(int maxSide)
 
 QImage PhotoFile::decodeHeif(int maxSide)
 {
-    // libheif turns the picture as its rotation and mirror boxes say while decoding.
-    heif_image* decodedRaw = nullptr;
-    const bool alpha = heif_image_handle_has_alpha_channel(m_heif->primary.get()) != 0;
-    if (heif_decode_image(m_heif->primary.get(), &decodedRaw, heif_colorspace_RGB,
-                          alpha ? heif_chroma_interleaved_RGBA : heif_chroma_interleaved_RGB, nullptr)
-            .code != heif_error_Ok)
-        return {};
-    HeifPointer<heif_image> decoded(decodedRaw);
-    const int width = heif_image_get_width(decoded.get(), heif_channel_interleaved);
-    const int height = heif_image_get_height(decoded.get(), heif_channel_interleaved);
-    int stride = 0;
-    const uint8_t* pixels = heif_image_get_plane_readonly(decoded.get(), heif_channel_interleaved, &stride);
-    if (!pixels || width <= 0 || height <= 0)
-        return {};
-    // The view does not own the pixels: the scaled (or copied) image does, before `decoded` goes.
-    const QImage view(pixels, width, height, stride, alpha ? QImage::Format_RGBA8888 : QImage::Format_RGB888);
-    const QSize target = fittedSize(view.size(), maxSide);
-    QImage image =
-        target == view.size() ? view.copy() : view.scaled(target, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
-    if (!m_iccProfile.isEmpty())
+    QImage image = decodeHeifImage(m_heif->primary.get(), maxSide);
+    if (!image.isNull() && !m_iccProfile.isEmpty())
         image.setColorSpace(QColorSpace::fromIccProfile(m_iccProfile));
     return image;
 }

@@ -1,6 +1,6 @@
 #include "media/Thumbnailer.h"
 
-#include "media/HeifPointer.h"
+#include "media/HeifImage.h"
 #include <QBuffer>
 #include <QDir>
 #include <QElapsedTimer>
@@ -55,20 +55,7 @@ QImage decodeHeif(const QByteArray& data, int maxSide)
     }
     heif_image_handle* handle = chosen ? chosen.get() : primary.get();
 
-    heif_image* decodedRaw = nullptr;
-    if (heif_decode_image(handle, &decodedRaw, heif_colorspace_RGB, heif_chroma_interleaved_RGBA, nullptr).code !=
-        heif_error_Ok)
-        return {};
-    HeifPointer<heif_image> decoded(decodedRaw);
-    const int width = heif_image_get_width(decoded.get(), heif_channel_interleaved);
-    const int height = heif_image_get_height(decoded.get(), heif_channel_interleaved);
-    int stride = 0;
-    const uint8_t* pixels = heif_image_get_plane_readonly(decoded.get(), heif_channel_interleaved, &stride);
-    if (!pixels || width <= 0 || height <= 0)
-        return {};
-    // The wrapping image does not own the pixels: copy before the decoded image goes.
-    const QImage view(pixels, width, height, stride, QImage::Format_RGBA8888);
-    return fitted(view.copy(), maxSide);
+    return decodeHeifImage(handle, maxSide);
 }
 
 } // namespace

@@ -1,6 +1,9 @@
 #pragma once
 
-// libheif's objects owned as unique pointers. Private to the media library.
+// libheif's objects owned as unique pointers, and a picture decoded from them. Private to the media
+// library.
+
+#include <QImage>
 
 #include <libheif/heif.h>
 
@@ -18,5 +21,9 @@ struct HeifDeleter
 
 template <typename T>
 using HeifPointer = std::unique_ptr<T, HeifDeleter>;
+
+/// The picture of `handle`, turned as its rotation and mirror boxes say, its long side at most
+/// `maxSide` and never enlarged; with its alpha channel when it has one. Null when decoding fails.
+QImage decodeHeifImage(heif_image_handle* handle, int maxSide);
 
 } // namespace nuvrel
