@@ -1,6 +1,7 @@
 // nuvrel-cli lighten, run as a script would run it.
 
 #include "CliRunner.h"
+#include "support/BackupFixture.h"
 
 #include "support/MediaFixtures.h"
 
@@ -14,17 +15,6 @@
 #include <gtest/gtest.h>
 
 using namespace nuvrel::test;
-
-namespace {
-
-void writeFile(const QString& path, const QByteArray& bytes)
-{
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(bytes);
-}
-
-} // namespace
 
 TEST(LightenCommand, ALineForEachFileAndStatusSevenWhenOneFailed)
 {

@@ -1,4 +1,5 @@
 #include "engines/duplicates/DuplicateScanner.h"
+#include "support/BackupFixture.h"
 
 #include <QCryptographicHash>
 #include <QDir>
@@ -14,16 +15,9 @@
 #include <unistd.h>
 
 using namespace nuvrel;
+using nuvrel::test::writeFile;
 
 namespace {
-
-void write(const QString& path, const QByteArray& bytes)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(bytes);
-}
 
 QByteArray noise(qsizetype size, quint32 seed)
 {
@@ -59,12 +53,12 @@ void sparse(const QString& path, qint64 size, const QList<QPair<qint64, char>>& 
 TEST(DuplicateScanner, ListingSkipsWhatIsNoCopyAndNeverLoops)
 {
     QTemporaryDir root;
-    write(root.filePath(QStringLiteral("a.jpg")), "photo");
-    write(root.filePath(QStringLiteral("sub/b.txt")), "texte");
-    write(root.filePath(QStringLiteral(".cache/c.txt")), "caché");
-    write(root.filePath(QStringLiteral(".hidden.txt")), "caché");
-    write(root.filePath(QStringLiteral("vide.txt")), "");
-    write(root.filePath(QStringLiteral("Outil.app/Contents/Info.plist")), "<plist/>");
+    writeFile(root.filePath(QStringLiteral("a.jpg")), "photo");
+    writeFile(root.filePath(QStringLiteral("sub/b.txt")), "texte");
+    writeFile(root.filePath(QStringLiteral(".cache/c.txt")), "caché");
+    writeFile(root.filePath(QStringLiteral(".hidden.txt")), "caché");
+    writeFile(root.filePath(QStringLiteral("vide.txt")), "");
+    writeFile(root.filePath(QStringLiteral("Outil.app/Contents/Info.plist")), "<plist/>");
     ASSERT_EQ(::link(QFile::encodeName(root.filePath(QStringLiteral("a.jpg"))).constData(),
                      QFile::encodeName(root.filePath(QStringLiteral("sub/a-link.jpg"))).constData()),
               0);
@@ -91,19 +85,19 @@ TEST(DuplicateScanner, SameContentsGroupTheRestDoNotAndTheOrderIsKept)
     const QByteArray big = noise(200'000, 1);
     const QByteArray small = noise(30'000, 2);
     // Created in this order: the first copy of each is the one to keep.
-    write(root.filePath(QStringLiteral("2019/big.mov")), big);
-    write(root.filePath(QStringLiteral("small.jpg")), small);
+    writeFile(root.filePath(QStringLiteral("2019/big.mov")), big);
+    writeFile(root.filePath(QStringLiteral("small.jpg")), small);
     QThread::msleep(20);
-    write(root.filePath(QStringLiteral("copies/big (2).mov")), big);
-    write(root.filePath(QStringLiteral("copies/small copie.jpg")), small);
-    write(root.filePath(QStringLiteral("copies/small encore.jpg")), small);
+    writeFile(root.filePath(QStringLiteral("copies/big (2).mov")), big);
+    writeFile(root.filePath(QStringLiteral("copies/small copie.jpg")), small);
+    writeFile(root.filePath(QStringLiteral("copies/small encore.jpg")), small);
     // Same sizes, other contents: differing in the middle (past the edges read first), and at the start.
     QByteArray middle = big;
     middle[100'000] = char(middle[100'000] ^ 1);
-    write(root.filePath(QStringLiteral("other/big-middle.mov")), middle);
+    writeFile(root.filePath(QStringLiteral("other/big-middle.mov")), middle);
     QByteArray start = small;
     start[0] = char(start[0] ^ 1);
-    write(root.filePath(QStringLiteral("other/small-start.jpg")), start);
+    writeFile(root.filePath(QStringLiteral("other/small-start.jpg")), start);
 
     const DupListing listing = DuplicateScanner::listFiles(root.path());
     ASSERT_EQ(listing.files.size(), 7);
@@ -136,7 +130,7 @@ TEST(DuplicateScanner, FingerprintsAreSha256AndLargeFilesAreSampled)
 {
     QTemporaryDir root;
     const QString small = root.filePath(QStringLiteral("small.bin"));
-    write(small, noise(5'000'000, 3));
+    writeFile(small, noise(5'000'000, 3));
     // The whole file's SHA-256, as sha256sum computes it.
     QProcess sha256sum;
     sha256sum.start(QStringLiteral("sha256sum"), {small});

@@ -3,6 +3,7 @@
 #include "l10n/LanguageStore.h"
 #include "models/lighten/FileGathering.h"
 #include "platform/system/SystemTrash.h"
+#include "support/BackupFixture.h"
 #include "support/FakeServices.h"
 #include "support/MediaFixtures.h"
 
@@ -21,14 +22,6 @@ using namespace nuvrel;
 using namespace nuvrel::test;
 
 namespace {
-
-void write(const QString& path, const QByteArray& bytes)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(bytes);
-}
 
 QList<LightenItem::State> states(const AllegerModel& model)
 {
@@ -67,14 +60,14 @@ protected:
 
 TEST_F(AllegerModelTest, FoldersAreExpandedBundlesSkippedAndNothingListedTwice)
 {
-    write(path(QStringLiteral("drop/a.txt")), "a");
-    write(path(QStringLiteral("drop/sub/b.txt")), "bb");
-    write(path(QStringLiteral("drop/.hidden.txt")), "h");
-    write(path(QStringLiteral("drop/.cache/c.txt")), "c");
-    write(path(QStringLiteral("drop/empty.txt")), "");
-    write(path(QStringLiteral("drop/Outil.app/Contents/Info.plist")), "<plist/>");
-    write(path(QStringLiteral("drop/Rapport.pages/index.xml")), "<x/>");
-    write(path(QStringLiteral("single.txt")), "s");
+    writeFile(path(QStringLiteral("drop/a.txt")), "a");
+    writeFile(path(QStringLiteral("drop/sub/b.txt")), "bb");
+    writeFile(path(QStringLiteral("drop/.hidden.txt")), "h");
+    writeFile(path(QStringLiteral("drop/.cache/c.txt")), "c");
+    writeFile(path(QStringLiteral("drop/empty.txt")), "");
+    writeFile(path(QStringLiteral("drop/Outil.app/Contents/Info.plist")), "<plist/>");
+    writeFile(path(QStringLiteral("drop/Rapport.pages/index.xml")), "<x/>");
+    writeFile(path(QStringLiteral("single.txt")), "s");
 
     model.add({path(QStringLiteral("drop")), path(QStringLiteral("single.txt"))});
     QStringList names;
@@ -91,7 +84,7 @@ TEST_F(AllegerModelTest, FoldersAreExpandedBundlesSkippedAndNothingListedTwice)
     EXPECT_EQ(model.notice(), QStringLiteral("Rien d'ajouté (fichier vide ou déjà dans la liste)."));
 
     // A Photos library dropped itself is not read.
-    write(path(QStringLiteral("Photos Library.photoslibrary/database/Photos.sqlite")), "db");
+    writeFile(path(QStringLiteral("Photos Library.photoslibrary/database/Photos.sqlite")), "db");
     model.add({path(QStringLiteral("Photos Library.photoslibrary"))});
     EXPECT_EQ(model.items().rowCount(), 3);
     EXPECT_TRUE(model.notice().startsWith(QStringLiteral("Bibliothèque Photos ignorée"))) << qPrintable(model.notice());
@@ -108,7 +101,7 @@ TEST(FileGathering, StopsAtTheLimitAndNeverFollowsALinkedFolder)
 {
     QTemporaryDir folder;
     for (int i = 0; i < 30; ++i)
-        write(folder.filePath(QStringLiteral("many/f%1.txt").arg(i, 2, 10, QLatin1Char('0'))), "x");
+        writeFile(folder.filePath(QStringLiteral("many/f%1.txt").arg(i, 2, 10, QLatin1Char('0'))), "x");
     ASSERT_TRUE(QFile::link(folder.filePath(QStringLiteral("many")), folder.filePath(QStringLiteral("many/loop"))));
     const GatheredFiles all = gatherFiles({folder.filePath(QStringLiteral("many"))}, 4999);
     EXPECT_EQ(all.files.size(), 30);
@@ -135,8 +128,8 @@ TEST_F(AllegerModelTest, APassLightensEveryKindAndPublishesRowsInOrder)
     QByteArray text;
     for (int i = 0; i < 5000; ++i)
         text += "Compte rendu de la réunion, ligne " + QByteArray::number(i) + '\n';
-    write(path(QStringLiteral("in/notes.docx")), text);
-    write(path(QStringLiteral("in/broken.pdf")), "%PDF-1.4 nothing else");
+    writeFile(path(QStringLiteral("in/notes.docx")), text);
+    writeFile(path(QStringLiteral("in/broken.pdf")), "%PDF-1.4 nothing else");
 
     model.add({path(QStringLiteral("in"))});
     ASSERT_EQ(model.items().rowCount(), 5);
@@ -205,7 +198,7 @@ TEST_F(AllegerModelTest, StoppingEndsTheVideoInHandAndLeavesTheRestWaiting)
                     QStringLiteral("-i"), QStringLiteral("testsrc2=size=1920x1080:rate=30"), QStringLiteral("-t"),
                     QStringLiteral("30"), QStringLiteral("-c:v"), QStringLiteral("libx264"), QStringLiteral("-preset"),
                     QStringLiteral("ultrafast"), path(QStringLiteral("a-long.mp4"))}));
-    write(path(QStringLiteral("b-notes.txt")), QByteArray(10'000, 'n'));
+    writeFile(path(QStringLiteral("b-notes.txt")), QByteArray(10'000, 'n'));
     model.add({path(QStringLiteral("a-long.mp4")), path(QStringLiteral("b-notes.txt"))});
     model.run();
     ASSERT_TRUE(QTest::qWaitFor(
@@ -230,7 +223,7 @@ TEST_F(AllegerModelTest, EachTargetHandsOffAndSaysWhatItDid)
     EXPECT_EQ(model.notice(), QStringLiteral("Rien à envoyer pour l'instant : attends la fin de l'allègement."));
     EXPECT_TRUE(fakes.handoff.sent.isEmpty());
 
-    write(path(QStringLiteral("notes.txt")), QByteArray(20'000, 'x'));
+    writeFile(path(QStringLiteral("notes.txt")), QByteArray(20'000, 'x'));
     model.add({path(QStringLiteral("notes.txt"))});
     model.run();
     ASSERT_TRUE(waitUntilIdle(model));
@@ -307,9 +300,9 @@ TEST_F(AllegerModelTest, ClearingTheFolderPutsTheFilesInTheDesktopsTrash)
     AllegerModel real(services);
     const QString output = QDir::home().filePath(QStringLiteral("Pictures/Nuvrel-Alleges"));
     real.setOutputFolder(output);
-    write(QDir(output).filePath(QStringLiteral("IMG_0001-leger.jpg")), "jpeg");
-    write(QDir(output).filePath(QStringLiteral("scan-leger.pdf")), "pdf");
-    write(QDir(output).filePath(QStringLiteral(".nuvrel-0123456789abcdef.part")), "half"); // a pass's, not ours
+    writeFile(QDir(output).filePath(QStringLiteral("IMG_0001-leger.jpg")), "jpeg");
+    writeFile(QDir(output).filePath(QStringLiteral("scan-leger.pdf")), "pdf");
+    writeFile(QDir(output).filePath(QStringLiteral(".nuvrel-0123456789abcdef.part")), "half"); // a pass's, not ours
     real.setOutputFolder(output);
     EXPECT_TRUE(real.showClearFolder());
 
