@@ -1,5 +1,8 @@
 #include "media/HeifImage.h"
 
+#include <algorithm>
+#include <vector>
+
 namespace nuvrel {
 
 QImage decodeHeifImage(heif_image_handle* handle, int maxSide)
@@ -23,6 +26,29 @@ QImage decodeHeifImage(heif_image_handle* handle, int maxSide)
         return view.copy();
     return view.scaled(view.size().scaled(maxSide, maxSide, Qt::KeepAspectRatio).expandedTo(QSize(1, 1)),
                        Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+}
+
+HeifPointer<heif_image_handle> heifThumbnail(heif_image_handle* primary, int minSide)
+{
+    const int count = heif_image_handle_get_number_of_thumbnails(primary);
+    if (count <= 0)
+        return {};
+    std::vector<heif_item_id> ids(static_cast<size_t>(count));
+    const int listed = heif_image_handle_get_list_of_thumbnail_IDs(primary, ids.data(), count);
+    HeifPointer<heif_image_handle> chosen;
+    int chosenSide = 0;
+    for (int i = 0; i < listed; ++i) {
+        heif_image_handle* raw = nullptr;
+        if (heif_image_handle_get_thumbnail(primary, ids[size_t(i)], &raw).code != heif_error_Ok || !raw)
+            continue;
+        HeifPointer<heif_image_handle> thumbnail(raw);
+        const int side = std::max(heif_image_handle_get_width(raw), heif_image_handle_get_height(raw));
+        if (side >= minSide && (!chosen || side < chosenSide)) {
+            chosen = std::move(thumbnail);
+            chosenSide = side;
+        }
+    }
+    return chosen;
 }
 
 } // namespace nuvrel

@@ -6,6 +6,8 @@
 #include <QFile>
 #include <QImageWriter>
 #include <QPainter>
+#include <QRegularExpression>
+#include <QTimeZone>
 
 #include <exiv2/exiv2.hpp>
 
@@ -107,6 +109,30 @@ PhotoMetadata PhotoMetadata::fromHeif(const QByteArray& tiff, const QByteArray& 
 bool PhotoMetadata::hasExif() const
 {
     return !d->exif.empty();
+}
+
+QDateTime PhotoMetadata::takenAt() const
+{
+    const auto text = [this](const char* key) -> QString {
+        const auto datum = d->exif.findKey(Exiv2::ExifKey(key));
+        return datum == d->exif.end() ? QString() : QString::fromStdString(datum->toString()).trimmed();
+    };
+    try {
+        QDateTime taken =
+            QDateTime::fromString(text("Exif.Photo.DateTimeOriginal").left(19), QStringLiteral("yyyy:MM:dd HH:mm:ss"));
+        if (!taken.isValid())
+            return {};
+        // "+02:00": the clock of the place where the picture was taken.
+        const QString offset = text("Exif.Photo.OffsetTimeOriginal");
+        static const QRegularExpression offsetForm(QStringLiteral("^([+-])(\\d\\d):(\\d\\d)$"));
+        if (const QRegularExpressionMatch match = offsetForm.match(offset); match.hasMatch()) {
+            const int seconds = (match.captured(2).toInt() * 60 + match.captured(3).toInt()) * 60;
+            taken.setTimeZone(QTimeZone(match.captured(1) == u'-' ? -seconds : seconds));
+        }
+        return taken;
+    } catch (const std::exception&) {
+        return {};
+    }
 }
 
 QByteArray PhotoMetadata::iccProfile() const

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QDateTime>
 #include <QImage>
 #include <QSize>
 #include <QString>
@@ -30,6 +31,9 @@ public:
     static PhotoMetadata fromHeif(const QByteArray& tiff, const QByteArray& iccProfile);
 
     bool hasExif() const;
+    /// When the picture was taken (Exif DateTimeOriginal, at its recorded offset or else in local
+    /// time); invalid when the photo does not say. Unlike a file's dates, it survives copies.
+    QDateTime takenAt() const;
     QByteArray iccProfile() const;
     /// Keeps what a copy carries (the GPS tags only `withLocation`) and records its pixel size.
     PhotoMetadata carried(bool withLocation, QSize pixels) const;

@@ -172,7 +172,9 @@ QImage PhotoFile::decode(int maxSide)
 
 QImage PhotoFile::decodeHeif(int maxSide)
 {
-    QImage image = decodeHeifImage(m_heif->primary.get(), maxSide);
+    // A small size is served by a stored thumbnail when one is large enough.
+    const HeifPointer<heif_image_handle> thumbnail = heifThumbnail(m_heif->primary.get(), maxSide);
+    QImage image = decodeHeifImage(thumbnail ? thumbnail.get() : m_heif->primary.get(), maxSide);
     if (!image.isNull() && !m_iccProfile.isEmpty())
         image.setColorSpace(QColorSpace::fromIccProfile(m_iccProfile));
     return image;

@@ -43,7 +43,8 @@ public:
     QByteArray heifExif() const { return m_heifExif; }
 
     /// The picture turned upright, its long side at most `maxSide` and never enlarged; a JPEG is
-    /// decoded straight at a fraction of its size. Null when decoding fails.
+    /// decoded straight at a fraction of its size, a HEIF from its stored thumbnail when that is large
+    /// enough. Null when decoding fails.
     QImage decode(int maxSide);
 
 private:

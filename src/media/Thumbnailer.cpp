@@ -37,23 +37,9 @@ QImage decodeHeif(const QByteArray& data, int maxSide)
         return {};
     HeifPointer<heif_image_handle> primary(primaryRaw);
 
-    // Phones store a small picture beside the tiled full-size one; it is decoded a hundred times faster
-    // and is large enough for a grid cell.
-    HeifPointer<heif_image_handle> chosen;
-    const int thumbnails = heif_image_handle_get_number_of_thumbnails(primary.get());
-    if (thumbnails > 0) {
-        heif_item_id id = 0;
-        heif_image_handle_get_list_of_thumbnail_IDs(primary.get(), &id, 1);
-        heif_image_handle* thumbRaw = nullptr;
-        if (heif_image_handle_get_thumbnail(primary.get(), id, &thumbRaw).code == heif_error_Ok && thumbRaw) {
-            HeifPointer<heif_image_handle> thumb(thumbRaw);
-            const int longest =
-                std::max(heif_image_handle_get_width(thumb.get()), heif_image_handle_get_height(thumb.get()));
-            if (longest * 2 >= maxSide)
-                chosen = std::move(thumb);
-        }
-    }
-    heif_image_handle* handle = chosen ? chosen.get() : primary.get();
+    // A grid cell is content with a stored thumbnail half its size.
+    const HeifPointer<heif_image_handle> thumbnail = heifThumbnail(primary.get(), (maxSide + 1) / 2);
+    heif_image_handle* handle = thumbnail ? thumbnail.get() : primary.get();
 
     return decodeHeifImage(handle, maxSide);
 }
