@@ -1,8 +1,10 @@
 #include "engines/duplicates/DuplicateScanner.h"
 
+#include "engines/duplicates/SameContents.h"
 #include "ground/BundleFolders.h"
 #include "ground/DirectoryListing.h"
-#include "ground/RegularFile.h"
+#include "ground/FileScan.h"
+#include "l10n/L.h"
 
 #include <QDir>
 #include <QFile>
@@ -15,7 +17,6 @@
 #include <algorithm>
 #include <memory>
 #include <mutex>
-#include <sys/stat.h>
 #include <thread>
 #include <vector>
 
@@ -25,6 +26,8 @@ namespace {
 
 constexpr qint64 readBlock = qint64(4) * 1024 * 1024;
 constexpr qint64 edgeBytes = 4096;
+// Files of one set compared side by side, each open at once; larger sets are hashed file by file.
+constexpr qsizetype maxFilesCompared = 256;
 
 bool cancelled(const std::atomic<bool>* cancel)
 {
@@ -36,17 +39,16 @@ struct DigestDeleter
     void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
 };
 
-// Reads exactly `length` bytes at `offset` into the digest; false on a short read.
-bool feed(QFile& file, EVP_MD_CTX* context, qint64 offset, qint64 length, QByteArray& buffer)
+// Feeds exactly `length` bytes at `offset` to the digest; false on a short read.
+bool feed(const FileReader& file, EVP_MD_CTX* context, qint64 offset, qint64 length, QByteArray& buffer)
 {
-    if (!file.seek(offset))
-        return false;
     while (length > 0) {
-        const qint64 read = file.read(buffer.data(), std::min(length, qint64(buffer.size())));
-        if (read <= 0)
+        const qint64 piece = std::min(length, qint64(buffer.size()));
+        if (!file.readAt(offset, buffer.data(), piece))
             return false;
-        EVP_DigestUpdate(context, buffer.constData(), size_t(read));
-        length -= read;
+        EVP_DigestUpdate(context, buffer.constData(), size_t(piece));
+        offset += piece;
+        length -= piece;
     }
     return true;
 }
@@ -55,20 +57,39 @@ bool feed(QFile& file, EVP_MD_CTX* context, qint64 offset, qint64 length, QByteA
 // read through. Empty when the file cannot be read.
 QByteArray edges(const QString& path, qint64 size)
 {
-    QFile file;
-    if (!openRegularFile(file, path, {std::nullopt, true}))
+    const FileReader file(path);
+    if (!file.isOpen())
         return {};
     if (size <= 2 * edgeBytes) {
-        QByteArray all = file.read(size);
-        return all.size() == size ? all : QByteArray();
+        QByteArray all(size, Qt::Uninitialized);
+        return file.readAt(0, all.data(), size) ? all : QByteArray();
     }
-    QByteArray both = file.read(edgeBytes);
-    if (both.size() != edgeBytes || !file.seek(size - edgeBytes))
+    QByteArray both(2 * edgeBytes, Qt::Uninitialized);
+    if (!file.readAt(0, both.data(), edgeBytes) || !file.readAt(size - edgeBytes, both.data() + edgeBytes, edgeBytes))
         return {};
-    const QByteArray last = file.read(edgeBytes);
-    if (last.size() != edgeBytes)
+    return both;
+}
+
+QString sha256Hex(QByteArrayView bytes)
+{
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    if (EVP_Digest(bytes.data(), size_t(bytes.size()), digest, &length, EVP_sha256(), nullptr) != 1)
         return {};
-    return both + last;
+    return QString::fromLatin1(QByteArray(reinterpret_cast<const char*>(digest), int(length)).toHex());
+}
+
+// Runs `work(i)` for every i below `count`, on this thread and one more, until cancelled.
+void onTwoCores(size_t count, const std::atomic<bool>* cancel, const std::function<void(size_t)>& work)
+{
+    std::atomic<size_t> next{0};
+    const auto worker = [&] {
+        for (size_t i = next++; i < count && !cancelled(cancel); i = next++)
+            work(i);
+    };
+    std::thread helper(worker);
+    worker();
+    helper.join();
 }
 
 void walk(const QString& folder, DupListing& listing, QSet<QPair<quint64, quint64>>& seen,
@@ -87,31 +108,26 @@ void walk(const QString& folder, DupListing& listing, QSet<QPair<quint64, quint6
         if (name.startsWith(u'.'))
             continue;
         const QString path = QDir(folder).filePath(name);
-        struct stat status
-        {};
-        if (::lstat(QFile::encodeName(path).constData(), &status) != 0) {
+        const std::optional<EntryStatus> status = entryStatus(path);
+        if (!status) {
             ++listing.unreadable;
             continue;
         }
-        if (S_ISDIR(status.st_mode)) {
+        if (status->type == EntryStatus::Type::Folder) {
             if (isBundleFolder(name))
                 ++listing.skippedBundles;
             else
                 walk(path, listing, seen, cancel);
             continue;
         }
-        if (!S_ISREG(status.st_mode) || status.st_size <= 0)
+        if (status->type != EntryStatus::Type::File || status->size <= 0)
             continue; // links, devices, sockets; empty files
         // Hard links are one file under several names: never a copy of itself.
-        const QPair<quint64, quint64> identity(quint64(status.st_dev), quint64(status.st_ino));
+        const QPair<quint64, quint64> identity(status->device, status->inode);
         if (seen.contains(identity))
             continue;
         seen.insert(identity);
-        const QFileInfo info(path);
-        QDateTime created = info.birthTime();
-        if (!created.isValid())
-            created = info.lastModified();
-        listing.files.append({path, qint64(status.st_size), created});
+        listing.files.append({path, status->size, status->born, status->modified, {}});
     }
 }
 
@@ -127,13 +143,13 @@ DupListing DuplicateScanner::listFiles(const QString& folder, const std::atomic<
 
 std::optional<QString> DuplicateScanner::fingerprint(const QString& path, qint64 size)
 {
-    QFile file;
-    if (size < 0 || !openRegularFile(file, path, {std::nullopt, true}))
+    const FileReader file(path);
+    if (size < 0 || !file.isOpen())
         return std::nullopt;
     const std::unique_ptr<EVP_MD_CTX, DigestDeleter> context(EVP_MD_CTX_new());
     if (!context || EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) != 1)
         return std::nullopt;
-    QByteArray buffer(readBlock, Qt::Uninitialized);
+    QByteArray buffer(std::min(readBlock, std::max<qint64>(size, 1)), Qt::Uninitialized);
     if (size <= wholeHashLimit) {
         if (!feed(file, context.get(), 0, size, buffer))
             return std::nullopt;
@@ -151,84 +167,164 @@ std::optional<QString> DuplicateScanner::fingerprint(const QString& path, qint64
 }
 
 QList<QList<DupFile>> DuplicateScanner::exactGroups(const QList<DupFile>& files, const Progress& progress,
-                                                    const std::atomic<bool>* cancel)
+                                                    const std::atomic<bool>* cancel, int* unreadable)
 {
-    // Only sizes shared by several files, and among those only files whose edges agree.
+    std::atomic<int> failures{0};
+
+    // Only sizes shared by several files go on; their edges are read two files at a time.
     QHash<qint64, QList<qsizetype>> bySize;
     for (qsizetype i = 0; i < files.size(); ++i)
         bySize[files[i].size].append(i);
-    QList<QList<qsizetype>> candidates;
+    std::vector<qsizetype> shared;
     for (auto it = bySize.cbegin(); it != bySize.cend(); ++it) {
-        if (it.value().size() < 2)
-            continue;
-        QHash<QByteArray, QList<qsizetype>> byEdges;
-        for (qsizetype index : it.value()) {
-            if (cancelled(cancel))
-                return {};
-            const QByteArray key = edges(files[index].path, it.key());
-            if (!key.isEmpty())
-                byEdges[key].append(index);
-        }
-        for (const QList<qsizetype>& same : std::as_const(byEdges)) {
-            if (same.size() > 1)
-                candidates.append(same);
-        }
+        if (it.value().size() > 1)
+            shared.insert(shared.end(), it.value().cbegin(), it.value().cend());
     }
-    // In the listing's order, whatever the hash tables' order: groups of equal weight keep it.
-    for (QList<qsizetype>& candidate : candidates)
-        std::sort(candidate.begin(), candidate.end());
+    std::sort(shared.begin(), shared.end());
+    std::vector<QByteArray> keys(size_t(files.size()));
+    onTwoCores(shared.size(), cancel, [&](size_t i) {
+        const DupFile& file = files[shared[i]];
+        keys[size_t(shared[i])] = edges(file.path, file.size);
+        if (keys[size_t(shared[i])].isEmpty())
+            ++failures;
+    });
+    if (cancelled(cancel))
+        return {};
+
+    // Sets of files with one size and the same edges, in the listing's order.
+    QHash<QPair<qint64, QByteArray>, QList<qsizetype>> byEdges;
+    for (qsizetype index : shared) {
+        if (!keys[size_t(index)].isEmpty())
+            byEdges[{files[index].size, keys[size_t(index)]}].append(index);
+    }
+    QList<QList<qsizetype>> candidates;
+    for (const QList<qsizetype>& same : std::as_const(byEdges)) {
+        if (same.size() > 1)
+            candidates.append(same);
+    }
     std::sort(candidates.begin(), candidates.end(),
               [](const QList<qsizetype>& a, const QList<qsizetype>& b) { return a.constFirst() < b.constFirst(); });
-    std::vector<qsizetype> toHash;
+    qint64 total = 0;
     for (const QList<qsizetype>& candidate : std::as_const(candidates))
-        toHash.insert(toHash.end(), candidate.cbegin(), candidate.cend());
+        total += candidate.size();
 
-    // Two files at a time: one core reads while the other hashes.
-    std::vector<std::optional<QString>> prints(size_t(files.size()));
-    std::atomic<size_t> next{0};
+    // Each set split by its bytes, two sets at a time, each class hashed as it is read. A file whose
+    // edges are all of it needs no second look.
+    std::vector<QList<QPair<QString, QList<qsizetype>>>> found(size_t(candidates.size()));
     std::atomic<qint64> done{0};
     std::mutex reporting;
-    const auto worker = [&] {
-        for (;;) {
-            if (cancelled(cancel))
-                return;
-            const size_t i = next++;
-            if (i >= toHash.size())
-                return;
-            const DupFile& file = files[toHash[i]];
-            prints[size_t(toHash[i])] = fingerprint(file.path, file.size);
-            const qint64 finished = ++done;
-            if (progress) {
-                const std::lock_guard guard(reporting);
-                progress(finished, qint64(toHash.size()));
+    onTwoCores(size_t(candidates.size()), cancel, [&](size_t c) {
+        const QList<qsizetype>& candidate = candidates[qsizetype(c)];
+        const qint64 size = files[candidate.constFirst()].size;
+        int failed = 0;
+        if (size <= 2 * edgeBytes) {
+            found[c].append({sha256Hex(keys[size_t(candidate.constFirst())]), candidate});
+        } else if (candidate.size() > maxFilesCompared) {
+            // Too many to hold open side by side: each hashed on its own.
+            QHash<QString, QList<qsizetype>> byPrint;
+            QStringList order;
+            for (qsizetype index : candidate) {
+                const std::optional<QString> print = fingerprint(files[index].path, size);
+                if (!print) {
+                    ++failed;
+                    continue;
+                }
+                if (!byPrint.contains(*print))
+                    order.append(*print);
+                byPrint[*print].append(index);
+            }
+            for (const QString& print : std::as_const(order)) {
+                if (byPrint[print].size() > 1)
+                    found[c].append({print, byPrint[print]});
+            }
+        } else {
+            QStringList paths;
+            for (qsizetype index : candidate)
+                paths.append(files[index].path);
+            for (const SameContent& same : sameContents(paths, size, failed, cancel)) {
+                QList<qsizetype> members;
+                for (qsizetype position : same.members)
+                    members.append(candidate[position]);
+                found[c].append({same.fingerprint, members});
             }
         }
-    };
-    std::thread helper(worker);
-    worker();
-    helper.join();
+        failures += failed;
+        const qint64 finished = done += candidate.size();
+        if (progress) {
+            const std::lock_guard guard(reporting);
+            progress(finished, total);
+        }
+    });
     if (cancelled(cancel))
         return {};
 
     QList<QList<DupFile>> groups;
-    for (const QList<qsizetype>& candidate : std::as_const(candidates)) {
-        QHash<QString, QList<DupFile>> byPrint;
-        QStringList order;
-        for (qsizetype index : candidate) {
-            const std::optional<QString>& print = prints[size_t(index)];
-            if (!print)
-                continue; // unreadable now: in no group
-            if (!byPrint.contains(*print))
-                order.append(*print);
-            byPrint[*print].append(files[index]);
-        }
-        for (const QString& print : std::as_const(order)) {
-            if (byPrint[print].size() > 1)
-                groups.append(byPrint[print]);
+    for (const auto& classes : found) {
+        for (const auto& [print, members] : classes) {
+            QList<DupFile> group;
+            for (qsizetype index : members) {
+                DupFile member = files[index];
+                member.fingerprint = print;
+                group.append(member);
+            }
+            groups.append(group);
         }
     }
     sortGroups(groups);
+    if (unreadable)
+        *unreadable += failures;
     return groups;
+}
+
+DupScan DuplicateScanner::scan(const QString& folder, bool withSimilar, const ScanProgress& progress,
+                               const std::atomic<bool>* cancel)
+{
+    const auto report = [&progress](const QString& text, double fraction) {
+        if (progress)
+            progress(text, std::clamp(fraction, 0.0, 1.0));
+    };
+    const auto count = [](qint64 value) { return Localizer::locale().toString(value); };
+
+    report(L("Recherche des fichiers…"), 0);
+    DupListing listing = listFiles(folder, cancel);
+    DupScan result;
+    result.skippedBundles = listing.skippedBundles;
+    result.unreadable = listing.unreadable;
+    if (cancelled(cancel))
+        return result;
+
+    const double exactEnd = withSimilar ? photoPhaseStart : 1.0;
+    report(L("Comparaison exacte : %@ sur %@", count(0), count(0)), 0);
+    result.exact = exactGroups(
+        listing.files,
+        [&](qint64 done, qint64 total) {
+            report(L("Comparaison exacte : %@ sur %@", count(done), count(total)),
+                   exactEnd * double(done) / double(total));
+        },
+        cancel, &result.unreadable);
+    if (!withSimilar || cancelled(cancel))
+        return result;
+
+    // A photo with an identical copy is handled there: in two groups, both copies could be ticked.
+    QSet<QString> inExactGroups;
+    for (const QList<DupFile>& group : std::as_const(result.exact)) {
+        for (const DupFile& file : group)
+            inExactGroups.insert(file.path);
+    }
+    QList<DupFile> photos;
+    for (const DupFile& file : std::as_const(listing.files)) {
+        if (isImage(file.path) && !inExactGroups.contains(file.path))
+            photos.append(file);
+    }
+    report(L("Comparaison des photos : %@ sur %@", count(0), count(photos.size())), photoPhaseStart);
+    result.similar = similarGroups(
+        photos,
+        [&](qint64 done, qint64 total) {
+            report(L("Comparaison des photos : %@ sur %@", count(done), count(total)),
+                   photoPhaseStart + (1 - photoPhaseStart) * double(done) / double(total));
+        },
+        cancel);
+    return result;
 }
 
 void DuplicateScanner::sortGroups(QList<QList<DupFile>>& groups)

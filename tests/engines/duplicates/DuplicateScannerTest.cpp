@@ -110,16 +110,17 @@ TEST(DuplicateScanner, SameContentsGroupTheRestDoNotAndTheOrderIsKept)
               (QStringList{QStringLiteral("2019/big.mov"), QStringLiteral("copies/big (2).mov")}));
     EXPECT_EQ(names(groups[1], root.path()).first(), QStringLiteral("small.jpg"));
     EXPECT_EQ(groups[1].size(), 3);
-    // Only the files whose edges agree were read through: the five copies and the one changed in the
-    // middle, not the one changed at its start.
-    EXPECT_EQ(reported.size(), 6);
-    EXPECT_EQ(reported.last(), 6);
+    // Only the files whose edges agree were read through, a set at a time: the five copies and the one
+    // changed in the middle, not the one changed at its start.
+    EXPECT_EQ(reported, (QList<qint64>{3, 6}));
 
-    // A file gone between listing and comparing is in no group; the rest still are.
+    // A file gone between listing and comparing is in no group, and counted; the rest still group.
     QFile::remove(root.filePath(QStringLiteral("copies/big (2).mov")));
-    const QList<QList<DupFile>> after = DuplicateScanner::exactGroups(listing.files);
+    int unreadable = 0;
+    const QList<QList<DupFile>> after = DuplicateScanner::exactGroups(listing.files, {}, nullptr, &unreadable);
     ASSERT_EQ(after.size(), 1);
     EXPECT_EQ(after[0].size(), 3);
+    EXPECT_EQ(unreadable, 1);
 
     // Stopped: nothing.
     std::atomic<bool> cancel{true};
@@ -163,4 +164,50 @@ TEST(DuplicateScanner, FingerprintsAreSha256AndLargeFilesAreSampled)
     const QList<QList<DupFile>> groups = DuplicateScanner::exactGroups(DuplicateScanner::listFiles(root.path()).files);
     ASSERT_EQ(groups.size(), 1);
     EXPECT_EQ(names(groups[0], root.path()), (QStringList{QStringLiteral("a.img"), QStringLiteral("b.img")}));
+}
+
+TEST(DuplicateScanner, SetsWithOneSizeAndEdgesSplitByContentsAndCarryEachFingerprint)
+{
+    QTemporaryDir root;
+    const auto variant = [](qsizetype size, quint32 seed, char middle) {
+        QByteArray bytes = noise(size, seed);
+        bytes[size / 2] = middle;
+        return bytes;
+    };
+    // One size and one pair of edges, three contents, compared side by side.
+    for (const auto& [name, middle] :
+         {QPair<const char*, char>{"a1", 'a'}, {"b1", 'b'}, {"a2", 'a'}, {"c1", 'c'}, {"b2", 'b'}})
+        writeFile(root.filePath(QStringLiteral("side/%1.bin").arg(QLatin1StringView(name))),
+                  variant(50'000, 9, middle));
+    // More files of one set than are ever held open at once: hashed one by one instead.
+    for (int i = 0; i < 300; ++i)
+        writeFile(root.filePath(QStringLiteral("many/%1.bin").arg(i, 3, 10, QLatin1Char('0'))),
+                  variant(9'000, 10, i % 2 ? 'x' : 'y'));
+    // Small enough that the edges are the whole file.
+    for (int i = 0; i < 3; ++i)
+        writeFile(root.filePath(QStringLiteral("tiny/%1.txt").arg(i)), "trois fois le même texte");
+
+    int unreadable = 0;
+    const QList<QList<DupFile>> groups =
+        DuplicateScanner::exactGroups(DuplicateScanner::listFiles(root.path()).files, {}, nullptr, &unreadable);
+    EXPECT_EQ(unreadable, 0);
+    QMap<QString, QStringList> byName;
+    for (const QList<DupFile>& group : groups) {
+        QStringList members = names(group, root.path());
+        members.sort();
+        byName[members.first()] = members;
+        for (const DupFile& file : group) {
+            // The fingerprint taken while comparing is the one a later check computes.
+            EXPECT_EQ(file.fingerprint, DuplicateScanner::fingerprint(file.path, file.size)) << qPrintable(file.path);
+            EXPECT_EQ(file.fingerprint, group.first().fingerprint);
+        }
+    }
+    ASSERT_EQ(groups.size(), 5);
+    EXPECT_EQ(byName.value(QStringLiteral("side/a1.bin")),
+              (QStringList{QStringLiteral("side/a1.bin"), QStringLiteral("side/a2.bin")}));
+    EXPECT_EQ(byName.value(QStringLiteral("side/b1.bin")),
+              (QStringList{QStringLiteral("side/b1.bin"), QStringLiteral("side/b2.bin")}));
+    EXPECT_EQ(byName.value(QStringLiteral("many/000.bin")).size(), 150);
+    EXPECT_EQ(byName.value(QStringLiteral("many/001.bin")).size(), 150);
+    EXPECT_EQ(byName.value(QStringLiteral("tiny/0.txt")).size(), 3);
 }
