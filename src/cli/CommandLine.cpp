@@ -58,11 +58,14 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
     const QCommandLineOption force(QStringLiteral("force"));
     const QCommandLineOption keepLocation(QStringLiteral("keep-location"));
     const QCommandLineOption keepHeic(QStringLiteral("keep-heic"));
+    const QCommandLineOption similar(QStringLiteral("similar"));
+    const QCommandLineOption trash(QStringLiteral("trash"));
+    const QCommandLineOption yes(QStringLiteral("yes"));
     const QCommandLineOption help(QStringList{QStringLiteral("h"), QStringLiteral("help")});
     const QCommandLineOption version(QStringLiteral("version"));
-    parser.addOptions({root,     lang,       domain, path,         to,       from,   owner,
-                       output,   exportFile, source, format,       target,   photos, passwordStdin,
-                       remember, json,       force,  keepLocation, keepHeic, help,   version});
+    parser.addOptions({root,       lang,         domain,   path,    to,     from,          owner,    output,
+                       exportFile, source,       format,   target,  photos, passwordStdin, remember, json,
+                       force,      keepLocation, keepHeic, similar, trash,  yes,           help,     version});
     const bool parsed = parser.parse(QStringList{QStringLiteral("nuvrel-cli")} + arguments);
 
     CommandLine line;
@@ -90,6 +93,9 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
     line.force = parser.isSet(force);
     line.keepLocation = parser.isSet(keepLocation);
     line.keepHeic = parser.isSet(keepHeic);
+    line.similar = parser.isSet(similar);
+    line.trash = parser.isSet(trash);
+    line.yes = parser.isSet(yes);
     line.help = parser.isSet(help);
     line.version = parser.isSet(version);
     line.arguments = parser.positionalArguments();
@@ -103,7 +109,8 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
             static const QStringList flags{
                 QStringLiteral("--photos"),  QStringLiteral("--password-stdin"), QStringLiteral("--remember"),
                 QStringLiteral("--json"),    QStringLiteral("--force"),          QStringLiteral("--help"),
-                QStringLiteral("--version"), QStringLiteral("--keep-location"),  QStringLiteral("--keep-heic")};
+                QStringLiteral("--version"), QStringLiteral("--keep-location"),  QStringLiteral("--keep-heic"),
+                QStringLiteral("--similar"), QStringLiteral("--trash"),          QStringLiteral("--yes")};
             return word.contains(u'=') && flags.contains(word.section(u'=', 0, 0));
         });
         if (!unknown.isEmpty())
@@ -154,7 +161,9 @@ void printHelp(QTextStream& out, const QString& program)
          {QStringLiteral("chat-export ") + file,
           L("Affiche une conversation exportée de WhatsApp (fichier %@).", QStringLiteral(".txt"))},
          {QStringLiteral("lighten ") + file + QStringLiteral("… --target <%1> --to ").arg(L("destination")) + folder,
-          L("Fait une copie plus légère de chaque fichier pour WhatsApp, Telegram, Mail ou Messages.")}});
+          L("Fait une copie plus légère de chaque fichier pour WhatsApp, Telegram, Mail ou Messages.")},
+         {QStringLiteral("duplicates ") + folder,
+          L("Cherche les fichiers identiques d'un dossier, la copie à garder en premier.")}});
     section(
         L("Options :"),
         {{QStringLiteral("--root ") + folder, L("Lit les sauvegardes de ce dossier plutôt que celui des réglages.")},
@@ -170,6 +179,10 @@ void printHelp(QTextStream& out, const QString& program)
             QStringLiteral("lighten"))},
          {QStringLiteral("--keep-location"), L("Garde la position des photos et vidéos allégées.")},
          {QStringLiteral("--keep-heic"), L("Garde les photos HEIC en HEIC (sinon : JPEG).")},
+         {QStringLiteral("--similar"),
+          L("Cherche aussi les photos qui se ressemblent (commande %@).", QStringLiteral("duplicates"))},
+         {QStringLiteral("--trash --yes"),
+          L("Met à la Corbeille les copies en trop des fichiers identiques, jamais les photos qui se ressemblent.")},
          {QStringLiteral("--password-stdin"),
           L("Lit le mot de passe d'une sauvegarde chiffrée sur l'entrée standard.")},
          {QStringLiteral("--source <%1>").arg(QStringLiteral("messages|whatsapp|telegram|whatsapp-export|pasted")),

@@ -45,6 +45,9 @@ struct CommandLine
     bool force = false;
     bool keepLocation = false; ///< --keep-location
     bool keepHeic = false;     ///< --keep-heic
+    bool similar = false;      ///< --similar: similar photos too
+    bool trash = false;        ///< --trash: the extra copies go to the trash…
+    bool yes = false;          ///< --yes: …when this confirms it
     bool help = false;
     bool version = false;
 

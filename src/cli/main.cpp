@@ -1,6 +1,7 @@
 #include "cli/BackupsCommand.h"
 #include "cli/ChatsCommand.h"
 #include "cli/CommandLine.h"
+#include "cli/DuplicatesCommand.h"
 #include "cli/FilesCommand.h"
 #include "cli/LightenCommand.h"
 #include "engines/backup/BackupLocator.h"
@@ -81,6 +82,8 @@ int main(int argc, char* argv[])
         return cli::runVerify(line, out, err);
     if (line.command == QLatin1StringView("lighten"))
         return cli::runLighten(line, out, err);
+    if (line.command == QLatin1StringView("duplicates"))
+        return cli::runDuplicates(line, out, err);
 
     if (line.command.isEmpty())
         cli::printHelp(err, program);
