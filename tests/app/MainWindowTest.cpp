@@ -3,6 +3,7 @@
 #include "WindowChecks.h"
 #include "app/shell/WindowStyler.h"
 #include "app/views/conversations/ConversationsView.h"
+#include "app/views/duplicates/DuplicatesView.h"
 #include "app/views/explore/BackupsView.h"
 #include "app/views/explore/ExplorePage.h"
 #include "app/views/explore/ExplorerView.h"
@@ -131,7 +132,7 @@ TEST_F(MainWindowTest, WelcomeShowsOnceThenTheSidebar)
         EXPECT_TRUE(QSettings().value(QStringLiteral("welcomeDone")).toBool());
         EXPECT_EQ(sidebarTitles(*window),
                   (QStringList{QStringLiteral("Accueil"), QStringLiteral("Alléger"), QStringLiteral("Conversations"),
-                               QStringLiteral("Explorer les sauvegardes")}));
+                               QStringLiteral("Explorer les sauvegardes"), QStringLiteral("Doublons")}));
         EXPECT_EQ(window->section(), Page::Home);
         screenshot(*window, QStringLiteral("02-home"));
     }
@@ -161,7 +162,7 @@ TEST_F(MainWindowTest, LanguageChangeRendersEveryTextAgain)
     EXPECT_TRUE((*english)->isChecked());
     EXPECT_EQ(sidebarTitles(*window),
               (QStringList{QStringLiteral("Home"), QStringLiteral("Shrink"), QStringLiteral("Conversations"),
-                           QStringLiteral("Explore Backups")}));
+                           QStringLiteral("Explore Backups"), QStringLiteral("Duplicates")}));
     EXPECT_EQ(window->explorePage()->backupsView()->findChild<QLabel*>(QStringLiteral("pageTitle"))->text(),
               QStringLiteral("Explore Backups"));
     EXPECT_FALSE(labelTexts(*window->explorePage()).contains(QStringLiteral("Branche ton iPhone")));
@@ -499,6 +500,67 @@ TEST_F(MainWindowTest, LightenPageTakesADroppedFolderLightensAndHandsOff)
 }
 
 // Return presses the focused button, as in the desktop's own applications, and never ticks a box.
+TEST_F(MainWindowTest, DuplicatesPageFindsCopiesAndTrashesOnlyTheTickedOnesAfterConfirmation)
+{
+    QSettings().setValue(QStringLiteral("welcomeDone"), true);
+    auto window = makeWindow();
+    window->setSection(Page::Duplicates);
+    DuplicatesView* view = window->duplicatesView();
+    DuplicatesModel& model = view->model();
+    EXPECT_FALSE(view->trashButton()->isVisible());
+
+    const QString folder = m_out.filePath(QStringLiteral("Photos de famille"));
+    QImage photo(1200, 900, QImage::Format_RGB32);
+    for (int y = 0; y < photo.height(); ++y) {
+        for (int x = 0; x < photo.width(); ++x)
+            photo.setPixel(x, y, qRgb((x / 4) % 256, (y / 3) % 256, ((x + y) / 8) % 256));
+    }
+    QDir().mkpath(folder + QStringLiteral("/2021"));
+    ASSERT_TRUE(photo.save(folder + QStringLiteral("/IMG_0001.JPG"), "JPEG", 90));
+    ASSERT_TRUE(QFile::copy(folder + QStringLiteral("/IMG_0001.JPG"), folder + QStringLiteral("/2021/IMG_0001.JPG")));
+    ASSERT_TRUE(photo.save(folder + QStringLiteral("/IMG_0002.JPG"), "JPEG", 50));
+    ASSERT_TRUE(photo.scaled(600, 450).save(folder + QStringLiteral("/IMG_0003.JPG"), "JPEG", 80));
+
+    // The folder chosen starts the search; the copy comes ticked, the lookalike not.
+    view->setFolderPicker([&folder] { return folder; });
+    QTest::mouseClick(view->chooseButton(), Qt::LeftButton);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model.scanned(); }, timeoutMs));
+    EXPECT_FALSE(view->stopButton()->isVisible());
+    EXPECT_EQ(view->summaryLabel()->text(),
+              QStringLiteral("1 groupe de fichiers identiques · 1 groupe de photos qui se ressemblent"));
+    QCheckBox* copy = view->checkBox(DupGroup::Kind::Identical, 0, 1);
+    QCheckBox* kept = view->checkBox(DupGroup::Kind::Identical, 0, 0);
+    ASSERT_TRUE(copy && kept);
+    EXPECT_TRUE(copy->isChecked());
+    EXPECT_FALSE(kept->isChecked());
+    ASSERT_NE(view->checkBox(DupGroup::Kind::Similar, 0, 1), nullptr);
+    EXPECT_FALSE(view->checkBox(DupGroup::Kind::Similar, 0, 1)->isChecked());
+    EXPECT_TRUE(view->trashButton()->isEnabled());
+    EXPECT_EQ(view->trashButton()->text(), model.trashButtonText());
+
+    // The last unticked file of a group cannot be ticked: the box springs back.
+    kept->click();
+    EXPECT_FALSE(kept->isChecked());
+    EXPECT_EQ(view->noticeLabel()->text(), QStringLiteral("Chaque groupe garde au moins un fichier."));
+
+    // Declined, nothing moves; confirmed, the ticked copy goes to the trash and its group with it.
+    int asked = 0;
+    view->setConfirmation([&asked](int files, qint64) {
+        ++asked;
+        return files == 1 && asked > 1;
+    });
+    QTest::mouseClick(view->trashButton(), Qt::LeftButton);
+    EXPECT_FALSE(model.trashing());
+    EXPECT_TRUE(m_fakes.trash.trashed.isEmpty());
+    QTest::mouseClick(view->trashButton(), Qt::LeftButton);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !model.trashing(); }, timeoutMs));
+    EXPECT_EQ(m_fakes.trash.trashed, QStringList{folder + QStringLiteral("/2021/IMG_0001.JPG")});
+    EXPECT_TRUE(QFile::exists(folder + QStringLiteral("/IMG_0001.JPG")));
+    EXPECT_TRUE(view->noticeLabel()->text().startsWith(QStringLiteral("1 fichier envoyé à la Corbeille")));
+    EXPECT_EQ(view->checkBox(DupGroup::Kind::Identical, 0, 1), nullptr);
+    EXPECT_FALSE(view->trashButton()->isEnabled());
+}
+
 TEST_F(MainWindowTest, ReturnPressesTheFocusedButton)
 {
     SampleBackup plain;

@@ -6,6 +6,7 @@
 #include "app/shell/MainWindow.h"
 #include "app/shell/WindowStyler.h"
 #include "app/views/conversations/ConversationsView.h"
+#include "app/views/duplicates/DuplicatesView.h"
 #include "app/views/explore/BackupsView.h"
 #include "app/views/explore/ExplorePage.h"
 #include "app/views/explore/ExplorerView.h"
@@ -272,6 +273,32 @@ TEST_F(Screens, EveryScreenAtTheSmallestSizeInEachSchemeAndLanguage)
     m_fakes.handoff.answer = {Handoff::Outcome::Kind::WebOpened, {}};
     QTest::mouseClick(lighten->sendButton(), Qt::LeftButton);
     capture(window, QStringLiteral("21-lighten-sent"));
+
+    // The duplicates page: nothing chosen yet, then a folder with copies and a burst.
+    window.setSection(Page::Duplicates);
+    DuplicatesView* duplicates = window.duplicatesView();
+    capture(window, QStringLiteral("22-duplicates-empty"));
+    const QString album = scratch.filePath(QStringLiteral("Album"));
+    QDir().mkpath(album + QStringLiteral("/Copies"));
+    QImage shot(1600, 1200, QImage::Format_RGB32);
+    for (int y = 0; y < shot.height(); ++y) {
+        for (int x = 0; x < shot.width(); ++x)
+            shot.setPixel(x, y, qRgb(40 + (x / 8) % 180, 90 + (y / 10) % 120, 160 - (x + y) / 30 % 100));
+    }
+    ASSERT_TRUE(shot.save(album + QStringLiteral("/IMG_2041.JPG"), "JPEG", 92));
+    ASSERT_TRUE(QFile::copy(album + QStringLiteral("/IMG_2041.JPG"), album + QStringLiteral("/Copies/IMG_2041.JPG")));
+    ASSERT_TRUE(shot.save(album + QStringLiteral("/IMG_2042.JPG"), "JPEG", 60));
+    ASSERT_TRUE(shot.scaled(800, 600).save(album + QStringLiteral("/IMG_2043.JPG"), "JPEG", 80));
+    QFile contract(album + QStringLiteral("/Contrat de location signé.pdf"));
+    ASSERT_TRUE(contract.open(QIODevice::WriteOnly));
+    contract.write(QByteArray(180'000, 'p'));
+    contract.close();
+    ASSERT_TRUE(QFile::copy(contract.fileName(), album + QStringLiteral("/Copies/Contrat de location signé.pdf")));
+    duplicates->setFolderPicker([&album] { return album; });
+    QTest::mouseClick(duplicates->chooseButton(), Qt::LeftButton);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return duplicates->model().scanned(); }, windowTimeoutMs));
+    QTest::qWait(300); // the thumbnails
+    capture(window, QStringLiteral("23-duplicates-found"));
 }
 
 } // namespace

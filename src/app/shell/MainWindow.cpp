@@ -2,6 +2,7 @@
 
 #include "app/shell/Icons.h"
 #include "app/views/conversations/ConversationsView.h"
+#include "app/views/duplicates/DuplicatesView.h"
 #include "app/views/explore/ExplorePage.h"
 #include "app/views/home/HomeView.h"
 #include "app/views/lighten/LightenView.h"
@@ -68,6 +69,9 @@ MainWindow::MainWindow(Services services, QWidget* parent)
     m_registry.add(Page::Conversations, m_conversations, [this] { m_conversations->retranslate(); });
     // Each page, once: a new page is one line here.
     m_registry.add(Page::Explore, m_explore, [this] { m_explore->retranslate(); });
+    m_duplicatesModel = std::make_unique<DuplicatesModel>(services);
+    m_duplicates = new DuplicatesView(*m_duplicatesModel, m_pages);
+    m_registry.add(Page::Duplicates, m_duplicates, [this] { m_duplicates->retranslate(); });
     m_home = new HomeView(m_registry.pages(), m_pages);
     m_registry.add(Page::Home, m_home, [this] { m_home->retranslate(); });
 

@@ -16,6 +16,8 @@ namespace nuvrel {
 
 class BackupsModel;
 class AllegerModel;
+class DuplicatesModel;
+class DuplicatesView;
 class ConversationsModel;
 class ConversationsView;
 class LightenView;
@@ -49,6 +51,7 @@ public:
     ExplorePage* explorePage() const { return m_explore; }
     ConversationsView* conversationsView() const { return m_conversations; }
     LightenView* lightenView() const { return m_lighten; }
+    DuplicatesView* duplicatesView() const { return m_duplicates; }
     BackupsModel& backupsModel() const { return *m_backups; }
     QMenu* languageMenu() const { return m_languageMenu; }
     const PageRegistry& pages() const { return m_registry; }
@@ -63,6 +66,7 @@ private:
     std::unique_ptr<BackupsModel> m_backups;
     std::unique_ptr<ConversationsModel> m_conversationsModel;
     std::unique_ptr<AllegerModel> m_lightenModel;
+    std::unique_ptr<DuplicatesModel> m_duplicatesModel;
     QStackedWidget* m_root;
     WelcomeView* m_welcome;
     QWidget* m_shell;
@@ -71,6 +75,7 @@ private:
     ExplorePage* m_explore;
     ConversationsView* m_conversations;
     LightenView* m_lighten;
+    DuplicatesView* m_duplicates;
     HomeView* m_home;
     QMenu* m_languageMenu = nullptr;
     QActionGroup* m_languages = nullptr;

@@ -122,6 +122,9 @@ QPushButton#link:disabled { color: palette(window-text); font-weight: 600; }
 QFrame#dropZone { background: %3; border: 2px dashed %4; border-radius: 12px; }
 QFrame#dropZone[highlighted="true"] { border: 2px solid %6; }
 QPushButton[target="true"]:checked { border: 2px solid %6; font-weight: 600; }
+QFrame#dupTile { border: 1px solid %4; border-radius: 8px; }
+QFrame#dupTile[marked="true"] { border: 2px solid %10; }
+QLabel#keepBadge { color: %9; border: 1px solid %9; border-radius: 4px; padding: 1px 6px; font-weight: 600; }
 QLabel[tone="success"] { color: %9; }
 QLabel[tone="error"] { color: %10; }
 )")

@@ -21,6 +21,9 @@ QString pageDescription(Page page)
                  "collé.");
     case Page::Lighten:
         return L("Rends tes photos, vidéos et PDF assez légers pour WhatsApp, Telegram ou un courriel.");
+    case Page::Duplicates:
+        return L("Trouve les fichiers en double et les photos qui se ressemblent, et libère de la place sans rien "
+                 "perdre.");
     case Page::Explore: return L("Retrouve les photos, les fichiers et les conversations de tes sauvegardes d'iPhone.");
     default: return {};
     }
