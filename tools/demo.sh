@@ -82,6 +82,17 @@ ffmpeg -v error -f lavfi -i testsrc2=size=1920x1080:rate=30 -f lavfi -i sine=fre
   -c:v libx264 -crf 16 -c:a aac "$camera/IMG_4002.MOV"
 run lighten "$camera/IMG_4001.JPG" "$camera/IMG_4002.MOV" --target whatsapp --to build/demo/Light --lang fr
 
+# An album with a copy of that photo and two lookalikes (re-saved, halved): one group of identical
+# files, the copy made second to go, and one group of photos that look alike. The folder is remembered
+# for the application's duplicates page.
+album=build/demo/Album
+mkdir -p "$album/Copies"
+cp "$camera/IMG_4001.JPG" "$album/IMG_4001.JPG"
+cp "$camera/IMG_4001.JPG" "$album/Copies/IMG_4001.JPG"
+ffmpeg -v error -i "$camera/IMG_4001.JPG" -q:v 9 "$album/IMG_4001-retouche.JPG"
+ffmpeg -v error -i "$camera/IMG_4001.JPG" -vf scale=2016:1512 "$album/IMG_4001-petite.JPG"
+run duplicates "$album" --similar --lang fr
+
 printf '\nWhere the outputs went:\n'
 printf '  sample backups       %s\n' "$samples"
 printf '  extracted photos     %s\n' "$photos"
@@ -89,4 +100,5 @@ printf '  Messages database    %s\n' "$sms"
 printf '  WhatsApp database    %s\n' "$whatsapp"
 printf '  conversation PDF     %s\n' build/demo/Famille.pdf
 printf '  lightened copies     %s\n' build/demo/Light
+printf '  duplicates album     %s\n' "$album"
 printf 'With a display, this script opens the application itself on the same backups.\n'
