@@ -152,12 +152,17 @@ int runDuplicates(const CommandLine& line, QTextStream& out, QTextStream& err)
             << '\n';
     for (const QString& path : report.changed)
         err << L("Modifié depuis la recherche, laissé en place : %@", shownPath(path)) << '\n';
+    for (const QString& path : report.differing)
+        err << L("Pas tout à fait identique au fichier gardé, laissé en place : %@", shownPath(path)) << '\n';
     for (const QString& path : report.failed)
         err << L("Impossible de mettre à la Corbeille : %@", shownPath(path)) << '\n';
-    out << LN("%@ fichier(s) envoyé(s) à la Corbeille (%@ libérés).", report.trashed.size(),
-              Localizer::locale().toString(report.trashed.size()), Localizer::formatByteCount(report.freed))
-        << '\n';
-    const bool complete = report.changed.isEmpty() && report.failed.isEmpty() && report.keptMissing.isEmpty();
+    // The JSON document stays whole on standard output.
+    (line.json ? err : out) << LN("%@ fichier(s) envoyé(s) à la Corbeille (%@ libérés).", report.trashed.size(),
+                                  Localizer::locale().toString(report.trashed.size()),
+                                  Localizer::formatByteCount(report.freed))
+                            << '\n';
+    const bool complete = report.changed.isEmpty() && report.failed.isEmpty() && report.keptMissing.isEmpty() &&
+                          report.differing.isEmpty();
     if (!complete)
         return SomeFilesFailed;
     return scan.exact.isEmpty() && scan.similar.isEmpty() ? NothingFound : Found;

@@ -1,5 +1,6 @@
 #include "media/PhotoFile.h"
 
+#include "ground/RegularFile.h"
 #include "media/HeifImage.h"
 #include "media/Thumbnailer.h"
 
@@ -79,8 +80,9 @@ bool PhotoFile::isDecodable(const QString& suffix)
 PhotoFile::PhotoFile(const QString& path)
     : m_path(path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    // A FIFO or a device put where a photo was listed must not hang the reader.
+    QFile file;
+    if (!openRegularFile(file, path))
         return;
     const QByteArray head = file.read(16);
     file.close();

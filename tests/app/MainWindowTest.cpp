@@ -538,6 +538,25 @@ TEST_F(MainWindowTest, DuplicatesPageFindsCopiesAndTrashesOnlyTheTickedOnesAfter
     EXPECT_TRUE(view->trashButton()->isEnabled());
     EXPECT_EQ(view->trashButton()->text(), model.trashButtonText());
 
+    // Two lookalikes side by side, each shown large.
+    QPushButton* compare = nullptr;
+    for (QPushButton* button : view->findChildren<QPushButton*>()) {
+        if (button->text() == QStringLiteral("Comparer"))
+            compare = button;
+    }
+    ASSERT_NE(compare, nullptr);
+    QTest::mouseClick(compare, Qt::LeftButton);
+    auto* preview = view->findChild<SimilarPreview*>();
+    ASSERT_NE(preview, nullptr);
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] {
+            const QList<QLabel*> labels = preview->findChildren<QLabel*>();
+            return std::count_if(labels.cbegin(), labels.cend(),
+                                 [](const QLabel* label) { return !label->pixmap().isNull(); }) == 2;
+        },
+        timeoutMs));
+    preview->close();
+
     // The last unticked file of a group cannot be ticked: the box springs back.
     kept->click();
     EXPECT_FALSE(kept->isChecked());

@@ -123,6 +123,17 @@ TEST(DuplicatesCommand, TheTrashTakesOnlyExtraCopiesAndOnlyWhenConfirmed)
     EXPECT_TRUE(unconfirmed.err.contains(QStringLiteral("--yes")));
     EXPECT_TRUE(QFile::exists(QDir(root).filePath(QStringLiteral("b/rapport.pdf"))));
 
+    // With --json, standard output holds the document alone.
+    const CliRun json = runCli({QStringLiteral("duplicates"), root, QStringLiteral("--json"), QStringLiteral("--trash"),
+                                QStringLiteral("--yes")});
+    EXPECT_EQ(json.exitCode, 0) << qPrintable(json.err);
+    QJsonParseError error{};
+    QJsonDocument::fromJson(json.out.toUtf8(), &error);
+    EXPECT_EQ(error.error, QJsonParseError::NoError) << qPrintable(json.out);
+    EXPECT_TRUE(json.err.contains(QStringLiteral("1 fichier envoyé à la Corbeille")));
+    EXPECT_FALSE(QFile::exists(QDir(root).filePath(QStringLiteral("b/rapport.pdf"))));
+    writeFile(QDir(root).filePath(QStringLiteral("b/rapport.pdf")), QByteArray(9000, 'r'));
+
     const CliRun trashed = runCli({QStringLiteral("duplicates"), root, QStringLiteral("--similar"),
                                    QStringLiteral("--trash"), QStringLiteral("--yes")});
     EXPECT_EQ(trashed.exitCode, 0) << qPrintable(trashed.err);
@@ -136,7 +147,9 @@ TEST(DuplicatesCommand, TheTrashTakesOnlyExtraCopiesAndOnlyWhenConfirmed)
     // The command's trash, outside the test mode of this process's standard paths.
     const QString trash = qEnvironmentVariable("XDG_DATA_HOME", QDir::home().filePath(QStringLiteral(".local/share"))) +
                           QStringLiteral("/Trash");
+    // Both trips left their file and record there, the second under a free name.
     EXPECT_TRUE(QFile::exists(trash + QStringLiteral("/files/rapport.pdf")));
     EXPECT_TRUE(QFile::exists(trash + QStringLiteral("/info/rapport.pdf.trashinfo")));
+    EXPECT_EQ(QDir(trash + QStringLiteral("/info")).entryList(QDir::Files).size(), 2);
     QDir(root).removeRecursively();
 }

@@ -1,6 +1,7 @@
 #include "engines/duplicates/DuplicateScanner.h"
 
 #include "engines/duplicates/SameContents.h"
+#include "engines/duplicates/TwoCores.h"
 #include "ground/BundleFolders.h"
 #include "ground/DirectoryListing.h"
 #include "ground/FileScan.h"
@@ -14,7 +15,10 @@
 
 #include <openssl/evp.h>
 
+#include <sys/resource.h>
+
 #include <algorithm>
+#include <array>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -26,13 +30,6 @@ namespace {
 
 constexpr qint64 readBlock = qint64(4) * 1024 * 1024;
 constexpr qint64 edgeBytes = 4096;
-// Files of one set compared side by side, each open at once; larger sets are hashed file by file.
-constexpr qsizetype maxFilesCompared = 256;
-
-bool cancelled(const std::atomic<bool>* cancel)
-{
-    return cancel && cancel->load(std::memory_order_relaxed);
-}
 
 struct DigestDeleter
 {
@@ -53,43 +50,35 @@ bool feed(const FileReader& file, EVP_MD_CTX* context, qint64 offset, qint64 len
     return true;
 }
 
-// The first and last 4 KiB (the whole file when it is smaller): files that differ there need not be
-// read through. Empty when the file cannot be read.
-QByteArray edges(const QString& path, qint64 size)
+// A digest of the first and last 4 KiB (of the whole file when it is smaller): files that differ
+// there need not be read through. Kept as a number, not as bytes, so that a million files cost
+// megabytes; files with equal digests are compared byte for byte afterwards. Nothing when the file
+// cannot be read.
+std::optional<size_t> edges(const QString& path, qint64 size)
 {
     const FileReader file(path);
     if (!file.isOpen())
-        return {};
-    if (size <= 2 * edgeBytes) {
-        QByteArray all(size, Qt::Uninitialized);
-        return file.readAt(0, all.data(), size) ? all : QByteArray();
-    }
-    QByteArray both(2 * edgeBytes, Qt::Uninitialized);
-    if (!file.readAt(0, both.data(), edgeBytes) || !file.readAt(size - edgeBytes, both.data() + edgeBytes, edgeBytes))
-        return {};
-    return both;
+        return std::nullopt;
+    std::array<char, 2 * edgeBytes> bytes{};
+    const qint64 length = std::min(size, qint64(bytes.size()));
+    const qint64 head = std::min(size, edgeBytes);
+    if (!file.readAt(0, bytes.data(), head) ||
+        (length > head && !file.readAt(size - (length - head), bytes.data() + head, length - head)))
+        return std::nullopt;
+    return qHashBits(bytes.data(), size_t(length));
 }
 
-QString sha256Hex(QByteArrayView bytes)
+// How many files of one set are compared side by side, each held open: two sets go at a time, and
+// the rest of the application keeps its own files open. Larger sets are hashed file by file.
+qsizetype filesComparedAtOnce()
 {
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned int length = 0;
-    if (EVP_Digest(bytes.data(), size_t(bytes.size()), digest, &length, EVP_sha256(), nullptr) != 1)
-        return {};
-    return QString::fromLatin1(QByteArray(reinterpret_cast<const char*>(digest), int(length)).toHex());
-}
-
-// Runs `work(i)` for every i below `count`, on this thread and one more, until cancelled.
-void onTwoCores(size_t count, const std::atomic<bool>* cancel, const std::function<void(size_t)>& work)
-{
-    std::atomic<size_t> next{0};
-    const auto worker = [&] {
-        for (size_t i = next++; i < count && !cancelled(cancel); i = next++)
-            work(i);
-    };
-    std::thread helper(worker);
-    worker();
-    helper.join();
+    static const qsizetype limit = [] {
+        rlimit limits{};
+        if (::getrlimit(RLIMIT_NOFILE, &limits) != 0 || limits.rlim_cur == RLIM_INFINITY)
+            return qsizetype(256);
+        return std::clamp<qsizetype>(qsizetype(limits.rlim_cur / 8), 2, 256);
+    }();
+    return limit;
 }
 
 void walk(const QString& folder, DupListing& listing, QSet<QPair<quint64, quint64>>& seen,
@@ -107,7 +96,7 @@ void walk(const QString& folder, DupListing& listing, QSet<QPair<quint64, quint6
             return;
         if (name.startsWith(u'.'))
             continue;
-        const QString path = QDir(folder).filePath(name);
+        const QString path = folder.endsWith(u'/') ? QString(folder + name) : QString(folder + u'/' + name);
         const std::optional<EntryStatus> status = entryStatus(path);
         if (!status) {
             ++listing.unreadable;
@@ -181,21 +170,21 @@ QList<QList<DupFile>> DuplicateScanner::exactGroups(const QList<DupFile>& files,
             shared.insert(shared.end(), it.value().cbegin(), it.value().cend());
     }
     std::sort(shared.begin(), shared.end());
-    std::vector<QByteArray> keys(size_t(files.size()));
+    std::vector<std::optional<size_t>> keys(size_t(files.size()));
     onTwoCores(shared.size(), cancel, [&](size_t i) {
         const DupFile& file = files[shared[i]];
         keys[size_t(shared[i])] = edges(file.path, file.size);
-        if (keys[size_t(shared[i])].isEmpty())
+        if (!keys[size_t(shared[i])])
             ++failures;
     });
     if (cancelled(cancel))
         return {};
 
     // Sets of files with one size and the same edges, in the listing's order.
-    QHash<QPair<qint64, QByteArray>, QList<qsizetype>> byEdges;
+    QHash<QPair<qint64, size_t>, QList<qsizetype>> byEdges;
     for (qsizetype index : shared) {
-        if (!keys[size_t(index)].isEmpty())
-            byEdges[{files[index].size, keys[size_t(index)]}].append(index);
+        if (keys[size_t(index)])
+            byEdges[{files[index].size, *keys[size_t(index)]}].append(index);
     }
     QList<QList<qsizetype>> candidates;
     for (const QList<qsizetype>& same : std::as_const(byEdges)) {
@@ -208,23 +197,30 @@ QList<QList<DupFile>> DuplicateScanner::exactGroups(const QList<DupFile>& files,
     for (const QList<qsizetype>& candidate : std::as_const(candidates))
         total += candidate.size();
 
-    // Each set split by its bytes, two sets at a time, each class hashed as it is read. A file whose
-    // edges are all of it needs no second look.
+    // Each set split by its bytes, two sets at a time, each class hashed as it is read.
     std::vector<QList<QPair<QString, QList<qsizetype>>>> found(size_t(candidates.size()));
     std::atomic<qint64> done{0};
     std::mutex reporting;
+    const auto advance = [&](qint64 count) {
+        const qint64 finished = done += count;
+        if (progress) {
+            const std::lock_guard guard(reporting);
+            progress(finished, total);
+        }
+    };
     onTwoCores(size_t(candidates.size()), cancel, [&](size_t c) {
         const QList<qsizetype>& candidate = candidates[qsizetype(c)];
         const qint64 size = files[candidate.constFirst()].size;
         int failed = 0;
-        if (size <= 2 * edgeBytes) {
-            found[c].append({sha256Hex(keys[size_t(candidate.constFirst())]), candidate});
-        } else if (candidate.size() > maxFilesCompared) {
+        if (candidate.size() > filesComparedAtOnce()) {
             // Too many to hold open side by side: each hashed on its own.
             QHash<QString, QList<qsizetype>> byPrint;
             QStringList order;
             for (qsizetype index : candidate) {
+                if (cancelled(cancel))
+                    return;
                 const std::optional<QString> print = fingerprint(files[index].path, size);
+                advance(1);
                 if (!print) {
                     ++failed;
                     continue;
@@ -247,13 +243,9 @@ QList<QList<DupFile>> DuplicateScanner::exactGroups(const QList<DupFile>& files,
                     members.append(candidate[position]);
                 found[c].append({same.fingerprint, members});
             }
+            advance(candidate.size());
         }
         failures += failed;
-        const qint64 finished = done += candidate.size();
-        if (progress) {
-            const std::lock_guard guard(reporting);
-            progress(finished, total);
-        }
     });
     if (cancelled(cancel))
         return {};
@@ -294,7 +286,6 @@ DupScan DuplicateScanner::scan(const QString& folder, bool withSimilar, const Sc
         return result;
 
     const double exactEnd = withSimilar ? photoPhaseStart : 1.0;
-    report(L("Comparaison exacte : %@ sur %@", count(0), count(0)), 0);
     result.exact = exactGroups(
         listing.files,
         [&](qint64 done, qint64 total) {

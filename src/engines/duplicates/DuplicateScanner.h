@@ -61,6 +61,7 @@ struct DupTrashReport
     QStringList changed;     ///< changed or gone since the scan: left where they are
     QStringList failed;      ///< the trash refused them: left where they are
     QStringList keptMissing; ///< kept files gone or changed: their groups trashed nothing
+    QStringList differing;   ///< large files alike in their samples, not in full: left where they are
 };
 
 /// What a listing met besides the files it kept.
@@ -159,12 +160,13 @@ public:
                                                const std::atomic<bool>* cancel = nullptr);
 
     /// Whether a file is still what the scan saw: same size and modification time, and for identical
-    /// files the same fingerprint.
-    static bool isUnchanged(const DupFile& file);
+    /// files the same fingerprint (an identical file without one is never taken as unchanged).
+    static bool isUnchanged(const DupFile& file, DupGroup::Kind kind);
 
     /// Sends the marked files of each group to the trash, after checking that the group still keeps an
-    /// unchanged file and that each marked file is unchanged: nothing that changed since the scan goes,
-    /// and nothing is ever deleted. A group cannot lose every member.
+    /// unchanged file and that each marked file is unchanged; a marked file of an identical group too
+    /// large to be hashed whole is first compared in full with the kept one. Nothing that changed
+    /// since the scan goes, a group never loses every member, and nothing is ever deleted.
     static DupTrashReport moveMarkedToTrash(const QList<DupGroup>& groups, Trash& trash, const Progress& progress = {},
                                             const std::atomic<bool>* cancel = nullptr);
 };

@@ -7,6 +7,7 @@
 #include "platform/Trash.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace nuvrel {
 
@@ -20,13 +21,41 @@ qint64 DupGroup::recoverable() const
     return total;
 }
 
-bool DuplicateScanner::isUnchanged(const DupFile& file)
+bool DuplicateScanner::isUnchanged(const DupFile& file, DupGroup::Kind kind)
 {
     const std::optional<EntryStatus> now = entryStatus(file.path);
     if (!now || now->type != EntryStatus::Type::File || now->size != file.size || now->modified != file.modified)
         return false;
-    return file.fingerprint.isEmpty() || fingerprint(file.path, file.size) == file.fingerprint;
+    if (kind == DupGroup::Kind::Similar)
+        return true;
+    return !file.fingerprint.isEmpty() && fingerprint(file.path, file.size) == file.fingerprint;
 }
+
+namespace {
+
+// Whether two files of one size hold the same bytes, all of them: above the hashing limit a scan only
+// compared samples, and a disk image or a database file can agree there and differ elsewhere.
+bool sameBytes(const QString& a, const QString& b, qint64 size, const std::atomic<bool>* cancel)
+{
+    constexpr qint64 block = qint64(4) * 1024 * 1024;
+    const FileReader first(a);
+    const FileReader second(b);
+    if (!first.isOpen() || !second.isOpen())
+        return false;
+    QByteArray one(block, Qt::Uninitialized);
+    QByteArray two(block, Qt::Uninitialized);
+    for (qint64 offset = 0; offset < size; offset += block) {
+        if (cancel && cancel->load(std::memory_order_relaxed))
+            return false;
+        const qint64 length = std::min(block, size - offset);
+        if (!first.readAt(offset, one.data(), length) || !second.readAt(offset, two.data(), length) ||
+            std::memcmp(one.constData(), two.constData(), size_t(length)) != 0)
+            return false;
+    }
+    return true;
+}
+
+} // namespace
 
 DupTrashReport DuplicateScanner::moveMarkedToTrash(const QList<DupGroup>& groups, Trash& trash,
                                                    const Progress& progress, const std::atomic<bool>* cancel)
@@ -46,9 +75,9 @@ DupTrashReport DuplicateScanner::moveMarkedToTrash(const QList<DupGroup>& groups
         if (marked.isEmpty())
             continue;
         // The group must still hold one good copy once the marked ones are gone.
-        const bool keepsOne =
-            std::any_of(kept.cbegin(), kept.cend(), [](const DupItem* item) { return isUnchanged(item->file); });
-        if (!keepsOne) {
+        const auto keeper = std::find_if(kept.cbegin(), kept.cend(),
+                                         [&group](const DupItem* item) { return isUnchanged(item->file, group.kind); });
+        if (keeper == kept.cend()) {
             report.keptMissing.append(kept.isEmpty() ? group.items.constFirst().file.path
                                                      : kept.constFirst()->file.path);
             done += marked.size();
@@ -59,13 +88,22 @@ DupTrashReport DuplicateScanner::moveMarkedToTrash(const QList<DupGroup>& groups
         for (const DupItem* item : std::as_const(marked)) {
             if (cancel && cancel->load(std::memory_order_relaxed))
                 return report;
-            if (!isUnchanged(item->file))
-                report.changed.append(item->file.path);
-            else if (trash.moveToTrash(item->file.path)) {
-                report.trashed.append(item->file.path);
-                report.freed += item->file.size;
+            const DupFile& file = item->file;
+            const bool unchanged = isUnchanged(file, group.kind);
+            const bool sampledOnly = group.kind == DupGroup::Kind::Identical && file.size > wholeHashLimit;
+            const bool alike =
+                !unchanged || !sampledOnly || sameBytes(file.path, (*keeper)->file.path, file.size, cancel);
+            if (cancel && cancel->load(std::memory_order_relaxed))
+                return report;
+            if (!unchanged)
+                report.changed.append(file.path);
+            else if (!alike)
+                report.differing.append(file.path);
+            else if (trash.moveToTrash(file.path)) {
+                report.trashed.append(file.path);
+                report.freed += file.size;
             } else {
-                report.failed.append(item->file.path);
+                report.failed.append(file.path);
             }
             if (progress)
                 progress(++done, total);

@@ -91,8 +91,10 @@ QList<SameContent> sameContents(const QList<QString>& paths, qint64 size, int& f
     // first member's bytes as they come, in the fingerprint's order, so no file is read twice.
     std::vector<Class> classes(1);
     classes[0].digest.reset(EVP_MD_CTX_new());
-    if (!classes[0].digest || EVP_DigestInit_ex(classes[0].digest.get(), EVP_sha256(), nullptr) != 1)
+    if (!classes[0].digest || EVP_DigestInit_ex(classes[0].digest.get(), EVP_sha256(), nullptr) != 1) {
+        failures += int(members.size()); // out of memory: told, not lost in silence
         return {};
+    }
     for (size_t m = 0; m < members.size(); ++m)
         classes[0].members.push_back(m);
     for (const Region& region : comparedRegions(size)) {
@@ -130,8 +132,10 @@ QList<SameContent> sameContents(const QList<QString>& paths, qint64 size, int& f
                     }
                     Class next;
                     next.digest = part == std::prev(lastKept.base()) ? std::move(same.digest) : copyOf(same.digest);
-                    if (!next.digest)
+                    if (!next.digest) {
+                        failures += int(members.size());
                         return {};
+                    }
                     next.members = std::move(*part);
                     const QByteArray& bytes = members[next.members.front()].buffer;
                     EVP_DigestUpdate(next.digest.get(), bytes.constData(), size_t(length));

@@ -2,6 +2,7 @@
 // into groups.
 
 #include "engines/duplicates/DuplicateScanner.h"
+#include "engines/duplicates/TwoCores.h"
 
 #include "media/PhotoEncoder.h"
 #include "media/PhotoFile.h"
@@ -13,7 +14,6 @@
 #include <bit>
 #include <mutex>
 #include <numeric>
-#include <thread>
 
 namespace nuvrel {
 
@@ -36,11 +36,6 @@ static_assert(hashBlocks.size() > DuplicateScanner::similarDistance);
 quint64 blockValue(quint64 hash, const HashBlock& block)
 {
     return (hash >> block.shift) & ((quint64(1) << block.width) - 1);
-}
-
-bool cancelled(const std::atomic<bool>* cancel)
-{
-    return cancel && cancel->load(std::memory_order_relaxed);
 }
 
 class UnionFind
@@ -141,8 +136,10 @@ QList<QList<qsizetype>> DuplicateScanner::linkSimilar(const std::vector<PhotoPri
             size_t end = start + 1;
             while (end < keyed.size() && keyed[end].first == keyed[start].first)
                 ++end;
-            for (size_t i = start; i < end; ++i) {
+            for (size_t i = start; i < end && !cancelled(cancel); ++i) {
                 for (size_t j = i + 1; j < end; ++j) {
+                    if (groups.root(keyed[i].second) == groups.root(keyed[j].second))
+                        continue; // linked already
                     const PhotoPrint& a = photos[keyed[i].second];
                     const PhotoPrint& c = photos[keyed[j].second];
                     // A pair that agrees on an earlier block was weighed there.
@@ -157,6 +154,9 @@ QList<QList<qsizetype>> DuplicateScanner::linkSimilar(const std::vector<PhotoPri
             start = end;
         }
     }
+
+    if (cancelled(cancel))
+        return {};
 
     // The root of each set is its smallest index, so sets come out in the order of their first.
     std::vector<size_t> sizes(photos.size(), 0);
@@ -182,41 +182,30 @@ QList<QList<DupFile>> DuplicateScanner::similarGroups(const QList<DupFile>& file
 {
     std::vector<PhotoPrint> prints(size_t(files.size()));
     std::vector<char> hashed(size_t(files.size()), 0); // one byte each: written from two threads
-    std::atomic<qsizetype> next{0};
     std::atomic<qint64> done{0};
     std::mutex reporting;
-    const auto worker = [&] {
-        for (;;) {
-            if (cancelled(cancel))
-                return;
-            const qsizetype i = next++;
-            if (i >= files.size())
-                return;
-            const DupFile& file = files[i];
-            PhotoFile photo(file.path);
-            const QImage image = photo.decode(hashThumbnailSide);
-            if (!image.isNull()) {
-                PhotoPrint& print = prints[size_t(i)];
-                print.hash = dHash(image);
-                // The moment the picture was taken survives copies; the file's birth does not.
-                const PhotoMetadata metadata = photo.format() == PhotoFile::Format::Heif
-                                                   ? PhotoMetadata::fromHeif(photo.heifExif(), {})
-                                                   : PhotoMetadata::fromFile(file.path);
-                print.taken = metadata.takenAt();
-                if (!print.taken.isValid())
-                    print.taken = file.created;
-                hashed[size_t(i)] = 1;
-            }
-            const qint64 finished = ++done;
-            if (progress) {
-                const std::lock_guard guard(reporting);
-                progress(finished, files.size());
-            }
+    onTwoCores(size_t(files.size()), cancel, [&](size_t i) {
+        const DupFile& file = files[qsizetype(i)];
+        PhotoFile photo(file.path);
+        const QImage image = photo.decode(hashThumbnailSide);
+        if (!image.isNull()) {
+            PhotoPrint& print = prints[i];
+            print.hash = dHash(image);
+            // The moment the picture was taken survives copies; the file's birth does not.
+            const PhotoMetadata metadata = photo.format() == PhotoFile::Format::Heif
+                                               ? PhotoMetadata::fromHeif(photo.heifExif(), {})
+                                               : PhotoMetadata::fromFile(file.path);
+            print.taken = metadata.takenAt();
+            if (!print.taken.isValid())
+                print.taken = file.created;
+            hashed[i] = 1;
         }
-    };
-    std::thread helper(worker);
-    worker();
-    helper.join();
+        const qint64 finished = ++done;
+        if (progress) {
+            const std::lock_guard guard(reporting);
+            progress(finished, files.size());
+        }
+    });
     if (cancelled(cancel))
         return {};
 

@@ -87,6 +87,7 @@ void DuplicatesModel::setFolder(const QString& folder)
     // The groups of another folder mean nothing here.
     m_identical.clear();
     m_similar.clear();
+    m_imageQueue.clear();
     m_scanned = false;
     setNotice({});
     Q_EMIT folderChanged();
@@ -197,6 +198,7 @@ void DuplicatesModel::scan()
     }
     m_identical.clear();
     m_similar.clear();
+    m_imageQueue.clear(); // pictures of the last groups, no longer shown
     m_scanned = false;
     m_stopRequested = false;
     setNotice({});
@@ -233,9 +235,9 @@ void DuplicatesModel::scan()
             m_skippedBundles = found.skippedBundles;
             m_unreadable = found.unreadable;
             m_scanned = true;
-            setProgress({}, 1);
             Q_EMIT groupsChanged();
             Q_EMIT marksChanged();
+            setProgress({}, 1);
         });
     Q_EMIT busyChanged();
 }
@@ -292,9 +294,9 @@ void DuplicatesModel::applyTrashReport(const DupTrashReport& report)
     const QSet<QString> trashed(report.trashed.cbegin(), report.trashed.cend());
     removeTrashed(m_identical, trashed);
     removeTrashed(m_similar, trashed);
-    setProgress({}, 0);
     Q_EMIT groupsChanged();
     Q_EMIT marksChanged();
+    setProgress({}, 0);
 
     setNotice([report] {
         QStringList lines;
@@ -314,6 +316,10 @@ void DuplicatesModel::applyTrashReport(const DupTrashReport& report)
         if (!report.keptMissing.isEmpty())
             lines.append(LN("%@ groupe(s) dont le fichier gardé a changé ou disparu : rien n'y a été touché (%@).",
                             report.keptMissing.size(), count(report.keptMissing.size()), names(report.keptMissing)));
+        if (!report.differing.isEmpty())
+            lines.append(
+                LN("%@ grand(s) fichier(s) pas tout à fait identique(s) au fichier gardé, laissé(s) en place : %@",
+                   report.differing.size(), count(report.differing.size()), names(report.differing)));
         if (!report.failed.isEmpty())
             lines.append(LN("%@ fichier(s) n'ont pas pu être mis à la Corbeille : %@", report.failed.size(),
                             count(report.failed.size()), names(report.failed)));
@@ -361,9 +367,13 @@ void DuplicatesModel::takeNextImage()
     m_imageWorkerBusy = true;
     Job::pool().start([self = QPointer<DuplicatesModel>(this), path, side] {
         QImage image;
-        if (!Job::quittingFlag()->load(std::memory_order_relaxed)) {
-            PhotoFile photo(path);
-            image = photo.decode(side);
+        try {
+            if (!Job::quittingFlag()->load(std::memory_order_relaxed)) {
+                PhotoFile photo(path);
+                image = photo.decode(side);
+            }
+        } catch (const std::exception&) {
+            image = QImage(); // a picture that cannot be shown, like any other
         }
         QMetaObject::invokeMethod(
             qApp,
@@ -371,11 +381,10 @@ void DuplicatesModel::takeNextImage()
                 if (!self)
                     return;
                 self->m_imageWorkerBusy = false;
-                if (!image.isNull()) {
+                if (!image.isNull())
                     self->m_images.insert({path, side}, new QImage(image),
                                           int(std::max<qsizetype>(1, image.sizeInBytes() / 1024)));
-                    Q_EMIT self->imageReady(path, side, image);
-                }
+                Q_EMIT self->imageReady(path, side, image);
                 self->takeNextImage();
             },
             Qt::QueuedConnection);

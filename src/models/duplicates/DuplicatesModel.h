@@ -80,7 +80,8 @@ public:
     Q_INVOKABLE void reveal(const QString& path);
 
     /// Asks for a picture of a photo, its long side at most `side`: imageReady() brings it, off the GUI
-    /// thread's time. Pictures already made come back at once.
+    /// thread's time, or a null image when the photo cannot be shown. Pictures already made come back
+    /// at once.
     Q_INVOKABLE void requestImage(const QString& path, int side);
     QImage cachedImage(const QString& path, int side) const;
 

@@ -164,3 +164,48 @@ TEST(DuplicateTrash, AGroupNeverLosesItsLastFileAndARefusalLeavesTheFile)
     EXPECT_EQ(keptChanged.keptMissing, QStringList{found[0][0].path});
     EXPECT_TRUE(fakes.trash.trashed.isEmpty());
 }
+
+TEST(DuplicateTrash, LargeFilesAlikeOnlyInTheirSamplesStayAndAFileWithoutFingerprintIsNeverTakenAsIdentical)
+{
+    // Over the hashing limit, a scan groups files by three samples: a disk image zeroed at the start,
+    // the middle and the end groups with one that differs elsewhere. Sparse: no disk is spent.
+    QTemporaryDir root;
+    constexpr qint64 size = 320'000'001;
+    const auto sparse = [&root](const char* name, char mark) {
+        QFile file(root.filePath(QString::fromUtf8(name)));
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.resize(size));
+        if (mark != 0) {
+            file.seek(100'000'000);
+            file.write(&mark, 1);
+        }
+        return file.fileName();
+    };
+    const QString kept = sparse("disque.img", 0);
+    const QString copy = sparse("disque copie.img", 0);
+    const QString other = sparse("autre disque.img", 'x');
+    const QList<QList<DupFile>> found = DuplicateScanner::exactGroups(DuplicateScanner::listFiles(root.path()).files);
+    ASSERT_EQ(found.size(), 1);
+    ASSERT_EQ(found[0].size(), 3);
+
+    QList<DupGroup> groups = ticked(found, DupGroup::Kind::Identical);
+    for (DupItem& item : groups[0].items)
+        item.marked = item.file.path != kept;
+    FakeServices fakes;
+    const DupTrashReport report = DuplicateScanner::moveMarkedToTrash(groups, fakes.trash);
+    EXPECT_EQ(report.trashed, QStringList{copy});
+    EXPECT_EQ(report.differing, QStringList{other});
+    EXPECT_TRUE(QFile::exists(other));
+    EXPECT_TRUE(QFile::exists(kept));
+
+    // An identical file whose fingerprint was lost is not known to be the same: it stays.
+    writeFile(root.filePath(QStringLiteral("a.txt")), "pareil");
+    writeFile(root.filePath(QStringLiteral("b.txt")), "pareil");
+    QList<DupGroup> small = ticked(DuplicateScanner::exactGroups(DuplicateScanner::listFiles(root.path()).files),
+                                   DupGroup::Kind::Identical);
+    small.removeIf([](const DupGroup& group) { return group.items[0].file.size != 6; });
+    ASSERT_EQ(small.size(), 1);
+    small[0].items[1].file.fingerprint.clear();
+    EXPECT_FALSE(DuplicateScanner::isUnchanged(small[0].items[1].file, DupGroup::Kind::Identical));
+    EXPECT_TRUE(DuplicateScanner::isUnchanged(small[0].items[1].file, DupGroup::Kind::Similar));
+    EXPECT_EQ(DuplicateScanner::moveMarkedToTrash(small, fakes.trash).changed.size(), 1);
+}

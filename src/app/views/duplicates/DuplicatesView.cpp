@@ -16,6 +16,7 @@
 #include <QMessageBox>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QResizeEvent>
 #include <QScrollArea>
 #include <QStyle>
 #include <QVBoxLayout>
@@ -75,7 +76,7 @@ SimilarPreview::SimilarPreview(DuplicatesModel& model, const DupGroup& group, QW
         column->addWidget(pane->picture, 1);
         column->addWidget(pane->details);
         panes->addLayout(column, 1);
-        connect(pane->choice, &QComboBox::currentIndexChanged, this, [this, pane] { show(*pane); });
+        connect(pane->choice, &QComboBox::currentIndexChanged, this, [this, pane] { showChoice(*pane); });
     }
     m_right.choice->setCurrentIndex(std::min<int>(1, int(m_group.items.size()) - 1));
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close, this);
@@ -89,26 +90,45 @@ SimilarPreview::SimilarPreview(DuplicatesModel& model, const DupGroup& group, QW
             return;
         for (Pane* pane : {&m_left, &m_right}) {
             const int index = pane->choice->currentIndex();
-            if (index >= 0 && m_group.items[index].file.path == path)
-                pane->picture->setPixmap(QPixmap::fromImage(image.scaled(
-                    pane->picture->size().boundedTo(image.size()), Qt::KeepAspectRatio, Qt::SmoothTransformation)));
+            if (index < 0 || m_group.items[index].file.path != path)
+                continue;
+            pane->image = image;
+            if (image.isNull())
+                pane->picture->setText(L("Aperçu impossible"));
+            fit(*pane);
         }
     });
-    show(m_left);
-    show(m_right);
+    showChoice(m_left);
+    showChoice(m_right);
     resize(side * 2 + 60, side + 120);
 }
 
-void SimilarPreview::show(Pane& pane)
+void SimilarPreview::showChoice(Pane& pane)
 {
     const int index = pane.choice->currentIndex();
     if (index < 0)
         return;
     const DupFile& file = m_group.items[index].file;
     pane.details->setText(folderOf(file.path) + u'\n' + sizeAndDate(file));
+    pane.image = QImage();
     pane.picture->setPixmap({});
     pane.picture->setText(L("Chargement…"));
     m_model.requestImage(file.path, side);
+}
+
+void SimilarPreview::fit(Pane& pane)
+{
+    if (pane.image.isNull())
+        return;
+    pane.picture->setPixmap(QPixmap::fromImage(pane.image.scaled(pane.picture->size().boundedTo(pane.image.size()),
+                                                                 Qt::KeepAspectRatio, Qt::SmoothTransformation)));
+}
+
+void SimilarPreview::resizeEvent(QResizeEvent* event)
+{
+    QDialog::resizeEvent(event);
+    fit(m_left);
+    fit(m_right);
 }
 
 DuplicatesView::DuplicatesView(DuplicatesModel& model, QWidget* parent)
@@ -201,7 +221,7 @@ DuplicatesView::DuplicatesView(DuplicatesModel& model, QWidget* parent)
     connect(m_similar.more, &QPushButton::clicked, this, [this] { showMore(DupGroup::Kind::Similar); });
     connect(&m_model, &DuplicatesModel::folderChanged, this, &DuplicatesView::render);
     connect(&m_model, &DuplicatesModel::busyChanged, this, &DuplicatesView::render);
-    connect(&m_model, &DuplicatesModel::progressChanged, this, &DuplicatesView::render);
+    connect(&m_model, &DuplicatesModel::progressChanged, this, &DuplicatesView::renderProgress);
     connect(&m_model, &DuplicatesModel::marksChanged, this, &DuplicatesView::render);
     connect(&m_model, &DuplicatesModel::noticeChanged, this, &DuplicatesView::render);
     connect(&m_model, &DuplicatesModel::groupsChanged, this, &DuplicatesView::rebuildGroups);
@@ -226,6 +246,15 @@ void DuplicatesView::retranslate()
     rebuildGroups();
 }
 
+void DuplicatesView::renderProgress()
+{
+    const bool busy = m_model.scanning() || m_model.trashing();
+    m_progress->setVisible(busy);
+    m_progress->setValue(int(m_model.progress() * 1000));
+    m_progressText->setVisible(busy && !m_model.progressText().isEmpty());
+    m_progressText->setText(m_model.progressText());
+}
+
 void DuplicatesView::render()
 {
     const QString folder = m_model.folder();
@@ -237,10 +266,7 @@ void DuplicatesView::render()
     m_scan->setEnabled(!folder.isEmpty());
     m_stop->setVisible(busy);
     m_stop->setEnabled(!m_model.stopping());
-    m_progress->setVisible(busy);
-    m_progress->setValue(int(m_model.progress() * 1000));
-    m_progressText->setVisible(busy && !m_model.progressText().isEmpty());
-    m_progressText->setText(m_model.progressText());
+    renderProgress();
 
     m_summary->setText(m_model.summary());
     m_summary->setVisible(m_model.scanned());
@@ -254,14 +280,16 @@ void DuplicatesView::render()
     m_notice->setText(notice);
     m_notice->setVisible(!notice.isEmpty());
 
-    // The ticks as the model holds them: a refused tick springs back.
+    // The ticks as the model holds them (a refused tick springs back), and "à garder" on what stays:
+    // the oldest while nothing is ticked, else every file left unticked.
     for (auto it = m_checks.cbegin(); it != m_checks.cend(); ++it) {
         const auto kind = DupGroup::Kind(it.key().first);
         const auto [group, item] = it.key().second;
         const QList<DupGroup>& groups = m_model.groups(kind);
         if (group >= groups.size() || item >= groups[group].items.size())
             continue;
-        const bool marked = groups[group].items[item].marked;
+        const QList<DupItem>& items = groups[group].items;
+        const bool marked = items[item].marked;
         if (it.value()->isChecked() != marked) {
             const QSignalBlocker blocker(it.value());
             it.value()->setChecked(marked);
@@ -269,12 +297,17 @@ void DuplicatesView::render()
         it.value()->setEnabled(!busy);
         if (QWidget* tile = it.value()->parentWidget(); tile->property("marked").toBool() != marked)
             setMarkedLook(tile, marked);
+        const bool anyMarked =
+            std::any_of(items.cbegin(), items.cend(), [](const DupItem& each) { return each.marked; });
+        if (QLabel* keep = m_keepBadges.value(it.key()))
+            keep->setVisible(anyMarked ? !marked : item == 0);
     }
 }
 
 void DuplicatesView::rebuildGroups()
 {
     m_checks.clear();
+    m_keepBadges.clear();
     m_pictures.clear();
     for (Section* part : {&m_identical, &m_similar}) {
         while (QLayoutItem* item = part->layout->takeAt(0)) {
@@ -283,12 +316,18 @@ void DuplicatesView::rebuildGroups()
         }
         part->shown = 0;
     }
-    showMore(DupGroup::Kind::Identical);
-    showMore(DupGroup::Kind::Similar);
+    appendCards(DupGroup::Kind::Identical);
+    appendCards(DupGroup::Kind::Similar);
     render();
 }
 
 void DuplicatesView::showMore(DupGroup::Kind kind)
+{
+    appendCards(kind);
+    render();
+}
+
+void DuplicatesView::appendCards(DupGroup::Kind kind)
 {
     Section& part = section(kind);
     const QList<DupGroup>& groups = m_model.groups(kind);
@@ -302,7 +341,6 @@ void DuplicatesView::showMore(DupGroup::Kind kind)
     part.more->setVisible(rest > 0);
     part.more->setText(LN("Afficher %@ groupe(s) de plus", std::min(rest, groupsPerPage),
                           Localizer::locale().toString(std::min(rest, groupsPerPage))));
-    render();
 }
 
 QWidget* DuplicatesView::makeCard(DupGroup::Kind kind, int index)
@@ -375,13 +413,11 @@ QWidget* DuplicatesView::makeTile(DupGroup::Kind kind, int group, int item, QWid
     check->setAccessibleDescription(L("À mettre à la Corbeille"));
     layout->addWidget(check);
     m_checks.insert({int(kind), {group, item}}, check);
-    if (item == 0) {
-        auto* keep = new QLabel(L("à garder"), tile);
-        keep->setObjectName(QStringLiteral("keepBadge"));
-        keep->setVisible(!entry.marked);
-        layout->addWidget(keep, 0, Qt::AlignLeft);
-        connect(check, &QCheckBox::toggled, keep, [keep](bool marked) { keep->setVisible(!marked); });
-    }
+    auto* keep = new QLabel(L("à garder"), tile);
+    keep->setObjectName(QStringLiteral("keepBadge"));
+    keep->setVisible(false); // render() says which files stay
+    layout->addWidget(keep, 0, Qt::AlignLeft);
+    m_keepBadges.insert({int(kind), {group, item}}, keep);
     auto* folder = mutedLabel(folderOf(file.path), tile);
     folder->setWordWrap(true);
     folder->setToolTip(folderOf(file.path));
@@ -411,6 +447,8 @@ QWidget* DuplicatesView::makeTile(DupGroup::Kind kind, int group, int item, QWid
 
 void DuplicatesView::setPicture(const QString& path, const QImage& image)
 {
+    if (image.isNull())
+        return; // the tile keeps its empty frame
     for (QLabel* picture : m_pictures.values(path)) {
         picture->setPixmap(QPixmap::fromImage(
             image.scaled(QSize(pictureWidth, pictureHeight), Qt::KeepAspectRatio, Qt::SmoothTransformation)));

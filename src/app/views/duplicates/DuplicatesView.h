@@ -34,9 +34,15 @@ private:
         QComboBox* choice;
         QLabel* picture;
         QLabel* details;
+        QImage image; ///< as decoded, scaled to the label at each resize
     };
-    void show(Pane& pane);
+    void showChoice(Pane& pane);
+    void fit(Pane& pane);
 
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+
+private:
     DuplicatesModel& m_model;
     DupGroup m_group;
     Pane m_left{};
@@ -87,8 +93,10 @@ private:
     void chooseFolder();
     void confirmTrash();
     void render();
+    void renderProgress();
     void rebuildGroups();
     void showMore(DupGroup::Kind kind);
+    void appendCards(DupGroup::Kind kind);
     QWidget* makeCard(DupGroup::Kind kind, int index);
     QWidget* makeTile(DupGroup::Kind kind, int group, int item, QWidget* parent);
     void setPicture(const QString& path, const QImage& image);
@@ -112,7 +120,8 @@ private:
     Section m_identical;
     Section m_similar;
     QHash<QPair<int, QPair<int, int>>, QCheckBox*> m_checks; ///< (kind, (group, item))
-    QMultiHash<QString, QLabel*> m_pictures;                 ///< thumbnails waiting for their image
+    QHash<QPair<int, QPair<int, int>>, QLabel*> m_keepBadges;
+    QMultiHash<QString, QLabel*> m_pictures; ///< thumbnails waiting for their image
 };
 
 } // namespace nuvrel
