@@ -1,0 +1,319 @@
+#include "engines/vault/VaultCrypto.h"
+
+#include "formats/crypto/AesGcm.h"
+#include "ground/FileScan.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTimeZone>
+
+#include <openssl/evp.h>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace nuvrel {
+
+namespace {
+
+using Kind = VaultFailure::Kind;
+
+// Swift's JSON dates, which older indexes hold: seconds since 1 January 2001, UTC.
+const QDateTime referenceDate(QDate(2001, 1, 1), QTime(0, 0), QTimeZone::utc());
+
+struct DigestDeleter
+{
+    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
+};
+
+class Sha256
+{
+public:
+    Sha256()
+        : m_context(EVP_MD_CTX_new())
+    {
+        if (!m_context || EVP_DigestInit_ex(m_context.get(), EVP_sha256(), nullptr) != 1)
+            throw std::bad_alloc();
+    }
+    void add(QByteArrayView bytes) { EVP_DigestUpdate(m_context.get(), bytes.data(), size_t(bytes.size())); }
+    QByteArray result()
+    {
+        QByteArray digest(EVP_MAX_MD_SIZE, Qt::Uninitialized);
+        unsigned int length = 0;
+        EVP_DigestFinal_ex(m_context.get(), reinterpret_cast<unsigned char*>(digest.data()), &length);
+        digest.truncate(int(length));
+        return digest;
+    }
+
+private:
+    std::unique_ptr<EVP_MD_CTX, DigestDeleter> m_context;
+};
+
+// A file being written: removed unless it was completed, so that a failure leaves nothing behind.
+class SealedOutput
+{
+public:
+    SealedOutput(const QString& path, mode_t mode)
+        : m_path(path)
+        , m_fd(::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode))
+    {
+        if (m_fd < 0)
+            throw VaultFailure{Kind::CannotCreate};
+    }
+    ~SealedOutput()
+    {
+        if (m_fd >= 0)
+            ::close(m_fd);
+        if (!m_done)
+            ::unlink(QFile::encodeName(m_path).constData());
+    }
+    SealedOutput(const SealedOutput&) = delete;
+    SealedOutput& operator=(const SealedOutput&) = delete;
+
+    void write(QByteArrayView bytes)
+    {
+        const char* data = bytes.data();
+        qsizetype left = bytes.size();
+        while (left > 0) {
+            const ssize_t written = ::write(m_fd, data, size_t(left));
+            if (written < 0 && errno == EINTR)
+                continue;
+            if (written <= 0)
+                throw VaultFailure{Kind::WriteFailed};
+            data += written;
+            left -= written;
+        }
+    }
+    /// On the disk, with its name, before anyone relies on it.
+    void complete()
+    {
+        if (::fsync(m_fd) != 0 || ::close(std::exchange(m_fd, -1)) != 0 ||
+            !VaultCrypto::syncFolder(QFileInfo(m_path).absolutePath()))
+            throw VaultFailure{Kind::WriteFailed};
+        m_done = true;
+    }
+
+private:
+    QString m_path;
+    int m_fd;
+    bool m_done = false;
+};
+
+void check(const std::atomic<bool>* cancel)
+{
+    if (cancel && cancel->load(std::memory_order_relaxed))
+        throw VaultFailure{Kind::Cancelled};
+}
+
+QString hex(const QByteArray& bytes)
+{
+    return QString::fromLatin1(bytes.toHex());
+}
+
+} // namespace
+
+QString VaultEntry::fileName() const
+{
+    return id.toString(QUuid::WithoutBraces).toUpper() + QStringLiteral(".nvv");
+}
+
+namespace VaultCrypto {
+
+QByteArray bigEndian(quint64 value, int count)
+{
+    QByteArray bytes(count, Qt::Uninitialized);
+    for (int i = count - 1; i >= 0; --i, value >>= 8)
+        bytes[i] = char(value & 0xFF);
+    return bytes;
+}
+
+quint64 number(QByteArrayView bytes)
+{
+    quint64 value = 0;
+    for (const char byte : bytes)
+        value = value << 8 | quint8(byte);
+    return value;
+}
+
+QByteArray encryptFile(const QString& source, const QString& destination, const QByteArray& key,
+                       const Progress& progress, const std::atomic<bool>* cancel)
+{
+    const FileReader input(source);
+    const std::optional<EntryStatus> status = input.isOpen() ? entryStatus(source) : std::nullopt;
+    if (!status)
+        throw VaultFailure{Kind::CannotRead};
+    const qint64 size = status->size;
+    const quint64 count = quint64((size + chunkSize - 1) / chunkSize);
+
+    SealedOutput output(destination, 0600);
+    output.write(QByteArrayView(magic, 4));
+    output.write(bigEndian(count, 8));
+    Sha256 digest;
+    QByteArray chunk;
+    for (quint64 i = 0; i < count; ++i) {
+        check(cancel);
+        const qint64 offset = qint64(i) * chunkSize;
+        chunk.resize(std::min(chunkSize, size - offset));
+        if (!input.readAt(offset, chunk.data(), chunk.size()))
+            throw VaultFailure{Kind::CannotRead}; // shorter than it was a moment ago
+        digest.add(chunk);
+        const QByteArray box = AesGcm::seal(key, chunk, bigEndian(i, 8));
+        if (box.isEmpty())
+            throw VaultFailure{Kind::WriteFailed};
+        output.write(bigEndian(quint64(box.size()), 4));
+        output.write(box);
+        if (progress)
+            progress(offset + chunk.size());
+    }
+    // A file that grew while it was read would lose its end with its original: refused.
+    char extra = 0;
+    if (input.readAt(size, &extra, 1))
+        throw VaultFailure{Kind::CannotRead};
+    output.complete();
+    return digest.result();
+}
+
+QByteArray decryptFile(const QString& source, const QString& destination, const QByteArray& key,
+                       const Progress& progress, const std::atomic<bool>* cancel)
+{
+    const FileReader input(source);
+    if (!input.isOpen())
+        throw VaultFailure{Kind::CannotRead};
+    qint64 offset = 0;
+    const auto read = [&](qint64 length, Kind shortKind) {
+        QByteArray bytes(length, Qt::Uninitialized);
+        if (!input.readAt(offset, bytes.data(), length))
+            throw VaultFailure{shortKind};
+        offset += length;
+        return bytes;
+    };
+    if (read(4, Kind::BadMagic) != QByteArrayView(magic, 4))
+        throw VaultFailure{Kind::BadMagic};
+    const quint64 count = number(read(8, Kind::ShortHeader));
+
+    SealedOutput output(destination, 0666);
+    Sha256 digest;
+    qint64 done = 0;
+    for (quint64 i = 0; i < count; ++i) {
+        check(cancel);
+        const quint64 length = number(read(4, Kind::ShortRead));
+        // Bounded before a byte of the box is read: at least one plaintext byte, at most a chunk.
+        if (length - quint64(AesGcm::overhead + 1) >= quint64(chunkSize))
+            throw VaultFailure{Kind::ChunkLength};
+        const std::optional<QByteArray> plain =
+            AesGcm::open(key, read(qint64(length), Kind::ShortRead), bigEndian(i, 8));
+        if (!plain)
+            throw VaultFailure{Kind::Authentication};
+        digest.add(*plain);
+        output.write(*plain);
+        done += plain->size();
+        if (progress)
+            progress(done);
+    }
+    char extra = 0;
+    if (input.readAt(offset, &extra, 1))
+        throw VaultFailure{Kind::TrailingData};
+    output.complete();
+    return digest.result();
+}
+
+QByteArray sealIndex(const QList<VaultEntry>& entries, const QByteArray& key)
+{
+    QJsonArray list;
+    for (const VaultEntry& entry : entries) {
+        QJsonObject object{{QStringLiteral("id"), entry.id.toString(QUuid::WithoutBraces).toUpper()},
+                           {QStringLiteral("name"), entry.name},
+                           {QStringLiteral("size"), entry.size},
+                           {QStringLiteral("added"), double(referenceDate.msecsTo(entry.added)) / 1000.0}};
+        if (!entry.origin.isEmpty())
+            object.insert(QStringLiteral("origin"), entry.origin);
+        // Beyond the format's own keys: what binds an encrypted file to its entry.
+        if (!entry.sha256.isEmpty())
+            object.insert(QStringLiteral("sha256"), hex(entry.sha256));
+        list.append(object);
+    }
+    return AesGcm::seal(key, QJsonDocument(list).toJson(QJsonDocument::Compact));
+}
+
+std::optional<QList<VaultEntry>> openIndex(const QByteArray& sealed, const QByteArray& key)
+{
+    const std::optional<QByteArray> json = AesGcm::open(key, sealed);
+    if (!json)
+        return std::nullopt;
+    QJsonParseError error{};
+    const QJsonDocument document = QJsonDocument::fromJson(*json, &error);
+    if (error.error != QJsonParseError::NoError || !document.isArray())
+        return std::nullopt;
+    QList<VaultEntry> entries;
+    const QJsonArray list = document.array();
+    for (const auto& value : list) {
+        const QJsonObject object = value.toObject();
+        VaultEntry entry;
+        entry.id = QUuid::fromString(object.value(QStringLiteral("id")).toString());
+        entry.name = object.value(QStringLiteral("name")).toString();
+        const QJsonValue size = object.value(QStringLiteral("size"));
+        const QJsonValue added = object.value(QStringLiteral("added"));
+        // The name is used on restore: it must be a plain name, never a path.
+        if (entry.id.isNull() || entry.name.isEmpty() || entry.name.contains(u'/') || entry.name == u"." ||
+            entry.name == u".." || !size.isDouble() || size.toDouble() < 0 || !added.isDouble())
+            return std::nullopt;
+        entry.size = size.toInteger();
+        entry.added = referenceDate.addMSecs(qint64(added.toDouble() * 1000.0));
+        entry.origin = object.value(QStringLiteral("origin")).toString();
+        const QString sha256 = object.value(QStringLiteral("sha256")).toString();
+        entry.sha256 = QByteArray::fromHex(sha256.toLatin1());
+        if (!sha256.isEmpty() && entry.sha256.size() != 32)
+            return std::nullopt;
+        entries.append(entry);
+    }
+    return entries;
+}
+
+QString uniqueName(const QString& folder, const QString& name)
+{
+    const QDir dir(folder);
+    if (!QFileInfo::exists(dir.filePath(name)) && !QFileInfo(dir.filePath(name)).isSymLink())
+        return name;
+    const qsizetype dot = name.lastIndexOf(u'.');
+    const bool hasExtension = dot > 0;
+    const QString base = hasExtension ? name.left(dot) : name;
+    const QString extension = hasExtension ? name.mid(dot) : QString();
+    for (int n = 2;; ++n) {
+        QString candidate = base + u'-' + QString::number(n) + extension;
+        if (!QFileInfo::exists(dir.filePath(candidate)) && !QFileInfo(dir.filePath(candidate)).isSymLink())
+            return candidate;
+    }
+}
+
+bool writeDurably(const QString& path, const QByteArray& data)
+{
+    try {
+        SealedOutput file(path, 0600);
+        file.write(data);
+        file.complete();
+        return true;
+    } catch (const VaultFailure&) {
+        return false;
+    }
+}
+
+bool syncFolder(const QString& folder)
+{
+    const int fd = ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    const bool synced = ::fsync(fd) == 0;
+    ::close(fd);
+    return synced;
+}
+
+} // namespace VaultCrypto
+
+} // namespace nuvrel
