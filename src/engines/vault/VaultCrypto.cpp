@@ -180,8 +180,11 @@ QByteArray encryptFile(const QString& source, const QString& destination, const 
     return digest.result();
 }
 
-QByteArray decryptFile(const QString& source, const QString& destination, const QByteArray& key,
-                       const Progress& progress, const std::atomic<bool>* cancel)
+namespace {
+
+// Every check of a decryption, in its order; each plaintext chunk goes to `sink`.
+QByteArray decryptInto(const QString& source, const QByteArray& key, const std::function<void(QByteArrayView)>& sink,
+                       const VaultCrypto::Progress& progress, const std::atomic<bool>* cancel)
 {
     const FileReader input(source);
     if (!input.isOpen())
@@ -197,8 +200,6 @@ QByteArray decryptFile(const QString& source, const QString& destination, const 
     if (read(4, Kind::BadMagic) != QByteArrayView(magic, 4))
         throw VaultFailure{Kind::BadMagic};
     const quint64 count = number(read(8, Kind::ShortHeader));
-
-    SealedOutput output(destination, 0666);
     Sha256 digest;
     qint64 done = 0;
     for (quint64 i = 0; i < count; ++i) {
@@ -212,7 +213,7 @@ QByteArray decryptFile(const QString& source, const QString& destination, const 
         if (!plain)
             throw VaultFailure{Kind::Authentication};
         digest.add(*plain);
-        output.write(*plain);
+        sink(*plain);
         done += plain->size();
         if (progress)
             progress(done);
@@ -220,8 +221,27 @@ QByteArray decryptFile(const QString& source, const QString& destination, const 
     char extra = 0;
     if (input.readAt(offset, &extra, 1))
         throw VaultFailure{Kind::TrailingData};
-    output.complete();
     return digest.result();
+}
+
+} // namespace
+
+QByteArray decryptFile(const QString& source, const QString& destination, const QByteArray& key,
+                       const Progress& progress, const std::atomic<bool>* cancel)
+{
+    SealedOutput output(destination, 0666);
+    QByteArray digest = decryptInto(
+        source, key, [&output](QByteArrayView plain) { output.write(plain); }, progress, cancel);
+    output.complete();
+    return digest;
+}
+
+QPair<qint64, QByteArray> verifyFile(const QString& source, const QByteArray& key, const std::atomic<bool>* cancel)
+{
+    qint64 size = 0;
+    const QByteArray digest = decryptInto(
+        source, key, [&size](QByteArrayView plain) { size += plain.size(); }, {}, cancel);
+    return {size, digest};
 }
 
 QByteArray sealIndex(const QList<VaultEntry>& entries, const QByteArray& key)

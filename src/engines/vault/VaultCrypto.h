@@ -8,6 +8,7 @@
 #include <QByteArray>
 #include <QDateTime>
 #include <QList>
+#include <QPair>
 #include <QString>
 #include <QUuid>
 
@@ -46,6 +47,7 @@ struct VaultFailure
         CannotRead,     ///< the source cannot be opened
         WriteFailed,    ///< the disk refused a write or a flush (full, gone)
         Cancelled,
+        DigestMismatch, ///< opens, but is not the file its entry names: moved or swapped
     };
     Kind kind;
 };
@@ -76,6 +78,11 @@ QByteArray encryptFile(const QString& source, const QString& destination, const 
 /// plaintext; throws VaultFailure, and then removes what it wrote.
 QByteArray decryptFile(const QString& source, const QString& destination, const QByteArray& key,
                        const Progress& progress = {}, const std::atomic<bool>* cancel = nullptr);
+
+/// Checks a whole encrypted file as decryptFile does, writing nothing; the plaintext's size and
+/// SHA-256.
+QPair<qint64, QByteArray> verifyFile(const QString& source, const QByteArray& key,
+                                     const std::atomic<bool>* cancel = nullptr);
 
 /// The entries as JSON, sealed whole (random nonce, no additional data).
 QByteArray sealIndex(const QList<VaultEntry>& entries, const QByteArray& key);
