@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 
 #include <optional>
@@ -17,6 +18,9 @@ public:
     virtual std::optional<QString> load(const QString& service, const QString& account) = 0;
     /// Keeps the secret, replacing any kept under the same service and account. False on failure.
     virtual bool save(const QString& service, const QString& account, const QString& secret) = 0;
+    /// The same for secrets that are bytes, not text (a key), kept as they are.
+    virtual std::optional<QByteArray> loadBytes(const QString& service, const QString& account) = 0;
+    virtual bool saveBytes(const QString& service, const QString& account, const QByteArray& secret) = 0;
     /// Forgets the secret; true when none is kept any more.
     virtual bool remove(const QString& service, const QString& account) = 0;
 };

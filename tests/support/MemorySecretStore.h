@@ -24,15 +24,30 @@ public:
         items.insert({service, account}, secret);
         return true;
     }
+    std::optional<QByteArray> loadBytes(const QString& service, const QString& account) override
+    {
+        if (refuse || !bytes.contains({service, account}))
+            return std::nullopt;
+        return bytes.value({service, account});
+    }
+    bool saveBytes(const QString& service, const QString& account, const QByteArray& secret) override
+    {
+        if (refuse)
+            return false;
+        bytes.insert({service, account}, secret);
+        return true;
+    }
     bool remove(const QString& service, const QString& account) override
     {
         if (refuse)
             return false;
         items.remove({service, account});
+        bytes.remove({service, account});
         return true;
     }
 
     QMap<QPair<QString, QString>, QString> items;
+    QMap<QPair<QString, QString>, QByteArray> bytes;
     bool refuse = false;
 };
 

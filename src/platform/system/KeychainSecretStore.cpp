@@ -41,6 +41,22 @@ bool KeychainSecretStore::save(const QString& service, const QString& account, c
     return run(job, account) == QKeychain::NoError;
 }
 
+std::optional<QByteArray> KeychainSecretStore::loadBytes(const QString& service, const QString& account)
+{
+    QKeychain::ReadPasswordJob job(service);
+    if (run(job, account) != QKeychain::NoError)
+        return std::nullopt;
+    return job.binaryData();
+}
+
+bool KeychainSecretStore::saveBytes(const QString& service, const QString& account, const QByteArray& secret)
+{
+    remove(service, account);
+    QKeychain::WritePasswordJob job(service);
+    job.setBinaryData(secret);
+    return run(job, account) == QKeychain::NoError;
+}
+
 bool KeychainSecretStore::remove(const QString& service, const QString& account)
 {
     QKeychain::DeletePasswordJob job(service);

@@ -45,3 +45,23 @@ TEST(KeychainSecretStore, SavesOnceLoadsAndForgetsInTheRealKeychain)
     EXPECT_FALSE(store.load(service, account));
     EXPECT_TRUE(store.remove(service, account)); // nothing left to forget is no failure
 }
+
+TEST(KeychainSecretStore, KeepsBytesAsTheyAre)
+{
+    if (qEnvironmentVariable("NUVREL_KEYCHAIN_TEST") != QLatin1StringView("1"))
+        GTEST_SKIP() << "needs a running Secret Service: tools/test.sh starts one";
+
+    // A key: every byte value, zeros and invalid UTF-8 included.
+    QByteArray key(32, Qt::Uninitialized);
+    for (int i = 0; i < key.size(); ++i)
+        key[i] = char(i * 37 + (i == 5 ? 0 : 200));
+    key[9] = '\0';
+    KeychainSecretStore store;
+    const QString service = QStringLiteral("Nuvrel : cle du coffre");
+    const QString account = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    ASSERT_TRUE(store.saveBytes(service, account, key));
+    EXPECT_EQ(itemsIn(service, account), 1);
+    EXPECT_EQ(store.loadBytes(service, account), key);
+    EXPECT_TRUE(store.remove(service, account));
+    EXPECT_FALSE(store.loadBytes(service, account));
+}
