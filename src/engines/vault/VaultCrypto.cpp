@@ -14,9 +14,13 @@
 #include <openssl/evp.h>
 
 #include <cerrno>
+#include <condition_variable>
+#include <deque>
 #include <fcntl.h>
 #include <memory>
+#include <mutex>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace nuvrel {
@@ -117,6 +121,97 @@ QString hex(const QByteArray& bytes)
     return QString::fromLatin1(bytes.toHex());
 }
 
+// Two cores on one file: this thread produces chunks (reads, checks, hashes or opens them) while a
+// helper consumes them in order (seals, writes). At most two wait between them, so memory stays
+// near four chunks whatever the file's size. What the consumer throws comes back from finish().
+class Pipeline
+{
+public:
+    explicit Pipeline(std::function<void(QByteArray&)> consume)
+        : m_consume(std::move(consume))
+        , m_thread([this] { run(); })
+    {}
+    ~Pipeline()
+    {
+        if (m_thread.joinable()) {
+            stop();
+            m_thread.join();
+        }
+    }
+    Pipeline(const Pipeline&) = delete;
+    Pipeline& operator=(const Pipeline&) = delete;
+
+    /// Hands a chunk on; false when the consumer has failed, and producing should stop.
+    bool push(QByteArray chunk)
+    {
+        std::unique_lock lock(m_mutex);
+        m_changed.wait(lock, [this] { return m_waiting.size() < 2 || m_failure; });
+        if (m_failure)
+            return false;
+        m_waiting.push_back(std::move(chunk));
+        lock.unlock();
+        m_changed.notify_all();
+        return true;
+    }
+    /// Waits for every chunk handed on to be consumed; throws what the consumer threw.
+    void finish()
+    {
+        stop();
+        m_thread.join();
+        if (m_failure)
+            throw VaultFailure{*m_failure};
+    }
+
+private:
+    void stop()
+    {
+        {
+            const std::lock_guard guard(m_mutex);
+            m_ended = true;
+        }
+        m_changed.notify_all();
+    }
+    void run()
+    {
+        try {
+            for (;;) {
+                QByteArray chunk;
+                {
+                    std::unique_lock lock(m_mutex);
+                    m_changed.wait(lock, [this] { return !m_waiting.empty() || m_ended; });
+                    if (m_waiting.empty())
+                        return;
+                    chunk = std::move(m_waiting.front());
+                    m_waiting.pop_front();
+                }
+                m_changed.notify_all();
+                m_consume(chunk);
+            }
+        } catch (const VaultFailure& failure) {
+            fail(failure.kind);
+        } catch (...) { // out of memory: the file is not written, and says so
+            fail(Kind::WriteFailed);
+        }
+    }
+    void fail(Kind kind)
+    {
+        {
+            const std::lock_guard guard(m_mutex);
+            m_failure = kind;
+            m_waiting.clear();
+        }
+        m_changed.notify_all();
+    }
+
+    std::function<void(QByteArray&)> m_consume;
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::deque<QByteArray> m_waiting;
+    bool m_ended = false;
+    std::optional<Kind> m_failure;
+    std::thread m_thread; ///< last: it starts once the rest is ready
+};
+
 } // namespace
 
 QString VaultEntry::fileName() const
@@ -156,22 +251,29 @@ QByteArray encryptFile(const QString& source, const QString& destination, const 
     output.write(QByteArrayView(magic, 4));
     output.write(bigEndian(count, 8));
     Sha256 digest;
-    QByteArray chunk;
-    for (quint64 i = 0; i < count; ++i) {
-        check(cancel);
-        const qint64 offset = qint64(i) * chunkSize;
-        chunk.resize(std::min(chunkSize, size - offset));
-        if (!input.readAt(offset, chunk.data(), chunk.size()))
-            throw VaultFailure{Kind::CannotRead}; // shorter than it was a moment ago
-        digest.add(chunk);
-        const QByteArray box = AesGcm::seal(key, chunk, bigEndian(i, 8));
+
+    // This thread reads and hashes; the helper seals and writes.
+    quint64 sealed = 0;
+    Pipeline pipeline([&](QByteArray& chunk) {
+        const QByteArray box = AesGcm::seal(key, chunk, bigEndian(sealed++, 8));
         if (box.isEmpty())
             throw VaultFailure{Kind::WriteFailed};
         output.write(bigEndian(quint64(box.size()), 4));
         output.write(box);
+    });
+    for (quint64 i = 0; i < count; ++i) {
+        check(cancel);
+        const qint64 offset = qint64(i) * chunkSize;
+        QByteArray chunk(std::min(chunkSize, size - offset), Qt::Uninitialized);
+        if (!input.readAt(offset, chunk.data(), chunk.size()))
+            throw VaultFailure{Kind::CannotRead}; // shorter than it was a moment ago
+        digest.add(chunk);
+        if (!pipeline.push(std::move(chunk)))
+            break; // finish() says why
         if (progress)
-            progress(offset + chunk.size());
+            progress(offset + std::min(chunkSize, size - offset));
     }
+    pipeline.finish();
     // A file that grew while it was read would lose its end with its original: refused.
     char extra = 0;
     if (input.readAt(size, &extra, 1))
@@ -200,7 +302,12 @@ QByteArray decryptInto(const QString& source, const QByteArray& key, const std::
     if (read(4, Kind::BadMagic) != QByteArrayView(magic, 4))
         throw VaultFailure{Kind::BadMagic};
     const quint64 count = number(read(8, Kind::ShortHeader));
+    // This thread reads, checks and opens; the helper hashes and writes.
     Sha256 digest;
+    Pipeline pipeline([&](QByteArray& plain) {
+        digest.add(plain);
+        sink(plain);
+    });
     qint64 done = 0;
     for (quint64 i = 0; i < count; ++i) {
         check(cancel);
@@ -208,16 +315,16 @@ QByteArray decryptInto(const QString& source, const QByteArray& key, const std::
         // Bounded before a byte of the box is read: at least one plaintext byte, at most a chunk.
         if (length - quint64(AesGcm::overhead + 1) >= quint64(chunkSize))
             throw VaultFailure{Kind::ChunkLength};
-        const std::optional<QByteArray> plain =
-            AesGcm::open(key, read(qint64(length), Kind::ShortRead), bigEndian(i, 8));
+        std::optional<QByteArray> plain = AesGcm::open(key, read(qint64(length), Kind::ShortRead), bigEndian(i, 8));
         if (!plain)
             throw VaultFailure{Kind::Authentication};
-        digest.add(*plain);
-        sink(*plain);
         done += plain->size();
+        if (!pipeline.push(std::move(*plain)))
+            break;
         if (progress)
             progress(done);
     }
+    pipeline.finish();
     char extra = 0;
     if (input.readAt(offset, &extra, 1))
         throw VaultFailure{Kind::TrailingData};
