@@ -32,5 +32,9 @@ QString writeBackup(const QString& root, const FakeBackup& backup);
 
 /// Writes raw bytes to a file, creating its folder; fails the program on error, since a test cannot go on.
 void writeFile(const QString& path, const QByteArray& bytes);
+/// The bytes of a file; empty when it cannot be read.
+QByteArray readFile(const QString& path);
+/// `size` bytes that compress to nothing, the same for the same seed.
+QByteArray noise(qsizetype size, quint32 seed);
 
 } // namespace nuvrel::test

@@ -2,6 +2,7 @@
 
 #include "formats/crypto/AesGcm.h"
 #include "ground/FileScan.h"
+#include "ground/FreeName.h"
 
 #include <QDir>
 #include <QFile>
@@ -10,6 +11,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTimeZone>
+#include <QUuid>
 
 #include <openssl/evp.h>
 
@@ -61,13 +63,20 @@ private:
 };
 
 // A file being written: removed unless it was completed, so that a failure leaves nothing behind.
+// A file being written: under a temporary name beside its destination, flushed, then linked to its
+// name, which is never taken from a file already there. Removed unless it was completed, so that
+// neither a failure nor a crash leaves a partial file under the final name.
 class SealedOutput
 {
 public:
     SealedOutput(const QString& path, mode_t mode)
         : m_path(path)
-        , m_fd(::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode))
+        , m_temporary(QFileInfo(path).absoluteDir().filePath(
+              QStringLiteral(".nuvrel-%1.part").arg(QUuid::createUuid().toString(QUuid::Id128))))
     {
+        if (QFileInfo::exists(path) || QFileInfo(path).isSymLink())
+            throw VaultFailure{Kind::CannotCreate};
+        m_fd = ::open(QFile::encodeName(m_temporary).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
         if (m_fd < 0)
             throw VaultFailure{Kind::CannotCreate};
     }
@@ -75,8 +84,7 @@ public:
     {
         if (m_fd >= 0)
             ::close(m_fd);
-        if (!m_done)
-            ::unlink(QFile::encodeName(m_path).constData());
+        ::unlink(QFile::encodeName(m_temporary).constData());
     }
     SealedOutput(const SealedOutput&) = delete;
     SealedOutput& operator=(const SealedOutput&) = delete;
@@ -98,16 +106,20 @@ public:
     /// On the disk, with its name, before anyone relies on it.
     void complete()
     {
-        if (::fsync(m_fd) != 0 || ::close(std::exchange(m_fd, -1)) != 0 ||
-            !VaultCrypto::syncFolder(QFileInfo(m_path).absolutePath()))
+        if (::fsync(m_fd) != 0 || ::close(std::exchange(m_fd, -1)) != 0)
             throw VaultFailure{Kind::WriteFailed};
-        m_done = true;
+        // link() refuses a name that exists, where rename() would replace it.
+        if (::link(QFile::encodeName(m_temporary).constData(), QFile::encodeName(m_path).constData()) != 0)
+            throw VaultFailure{errno == EEXIST ? Kind::CannotCreate : Kind::WriteFailed};
+        ::unlink(QFile::encodeName(m_temporary).constData());
+        if (!VaultCrypto::syncFolder(QFileInfo(m_path).absolutePath()))
+            throw VaultFailure{Kind::WriteFailed};
     }
 
 private:
     QString m_path;
-    int m_fd;
-    bool m_done = false;
+    QString m_temporary;
+    int m_fd = -1;
 };
 
 void check(const std::atomic<bool>* cancel)
@@ -405,18 +417,7 @@ std::optional<QList<VaultEntry>> openIndex(const QByteArray& sealed, const QByte
 
 QString uniqueName(const QString& folder, const QString& name)
 {
-    const QDir dir(folder);
-    if (!QFileInfo::exists(dir.filePath(name)) && !QFileInfo(dir.filePath(name)).isSymLink())
-        return name;
-    const qsizetype dot = name.lastIndexOf(u'.');
-    const bool hasExtension = dot > 0;
-    const QString base = hasExtension ? name.left(dot) : name;
-    const QString extension = hasExtension ? name.mid(dot) : QString();
-    for (int n = 2;; ++n) {
-        QString candidate = base + u'-' + QString::number(n) + extension;
-        if (!QFileInfo::exists(dir.filePath(candidate)) && !QFileInfo(dir.filePath(candidate)).isSymLink())
-            return candidate;
-    }
+    return QFileInfo(freeName(QDir(folder).filePath(name), FreeNameStyle::Hyphenated)).fileName();
 }
 
 bool writeDurably(const QString& path, const QByteArray& data)

@@ -5,7 +5,6 @@
 #include <QDir>
 #include <QFile>
 #include <QProcess>
-#include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <QThread>
 
@@ -15,18 +14,10 @@
 #include <unistd.h>
 
 using namespace nuvrel;
+using nuvrel::test::noise;
 using nuvrel::test::writeFile;
 
 namespace {
-
-QByteArray noise(qsizetype size, quint32 seed)
-{
-    QByteArray bytes(size, Qt::Uninitialized);
-    QRandomGenerator random(seed);
-    for (char& byte : bytes)
-        byte = char(random.bounded(256));
-    return bytes;
-}
 
 QStringList names(const QList<DupFile>& files, const QString& root)
 {

@@ -7,7 +7,6 @@
 #include <QDir>
 #include <QFile>
 #include <QProcess>
-#include <QRandomGenerator>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -20,21 +19,6 @@ using namespace nuvrel::test;
 namespace {
 
 constexpr qint64 chunk = VaultCrypto::chunkSize;
-
-QByteArray noise(qsizetype size, quint32 seed)
-{
-    QByteArray bytes(size, Qt::Uninitialized);
-    QRandomGenerator random(seed);
-    for (char& byte : bytes)
-        byte = char(random.bounded(256));
-    return bytes;
-}
-
-QByteArray readAll(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 // The failure a decryption throws, or nothing when it succeeds.
 std::optional<VaultFailure::Kind> failureOf(const QString& sealed, const QString& out, const QByteArray& key)
@@ -110,7 +94,7 @@ TEST(VaultCrypto, SizesAtTheChunkBoundariesRoundTripAndASecondReaderAgrees)
         ASSERT_EQ(::stat(QFile::encodeName(sealed).constData(), &status), 0);
         EXPECT_EQ(status.st_mode & 0777, 0600u);
         EXPECT_EQ(VaultCrypto::decryptFile(sealed, back, key), digest);
-        EXPECT_EQ(readAll(back), plain) << each.size;
+        EXPECT_EQ(readFile(back), plain) << each.size;
         if (pythonCanDecrypt()) {
             EXPECT_EQ(decryptedByPython(sealed, key), plain) << each.size;
         }
@@ -133,7 +117,7 @@ TEST(VaultCrypto, EveryTamperingIsCaughtAndLeavesNoOutput)
     writeFile(folder.filePath(QStringLiteral("plain")), plain);
     const QString sealed = folder.filePath(QStringLiteral("a.nvv"));
     VaultCrypto::encryptFile(folder.filePath(QStringLiteral("plain")), sealed, key);
-    const QByteArray good = readAll(sealed);
+    const QByteArray good = readFile(sealed);
     const qint64 record = 4 + chunk + 28;
 
     const auto attempt = [&](const QByteArray& bytes) {
@@ -181,7 +165,7 @@ TEST(VaultCrypto, EveryTamperingIsCaughtAndLeavesNoOutput)
     writeFile(folder.filePath(QStringLiteral("plain-b")), noise(2 * chunk + 100, 8));
     const QByteArray otherDigest = VaultCrypto::encryptFile(folder.filePath(QStringLiteral("plain-b")), other, key);
     QByteArray mixed = good;
-    mixed.replace(12 + record, record, readAll(other).mid(12 + record, record));
+    mixed.replace(12 + record, record, readFile(other).mid(12 + record, record));
     EXPECT_EQ(attempt(mixed), std::nullopt);
     writeFile(folder.filePath(QStringLiteral("mixed.nvv")), mixed);
     EXPECT_NE(VaultCrypto::decryptFile(folder.filePath(QStringLiteral("mixed.nvv")),
@@ -251,8 +235,8 @@ TEST(VaultCrypto, FreeNamesAndDurableWrites)
 
     const QString index = folder.filePath(QStringLiteral("index.nvv"));
     EXPECT_TRUE(VaultCrypto::writeDurably(index, "sealed"));
-    EXPECT_EQ(readAll(index), QByteArray("sealed"));
+    EXPECT_EQ(readFile(index), QByteArray("sealed"));
     EXPECT_FALSE(VaultCrypto::writeDurably(index, "again")); // never over a file
-    EXPECT_EQ(readAll(index), QByteArray("sealed"));
+    EXPECT_EQ(readFile(index), QByteArray("sealed"));
     EXPECT_FALSE(VaultCrypto::writeDurably(folder.filePath(QStringLiteral("absent/index.nvv")), "x"));
 }

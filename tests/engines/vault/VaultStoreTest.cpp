@@ -6,7 +6,6 @@
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
-#include <QRandomGenerator>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -17,21 +16,6 @@ using namespace nuvrel;
 using namespace nuvrel::test;
 
 namespace {
-
-QByteArray noise(qsizetype size, quint32 seed)
-{
-    QByteArray bytes(size, Qt::Uninitialized);
-    QRandomGenerator random(seed);
-    for (char& byte : bytes)
-        byte = char(random.bounded(256));
-    return bytes;
-}
-
-QByteArray readAll(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 unsigned modeOf(const QString& path)
 {
@@ -103,7 +87,7 @@ TEST_F(VaultStoreTest, FilesGoInOwnerOnlyAndComeOutWhole)
     EXPECT_TRUE(loaded->recovered.isEmpty());
     const QString out = m_out.filePath(QStringLiteral("passeport.pdf"));
     store.extract(entry, out);
-    EXPECT_EQ(readAll(out), passport);
+    EXPECT_EQ(readFile(out), passport);
 
     // Under another key nothing opens, and nothing is mistaken for a lost file.
     const VaultStore stranger(vault(), AesGcm::randomKey());
@@ -182,8 +166,8 @@ TEST_F(VaultStoreTest, FilesSwappedOrMixedOpenUnderTheKeyButAreRefusedByTheirEnt
 
     // The second chunk of one moved into the other, at the same place.
     const qint64 record = 4 + VaultCrypto::chunkSize + 28;
-    QByteArray mixed = readAll(store.pathOf(a));
-    mixed.replace(12 + record, record, readAll(store.pathOf(b)).mid(12 + record, record));
+    QByteArray mixed = readFile(store.pathOf(a));
+    mixed.replace(12 + record, record, readFile(store.pathOf(b)).mid(12 + record, record));
     QFile::remove(store.pathOf(a));
     writeFile(store.pathOf(a), mixed);
     EXPECT_EQ(extractFailure(store, a, out), VaultFailure::Kind::DigestMismatch);
