@@ -5,7 +5,9 @@ namespace nuvrel {
 class Appearance;
 class Clipboard;
 class Handoff;
+class OwnerCheck;
 class SecretStore;
+class SessionLock;
 class Trash;
 class Volumes;
 class Workspace;
@@ -23,6 +25,8 @@ struct Services
     Volumes& volumes;
     Appearance& appearance;
     Handoff& handoff;
+    OwnerCheck& ownerCheck;
+    SessionLock& sessionLock;
 };
 
 } // namespace nuvrel

@@ -3,7 +3,9 @@
 #include "platform/Appearance.h"
 #include "platform/Clipboard.h"
 #include "platform/Handoff.h"
+#include "platform/OwnerCheck.h"
 #include "platform/Services.h"
+#include "platform/SessionLock.h"
 #include "platform/Trash.h"
 #include "platform/Volumes.h"
 #include "support/MemorySecretStore.h"
@@ -109,6 +111,34 @@ public:
     Outcome answer{Outcome::Kind::NotAvailable, {}};
 };
 
+/// An owner check that answers as the test says, and counts how often it was asked.
+class ScriptedOwnerCheck final : public OwnerCheck
+{
+public:
+    Outcome confirmOwner(const QString& reason) override
+    {
+        reasons.append(reason);
+        return answer;
+    }
+
+    Outcome answer = Outcome::Confirmed;
+    QStringList reasons;
+};
+
+/// A session that a test locks.
+class ManualSessionLock final : public SessionLock
+{
+public:
+    void watch(std::function<void()> locked) override { watcher = std::move(locked); }
+    void lock()
+    {
+        if (watcher)
+            watcher();
+    }
+
+    std::function<void()> watcher;
+};
+
 /// Every platform service, faked, for a page or a window under test.
 struct FakeServices
 {
@@ -119,8 +149,13 @@ struct FakeServices
     FixedVolumes volumes;
     FixedAppearance appearance;
     RecordingHandoff handoff;
+    ScriptedOwnerCheck ownerCheck;
+    ManualSessionLock sessionLock;
 
-    Services services() { return Services{secrets, workspace, trash, clipboard, volumes, appearance, handoff}; }
+    Services services()
+    {
+        return Services{secrets, workspace, trash, clipboard, volumes, appearance, handoff, ownerCheck, sessionLock};
+    }
 };
 
 } // namespace nuvrel::test

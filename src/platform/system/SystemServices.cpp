@@ -2,9 +2,15 @@
 
 #include "platform/system/KeychainSecretStore.h"
 #include "platform/system/Launcher.h"
+#ifdef Q_OS_MACOS
+#include "platform/system/LocalAuthOwnerCheck.h"
+#else
+#include "platform/system/PolkitOwnerCheck.h"
+#endif
 #include "platform/system/SystemAppearance.h"
 #include "platform/system/SystemClipboard.h"
 #include "platform/system/SystemHandoff.h"
+#include "platform/system/SystemSessionLock.h"
 #include "platform/system/SystemTrash.h"
 #include "platform/system/SystemVolumes.h"
 #include "platform/system/SystemWorkspace.h"
@@ -24,6 +30,30 @@ Workspace& systemWorkspace()
     return workspace;
 }
 
+OwnerCheck& systemOwnerCheck()
+{
+#ifdef Q_OS_MACOS
+    static LocalAuthOwnerCheck check;
+#else
+    static PolkitOwnerCheck check;
+#endif
+    return check;
+}
+
+OwnerCheck& terminalOwnerCheck()
+{
+#ifdef Q_OS_MACOS
+    return systemOwnerCheck();
+#else
+    static PolkitOwnerCheck check = [] {
+        PolkitOwnerCheck terminal;
+        terminal.setTerminalAgent(true);
+        return terminal;
+    }();
+    return check;
+#endif
+}
+
 Services systemServices()
 {
     static SystemTrash trash;
@@ -32,7 +62,9 @@ Services systemServices()
     static SystemAppearance appearance;
     static ProcessLauncher launcher;
     static SystemHandoff handoff(launcher);
-    return Services{systemSecretStore(), systemWorkspace(), trash, clipboard, volumes, appearance, handoff};
+    static SystemSessionLock sessionLock;
+    return Services{systemSecretStore(), systemWorkspace(), trash, clipboard, volumes, appearance, handoff,
+                    systemOwnerCheck(),  sessionLock};
 }
 
 } // namespace nuvrel
