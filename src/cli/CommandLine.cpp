@@ -163,7 +163,11 @@ void printHelp(QTextStream& out, const QString& program)
          {QStringLiteral("lighten ") + file + QStringLiteral("… --target <%1> --to ").arg(L("destination")) + folder,
           L("Fait une copie plus légère de chaque fichier pour WhatsApp, Telegram, Mail ou Messages.")},
          {QStringLiteral("duplicates ") + folder,
-          L("Cherche les fichiers identiques d'un dossier, la copie à garder en premier.")}});
+          L("Cherche les fichiers identiques d'un dossier, la copie à garder en premier.")},
+         {QStringLiteral("vault list | add ") + file +
+              QStringLiteral("… | open <%1> | restore <%1> | delete <%1> --yes | lock").arg(L("nom")),
+          L("Le coffre : la liste, y mettre des fichiers, en ouvrir ou en sortir un, en supprimer un, le "
+            "verrouiller.")}});
     section(
         L("Options :"),
         {{QStringLiteral("--root ") + folder, L("Lit les sauvegardes de ce dossier plutôt que celui des réglages.")},

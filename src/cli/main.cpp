@@ -4,6 +4,7 @@
 #include "cli/DuplicatesCommand.h"
 #include "cli/FilesCommand.h"
 #include "cli/LightenCommand.h"
+#include "cli/VaultCommand.h"
 #include "engines/backup/BackupLocator.h"
 #include "ground/WorkFolder.h"
 #include "l10n/L.h"
@@ -84,6 +85,8 @@ int main(int argc, char* argv[])
         return cli::runLighten(line, out, err);
     if (line.command == QLatin1StringView("duplicates"))
         return cli::runDuplicates(line, out, err);
+    if (line.command == QLatin1StringView("vault"))
+        return cli::runVault(line, out, err);
 
     if (line.command.isEmpty())
         cli::printHelp(err, program);

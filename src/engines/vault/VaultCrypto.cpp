@@ -62,7 +62,6 @@ private:
     std::unique_ptr<EVP_MD_CTX, DigestDeleter> m_context;
 };
 
-// A file being written: removed unless it was completed, so that a failure leaves nothing behind.
 // A file being written: under a temporary name beside its destination, flushed, then linked to its
 // name, which is never taken from a file already there. Removed unless it was completed, so that
 // neither a failure nor a crash leaves a partial file under the final name.
@@ -346,11 +345,14 @@ QByteArray decryptInto(const QString& source, const QByteArray& key, const std::
 } // namespace
 
 QByteArray decryptFile(const QString& source, const QString& destination, const QByteArray& key,
-                       const Progress& progress, const std::atomic<bool>* cancel)
+                       const Progress& progress, const std::atomic<bool>* cancel, const QByteArray& expectedSha256)
 {
     SealedOutput output(destination, 0666);
     QByteArray digest = decryptInto(
         source, key, [&output](QByteArrayView plain) { output.write(plain); }, progress, cancel);
+    // Checked before the file takes its name: a file that is not the one expected never appears.
+    if (!expectedSha256.isEmpty() && digest != expectedSha256)
+        throw VaultFailure{Kind::DigestMismatch};
     output.complete();
     return digest;
 }

@@ -75,9 +75,11 @@ QByteArray encryptFile(const QString& source, const QString& destination, const 
 
 /// The reverse, with every check in its order: the magic, exact reads, each box's length bounded
 /// before it is read, each box opened with its index, nothing after the last. The SHA-256 of the
-/// plaintext; throws VaultFailure, and then removes what it wrote.
+/// plaintext; throws VaultFailure, and then removes what it wrote. With `expectedSha256`, a plaintext
+/// of another digest is refused (DigestMismatch) before `destination` appears.
 QByteArray decryptFile(const QString& source, const QString& destination, const QByteArray& key,
-                       const Progress& progress = {}, const std::atomic<bool>* cancel = nullptr);
+                       const Progress& progress = {}, const std::atomic<bool>* cancel = nullptr,
+                       const QByteArray& expectedSha256 = {});
 
 /// Checks a whole encrypted file as decryptFile does, writing nothing; the plaintext's size and
 /// SHA-256.

@@ -10,6 +10,8 @@
 #include <QSet>
 #include <QStandardPaths>
 
+#include <openssl/crypto.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <sys/stat.h>
@@ -41,6 +43,15 @@ VaultStore::VaultStore(const QString& folder, const QByteArray& key)
     : m_folder(QDir(folder).absolutePath())
     , m_key(key)
 {}
+
+VaultStore::~VaultStore()
+{
+    // Only the last holder of the shared bytes wipes them: data() would copy them otherwise.
+    if (!m_key.isEmpty() && !m_key.isDetached())
+        return;
+    if (!m_key.isEmpty())
+        OPENSSL_cleanse(m_key.data(), size_t(m_key.size()));
+}
 
 QString VaultStore::defaultFolder()
 {
@@ -170,13 +181,9 @@ VaultEntry VaultStore::add(const QString& source, const VaultCrypto::Progress& p
 void VaultStore::extract(const VaultEntry& entry, const QString& destination, const VaultCrypto::Progress& progress,
                          const std::atomic<bool>* cancel) const
 {
-    const QByteArray digest = VaultCrypto::decryptFile(pathOf(entry), destination, m_key, progress, cancel);
     // The format binds a chunk to its place in a file, not to the file: the digest binds the file to
     // its entry. Older entries carry none, and open as they are.
-    if (!entry.sha256.isEmpty() && digest != entry.sha256) {
-        QFile::remove(destination);
-        throw VaultFailure{VaultFailure::Kind::DigestMismatch};
-    }
+    VaultCrypto::decryptFile(pathOf(entry), destination, m_key, progress, cancel, entry.sha256);
 }
 
 bool VaultStore::removeFile(const VaultEntry& entry) const

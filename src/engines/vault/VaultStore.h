@@ -23,6 +23,10 @@ public:
     static constexpr char workFolderName[] = ".ecriture";
 
     VaultStore(const QString& folder, const QByteArray& key);
+    /// Wipes the key from memory once no copy of the store shares it.
+    ~VaultStore();
+    VaultStore(const VaultStore&) = default;
+    VaultStore& operator=(const VaultStore&) = default;
 
     /// "Nuvrel/Coffre" in the user's data folder (~/.local/share on Linux, Application Support on
     /// macOS).
