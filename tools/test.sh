@@ -70,6 +70,32 @@ if ! XDG_DATA_HOME="$keyrings" dbus-run-session -- bash -c \
 fi
 rm -rf "$keyrings"
 
+if [ "$(uname -s)" = Linux ]; then
+  step "Owner check: polkitd on a private system bus, with the tests' own actions"
+  # As root: polkitd reads actions only from /usr/share/polkit-1/actions, and the refusals are
+  # checked as another account (polkit grants root everything).
+  if [ "$(id -u)" -ne 0 ]; then
+    echo "skipped: needs root"
+  elif ! NUVREL_POLKIT_TEST=1 tools/with-private-polkit.sh build/default/tests/platform/system/platform_tests \
+         --gtest_brief=1 --gtest_filter='PolkitOwnerCheck.*'; then
+    echo "owner check test: FAILED"
+    status=1
+  fi
+
+  step "The vault from the command line: the real keyring and polkitd, killed 200 times while adding"
+  keyrings=$(mktemp -d)
+  if [ "$(id -u)" -ne 0 ]; then
+    echo "skipped: needs root"
+  elif ! XDG_DATA_HOME="$keyrings" dbus-run-session -- bash -c \
+         'printf nuvrel | gnome-keyring-daemon --unlock --components=secrets >/dev/null &&
+          NUVREL_VAULT_CLI_TEST=1 tools/with-private-polkit.sh build/default/tests/cli/cli_tests --gtest_brief=1 \
+            --gtest_filter="VaultCommand*"' 2>/dev/null; then
+    echo "vault command test: FAILED"
+    status=1
+  fi
+  rm -rf "$keyrings"
+fi
+
 step "Sanitizer tests"
 ctest --preset asan || status=1
 

@@ -10,6 +10,7 @@
 #include "app/views/explore/PhotoGrid.h"
 #include "app/views/home/HomeView.h"
 #include "app/views/lighten/LightenView.h"
+#include "app/views/vault/VaultView.h"
 #include "app/views/welcome/WelcomeView.h"
 #include "engines/backup/BackupReadError.h"
 #include "l10n/LanguageStore.h"
@@ -44,6 +45,7 @@
 #include <QTabWidget>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTreeWidget>
 
 #include <gtest/gtest.h>
 
@@ -132,7 +134,8 @@ TEST_F(MainWindowTest, WelcomeShowsOnceThenTheSidebar)
         EXPECT_TRUE(QSettings().value(QStringLiteral("welcomeDone")).toBool());
         EXPECT_EQ(sidebarTitles(*window),
                   (QStringList{QStringLiteral("Accueil"), QStringLiteral("Alléger"), QStringLiteral("Conversations"),
-                               QStringLiteral("Explorer les sauvegardes"), QStringLiteral("Doublons")}));
+                               QStringLiteral("Explorer les sauvegardes"), QStringLiteral("Doublons"),
+                               QStringLiteral("Coffre verrouillé")}));
         EXPECT_EQ(window->section(), Page::Home);
         screenshot(*window, QStringLiteral("02-home"));
     }
@@ -160,9 +163,9 @@ TEST_F(MainWindowTest, LanguageChangeRendersEveryTextAgain)
     (*english)->trigger();
     EXPECT_EQ(LanguageStore::shared().language(), AppLanguage::En);
     EXPECT_TRUE((*english)->isChecked());
-    EXPECT_EQ(sidebarTitles(*window),
-              (QStringList{QStringLiteral("Home"), QStringLiteral("Shrink"), QStringLiteral("Conversations"),
-                           QStringLiteral("Explore Backups"), QStringLiteral("Duplicates")}));
+    EXPECT_EQ(sidebarTitles(*window), (QStringList{QStringLiteral("Home"), QStringLiteral("Shrink"),
+                                                   QStringLiteral("Conversations"), QStringLiteral("Explore Backups"),
+                                                   QStringLiteral("Duplicates"), QStringLiteral("Locked Vault")}));
     EXPECT_EQ(window->explorePage()->backupsView()->findChild<QLabel*>(QStringLiteral("pageTitle"))->text(),
               QStringLiteral("Explore Backups"));
     EXPECT_FALSE(labelTexts(*window->explorePage()).contains(QStringLiteral("Branche ton iPhone")));
@@ -578,6 +581,58 @@ TEST_F(MainWindowTest, DuplicatesPageFindsCopiesAndTrashesOnlyTheTickedOnesAfter
     EXPECT_TRUE(view->noticeLabel()->text().startsWith(QStringLiteral("1 fichier envoyé à la Corbeille")));
     EXPECT_EQ(view->checkBox(DupGroup::Kind::Identical, 0, 1), nullptr);
     EXPECT_FALSE(view->trashButton()->isEnabled());
+}
+
+TEST_F(MainWindowTest, VaultPageOpensOnTheOwnersYesAndForgetsEverythingOnLock)
+{
+    QSettings().setValue(QStringLiteral("welcomeDone"), true);
+    auto window = makeWindow();
+    window->setSection(Page::Vault);
+    VaultView* view = window->vaultView();
+    EXPECT_TRUE(view->lockedTitle()->isVisible());
+    EXPECT_EQ(view->lockedTitle()->text(), QStringLiteral("Coffre verrouillé"));
+    EXPECT_FALSE(view->list()->isVisible());
+
+    m_fakes.ownerCheck.answer = OwnerCheck::Outcome::Refused;
+    QTest::mouseClick(view->unlockButton(), Qt::LeftButton);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return view->unlockButton()->isEnabled(); }, timeoutMs));
+    EXPECT_EQ(view->messageLabel()->text(), QStringLiteral("Authentification annulée ou échouée."));
+    EXPECT_TRUE(view->lockedTitle()->isVisible());
+
+    m_fakes.ownerCheck.answer = OwnerCheck::Outcome::Confirmed;
+    QTest::mouseClick(view->unlockButton(), Qt::LeftButton);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return view->list()->isVisible(); }, timeoutMs));
+    const QString paper = m_out.filePath(QStringLiteral("Papiers/carte d'identité.pdf"));
+    QDir().mkpath(QFileInfo(paper).absolutePath());
+    QFile file(paper);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write("%PDF-1.4 carte") > 0);
+    file.close();
+    view->setFilePicker([&paper] { return QStringList{paper}; });
+    QTest::mouseClick(view->addButton(), Qt::LeftButton);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return view->list()->topLevelItemCount() == 1; }, timeoutMs));
+    EXPECT_EQ(view->list()->topLevelItem(0)->text(0), QStringLiteral("carte d'identité.pdf"));
+    EXPECT_EQ(m_fakes.trash.trashed, QStringList{paper});
+    EXPECT_TRUE(view->messageLabel()->text().startsWith(QStringLiteral("1 fichier mis dans le coffre.")));
+    screenshot(*window, QStringLiteral("20-vault-unlocked"));
+
+    // Nothing chosen, nothing to do; chosen, opened; declined, kept.
+    EXPECT_FALSE(view->openButton()->isEnabled());
+    view->list()->setCurrentItem(view->list()->topLevelItem(0));
+    ASSERT_TRUE(view->openButton()->isEnabled());
+    QTest::mouseClick(view->openButton(), Qt::LeftButton);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return m_workspace.opened.size() == 1; }, timeoutMs));
+    const QString copy = m_workspace.opened.constFirst();
+    EXPECT_TRUE(QFile::exists(copy));
+    view->setConfirmation([](const QString& name) { return name.isEmpty(); });
+    QTest::mouseClick(view->deleteButton(), Qt::LeftButton);
+    EXPECT_EQ(view->list()->topLevelItemCount(), 1);
+
+    // Locked: the list, the key and the opened copy gone.
+    QTest::mouseClick(view->lockButton(), Qt::LeftButton);
+    EXPECT_TRUE(view->lockedTitle()->isVisible());
+    EXPECT_EQ(view->list()->topLevelItemCount(), 0);
+    EXPECT_FALSE(QFile::exists(copy));
+    screenshot(*window, QStringLiteral("21-vault-locked"));
 }
 
 TEST_F(MainWindowTest, ReturnPressesTheFocusedButton)

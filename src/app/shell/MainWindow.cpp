@@ -6,6 +6,7 @@
 #include "app/views/explore/ExplorePage.h"
 #include "app/views/home/HomeView.h"
 #include "app/views/lighten/LightenView.h"
+#include "app/views/vault/VaultView.h"
 #include "app/views/welcome/WelcomeView.h"
 #include "app/widgets/ShownText.h"
 #include "l10n/L.h"
@@ -72,6 +73,9 @@ MainWindow::MainWindow(Services services, QWidget* parent)
     m_duplicatesModel = std::make_unique<DuplicatesModel>(services);
     m_duplicates = new DuplicatesView(*m_duplicatesModel, m_pages);
     m_registry.add(Page::Duplicates, m_duplicates, [this] { m_duplicates->retranslate(); });
+    m_vaultModel = std::make_unique<VaultModel>(services);
+    m_vault = new VaultView(*m_vaultModel, m_pages);
+    m_registry.add(Page::Vault, m_vault, [this] { m_vault->retranslate(); });
     m_home = new HomeView(m_registry.pages(), m_pages);
     m_registry.add(Page::Home, m_home, [this] { m_home->retranslate(); });
 

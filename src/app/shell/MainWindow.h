@@ -18,6 +18,8 @@ class BackupsModel;
 class AllegerModel;
 class DuplicatesModel;
 class DuplicatesView;
+class VaultModel;
+class VaultView;
 class ConversationsModel;
 class ConversationsView;
 class LightenView;
@@ -52,6 +54,7 @@ public:
     ConversationsView* conversationsView() const { return m_conversations; }
     LightenView* lightenView() const { return m_lighten; }
     DuplicatesView* duplicatesView() const { return m_duplicates; }
+    VaultView* vaultView() const { return m_vault; }
     BackupsModel& backupsModel() const { return *m_backups; }
     QMenu* languageMenu() const { return m_languageMenu; }
     const PageRegistry& pages() const { return m_registry; }
@@ -67,6 +70,7 @@ private:
     std::unique_ptr<ConversationsModel> m_conversationsModel;
     std::unique_ptr<AllegerModel> m_lightenModel;
     std::unique_ptr<DuplicatesModel> m_duplicatesModel;
+    std::unique_ptr<VaultModel> m_vaultModel;
     QStackedWidget* m_root;
     WelcomeView* m_welcome;
     QWidget* m_shell;
@@ -76,6 +80,7 @@ private:
     ConversationsView* m_conversations;
     LightenView* m_lighten;
     DuplicatesView* m_duplicates;
+    VaultView* m_vault;
     HomeView* m_home;
     QMenu* m_languageMenu = nullptr;
     QActionGroup* m_languages = nullptr;
