@@ -8,9 +8,12 @@
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSet>
 #include <QStandardPaths>
 
 #include <cerrno>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -50,6 +53,37 @@ bool isPrivateFolder(const QString& path)
            (status.st_mode & 077) == 0;
 }
 
+/// The vault changed by one process at a time: the window and the command line may both hold it
+/// unlocked. Released when the process dies, however it dies.
+class ChangeLock
+{
+public:
+    explicit ChangeLock(const QString& folder)
+    {
+        const QString work = QDir(folder).filePath(QLatin1StringView(VaultStore::workFolderName));
+        if (!VaultStore::makePrivateFolder(work))
+            return;
+        m_fd = ::open(QFile::encodeName(QDir(work).filePath(QStringLiteral("verrou"))).constData(),
+                      O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+        while (m_fd >= 0 && ::flock(m_fd, LOCK_EX) != 0) {
+            if (errno != EINTR) {
+                ::close(std::exchange(m_fd, -1));
+            }
+        }
+    }
+    ~ChangeLock()
+    {
+        if (m_fd >= 0)
+            ::close(m_fd);
+    }
+    ChangeLock(const ChangeLock&) = delete;
+    ChangeLock& operator=(const ChangeLock&) = delete;
+    bool held() const { return m_fd >= 0; }
+
+private:
+    int m_fd = -1;
+};
+
 bool removeTree(const QString& path)
 {
     QDir folder(path);
@@ -88,15 +122,39 @@ Vault::Opening Vault::open(const QString& folder, SecretStore& secrets, Trash& t
     // Recovered files are listed again, and the list that names them recorded; a failure to record
     // it only means they are found again next time.
     if (!contents->recovered.isEmpty() || contents->fromPreviousIndex) {
-        vault->m_entries.append(contents->recovered);
-        if (vault->m_store.commit(vault->m_entries))
+        const QList<VaultEntry> recovered = contents->recovered;
+        const bool recorded = vault->update([&recovered, fromPrevious = contents->fromPreviousIndex,
+                                             &listed = contents->entries](QList<VaultEntry>& entries) {
+            if (fromPrevious)
+                entries = listed; // the damaged index is replaced by the one that opened
+            for (const VaultEntry& found : recovered) {
+                // Named meanwhile by the process that was writing it: its own entry stands.
+                if (std::none_of(entries.cbegin(), entries.cend(),
+                                 [&found](const VaultEntry& entry) { return entry.id == found.id; }))
+                    entries.append(found);
+            }
+        });
+        if (recorded)
             opening.recovered = int(contents->recovered.size());
-        else
-            vault->m_entries = contents->entries;
     }
     opening.migrationFailed = !vault->migrateLegacy(trash, opening.migrated, cancel);
     opening.vault = std::move(vault);
     return opening;
+}
+
+bool Vault::update(const std::function<void(QList<VaultEntry>&)>& change)
+{
+    // Changed from the list on the disk, not the one in memory: another process may have recorded
+    // files since this one read it.
+    const ChangeLock lock(m_store.folder());
+    std::optional<QList<VaultEntry>> entries = lock.held() ? m_store.readIndex() : std::nullopt;
+    if (!entries)
+        return false;
+    change(*entries);
+    if (!m_store.commit(*entries))
+        return false;
+    m_entries = *entries;
+    return true;
 }
 
 const VaultEntry* Vault::find(const QUuid& id) const
@@ -167,16 +225,25 @@ VaultAddReport Vault::addFiles(const QStringList& files, Trash& trash, const Pro
         return report;
 
     // 2. The batch recorded once. Without it, the encrypted copies are unnamed: they go, the
-    // originals stay.
-    QList<VaultEntry> entries = m_entries + fresh;
-    if (!m_store.commit(entries)) {
+    // originals stay. An unlock elsewhere may have listed one as recovered meanwhile: ours replaces it.
+    const auto ids = [](const QList<VaultEntry>& list) {
+        QSet<QUuid> set;
+        for (const VaultEntry& entry : list)
+            set.insert(entry.id);
+        return set;
+    };
+    const QSet<QUuid> freshIds = ids(fresh);
+    const bool recorded = update([&](QList<VaultEntry>& entries) {
+        entries.removeIf([&](const VaultEntry& entry) { return freshIds.contains(entry.id); });
+        entries.append(fresh);
+    });
+    if (!recorded) {
         for (const VaultEntry& entry : std::as_const(fresh))
             m_store.removeFile(entry);
         for (const auto& [file, was] : std::as_const(sealed))
             report.failed.append(file);
         return report;
     }
-    m_entries = entries;
 
     // 3. Only now may the originals go, each only if it is still what was encrypted.
     QList<VaultEntry> discarded;
@@ -190,16 +257,13 @@ VaultAddReport Vault::addFiles(const QStringList& files, Trash& trash, const Pro
         }
     }
     // 4. An encrypted copy whose original stayed is not kept: the list without it first, then the file.
-    if (!discarded.isEmpty()) {
+    // Should the list not be recorded, the copy stays named by it: listed, not hidden.
+    const QSet<QUuid> discardedIds = ids(discarded);
+    if (!discarded.isEmpty() && update([&](QList<VaultEntry>& entries) {
+            entries.removeIf([&](const VaultEntry& entry) { return discardedIds.contains(entry.id); });
+        })) {
         for (const VaultEntry& entry : std::as_const(discarded))
-            m_entries.removeAt(indexOf(entry.id));
-        if (m_store.commit(m_entries)) {
-            for (const VaultEntry& entry : std::as_const(discarded))
-                m_store.removeFile(entry);
-        } else {
-            // Still named by the recorded list: listed, so as not to hide what the disk holds.
-            m_entries = entries;
-        }
+            m_store.removeFile(entry);
     }
     return report;
 }
@@ -234,29 +298,28 @@ QString Vault::restoreTo(const QUuid& id, const QString& folder, const VaultCryp
     QString destination = QDir(folder).filePath(VaultCrypto::uniqueName(folder, entry.name));
     m_store.extract(entry, destination, progress, cancel); // flushed under its name, or thrown
 
-    // The file is out and whole: the list without it, then its encrypted copy.
-    QList<VaultEntry> entries = m_entries;
-    entries.removeAt(at);
-    if (!m_store.commit(entries)) {
-        // The vault keeps it; the copy just written is a second one, which the user may keep.
-        return destination;
-    }
-    m_entries = entries;
-    m_store.removeFile(entry);
+    // The file is out and whole: the list without it, then its encrypted copy. Should the list not be
+    // recorded, the vault keeps it, and the copy just written is a second one, which the user may keep.
+    if (update([&id](QList<VaultEntry>& entries) {
+            entries.removeIf([&id](const VaultEntry& listed) { return listed.id == id; });
+        }))
+        m_store.removeFile(entry);
     return destination;
 }
 
 bool Vault::remove(const QUuid& id)
 {
-    const int at = indexOf(id);
-    if (at < 0)
-        return true;
-    QList<VaultEntry> entries = m_entries;
-    const VaultEntry entry = entries.takeAt(at);
-    if (!m_store.commit(entries))
+    // Found in the list on the disk: another process may have added it after this one read its own.
+    std::optional<VaultEntry> removed;
+    if (!update([&id, &removed](QList<VaultEntry>& entries) {
+            for (qsizetype i = 0; i < entries.size(); ++i) {
+                if (entries.at(i).id == id)
+                    removed = entries.takeAt(i--);
+            }
+        }))
         return false;
-    m_entries = entries;
-    m_store.removeFile(entry);
+    if (removed)
+        m_store.removeFile(*removed);
     return true;
 }
 

@@ -99,6 +99,9 @@ public:
 private:
     Vault(const QString& folder, const QByteArray& key, QList<VaultEntry> entries);
     int indexOf(const QUuid& id) const;
+    /// Applies `change` to the list on the disk, under the vault's change lock, and records it; the
+    /// list in memory follows. False, and nothing changed, when it cannot be read or recorded.
+    bool update(const std::function<void(QList<VaultEntry>&)>& change);
     VaultAddReport addFiles(const QStringList& files, Trash& trash, const Progress& progress,
                             const std::atomic<bool>* cancel, const std::function<QString(const QString&)>& originOf);
     /// Encrypts the plain files of the earliest layout; false when some stay plain.

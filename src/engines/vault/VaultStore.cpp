@@ -80,22 +80,33 @@ QString VaultStore::pathOf(const VaultEntry& entry) const
     return QDir(m_folder).filePath(entry.fileName());
 }
 
+std::optional<QList<VaultEntry>> VaultStore::readIndex(bool* fromPrevious) const
+{
+    bool exists = false;
+    const QByteArray sealed = readSmallFile(QDir(m_folder).filePath(QLatin1StringView(indexName)), exists);
+    if (exists) {
+        if (std::optional<QList<VaultEntry>> entries = VaultCrypto::openIndex(sealed, m_key))
+            return entries;
+    }
+    bool previousExists = false;
+    const QByteArray previous =
+        readSmallFile(QDir(m_folder).filePath(QLatin1StringView(previousIndexName)), previousExists);
+    if (!previousExists) // a vault that never recorded anything, or a damaged index with nothing before it
+        return exists ? std::nullopt : std::optional<QList<VaultEntry>>(QList<VaultEntry>());
+    // No index but the previous one: a commit stopped between its two renames. Its files are found
+    // again as unnamed ones.
+    std::optional<QList<VaultEntry>> entries = VaultCrypto::openIndex(previous, m_key);
+    if (entries && exists && fromPrevious)
+        *fromPrevious = true;
+    return entries;
+}
+
 std::optional<VaultStore::Contents> VaultStore::load(const std::atomic<bool>* cancel) const
 {
     Contents contents;
-    bool exists = false;
-    const QByteArray sealed = readSmallFile(QDir(m_folder).filePath(QLatin1StringView(indexName)), exists);
-    std::optional<QList<VaultEntry>> entries =
-        exists ? VaultCrypto::openIndex(sealed, m_key) : std::optional<QList<VaultEntry>>(QList<VaultEntry>());
-    if (!entries) {
-        bool previousExists = false;
-        const QByteArray previous =
-            readSmallFile(QDir(m_folder).filePath(QLatin1StringView(previousIndexName)), previousExists);
-        entries = previousExists ? VaultCrypto::openIndex(previous, m_key) : std::nullopt;
-        if (!entries)
-            return std::nullopt;
-        contents.fromPreviousIndex = true;
-    }
+    const std::optional<QList<VaultEntry>> entries = readIndex(&contents.fromPreviousIndex);
+    if (!entries)
+        return std::nullopt;
     contents.entries = *entries;
 
     // Files a crash left unnamed: offered back once they decrypt whole.

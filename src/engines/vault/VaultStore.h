@@ -49,6 +49,10 @@ public:
     /// index exists and neither opens.
     std::optional<Contents> load(const std::atomic<bool>* cancel = nullptr) const;
 
+    /// The entries of the index (none yet: an empty list), else of the previous one, telling so in
+    /// `fromPrevious`; nothing when an index exists and neither opens.
+    std::optional<QList<VaultEntry>> readIndex(bool* fromPrevious = nullptr) const;
+
     /// Writes `entries` as the index, durably, keeping the one it replaces as "index-old.nvv".
     bool commit(const QList<VaultEntry>& entries) const;
 

@@ -236,3 +236,32 @@ TEST_F(VaultTest, WithoutItsKeyOrItsListTheVaultStaysShut)
     EXPECT_EQ(lost.error, VaultOpenError::KeyMissing);
     EXPECT_TRUE(m_secrets.bytes.isEmpty());
 }
+
+TEST_F(VaultTest, TwoProcessesChangingTheVaultKeepEachOthersFiles)
+{
+    std::unique_ptr<Vault> window = open();
+    std::unique_ptr<Vault> terminal = open();
+    ASSERT_TRUE(window && terminal);
+    ASSERT_EQ(window->add({file(QStringLiteral("a.txt"), QByteArrayLiteral("a"))}, m_trash).added.size(), 1);
+    // The other one still lists nothing, and records from what the disk says, not from what it read.
+    ASSERT_EQ(terminal->add({file(QStringLiteral("b.txt"), QByteArrayLiteral("b"))}, m_trash).added.size(), 1);
+    EXPECT_EQ(terminal->entries().size(), 2);
+    ASSERT_TRUE(window->remove(terminal->entries().constLast().id));
+    EXPECT_EQ(window->entries().size(), 1);
+    EXPECT_EQ(window->entries().constFirst().name, QStringLiteral("a.txt"));
+
+    // A commit stopped between its two renames: no "index.nvv", the one before in place. The list
+    // before opens, and the batch it did not name comes back as recovered, never lost.
+    ASSERT_EQ(window->add({file(QStringLiteral("c.txt"), QByteArrayLiteral("c"))}, m_trash).added.size(), 1);
+    window.reset();
+    terminal.reset();
+    ASSERT_TRUE(QFile::remove(vaultFolder() + QStringLiteral("/index.nvv")));
+    Vault::Opening opening = Vault::open(vaultFolder(), m_secrets, m_trash);
+    ASSERT_TRUE(opening.vault);
+    EXPECT_FALSE(opening.fromPreviousIndex);
+    EXPECT_EQ(opening.recovered, 1);
+    QStringList names;
+    for (const VaultEntry& entry : opening.vault->entries())
+        names.append(entry.name);
+    EXPECT_EQ(names, (QStringList{QStringLiteral("a.txt"), QStringLiteral("Fichier récupéré")}));
+}
