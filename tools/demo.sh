@@ -11,6 +11,16 @@ tools/install-deps.sh
 cmake --preset default >/dev/null
 cmake --build --preset default -j "$(nproc 2>/dev/null || sysctl -n hw.ncpu)" --target nuvrel nuvrel-cli nuvrel-make-samples
 
+# The vault asks polkit to check the owner; polkitd reads actions only from there.
+if [ "$(uname -s)" = Linux ] && [ -d /usr/share/polkit-1/actions ] &&
+   ! cmp -s data/polkit/app.nuvrel.vault.policy /usr/share/polkit-1/actions/app.nuvrel.vault.policy; then
+  if [ "$(id -u)" -eq 0 ]; then
+    install -m 644 data/polkit/app.nuvrel.vault.policy /usr/share/polkit-1/actions/
+  else
+    sudo install -m 644 data/polkit/app.nuvrel.vault.policy /usr/share/polkit-1/actions/ || true
+  fi
+fi
+
 samples=build/demo/Backup
 photos=build/demo/Photos
 rm -rf build/demo

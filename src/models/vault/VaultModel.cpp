@@ -160,14 +160,14 @@ void VaultModel::unlock()
                     return L("Impossible de vérifier ton identité sur cet ordinateur : le coffre reste verrouillé.");
                 });
                 break;
-            case OwnerCheck::Outcome::Confirmed: finishUnlock(std::move(answer->opening)); break;
+            case OwnerCheck::Outcome::Confirmed: finishUnlock(std::move(answer->opening), false); break;
             }
             Q_EMIT stateChanged();
         });
     Q_EMIT stateChanged();
 }
 
-void VaultModel::finishUnlock(Vault::Opening opening)
+void VaultModel::finishUnlock(Vault::Opening opening, bool refreshing)
 {
     if (!opening.vault) {
         switch (opening.error) {
@@ -188,6 +188,12 @@ void VaultModel::finishUnlock(Vault::Opening opening)
     }
     m_vault = std::shared_ptr<Vault>(std::move(opening.vault));
     publishItems();
+    // A refresh with nothing to tell leaves the last result on show.
+    if (!opening.fromPreviousIndex && opening.recovered == 0 && !opening.migrationFailed) {
+        if (!refreshing)
+            setMessage({});
+        return;
+    }
     setMessage([fromPreviousIndex = opening.fromPreviousIndex, recovered = opening.recovered,
                 migrationFailed = opening.migrationFailed] {
         QStringList parts;
@@ -234,7 +240,7 @@ void VaultModel::refresh()
         [this](const std::shared_ptr<Vault::Opening>& opening) {
             if (!m_vault)
                 return; // locked meanwhile
-            finishUnlock(std::move(*opening));
+            finishUnlock(std::move(*opening), true);
         });
     Q_EMIT stateChanged();
 }

@@ -82,7 +82,7 @@ private:
     void setMessage(Text message);
     void setProgress(Text text, double fraction);
     void publishItems();
-    void finishUnlock(Vault::Opening opening);
+    void finishUnlock(Vault::Opening opening, bool refreshing);
     /// Runs one step on the unlocked vault, off the GUI thread.
     template <typename Body, typename Done>
     void run(Text busyText, Body body, Done done);

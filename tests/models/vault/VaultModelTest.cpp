@@ -123,6 +123,17 @@ TEST_F(VaultModelTest, AddingReportsWhatWentInAndWhatStayed)
     EXPECT_EQ(model.message(), QStringLiteral("Impossible de déplacer ces fichiers."));
     EXPECT_TRUE(QFile::exists(c));
     EXPECT_EQ(model.items().size(), 2);
+
+    // The command line adds a file meanwhile: a refresh shows it, and keeps the last result on show.
+    m_fakes.trash.refuse = false;
+    Vault::Opening other = Vault::open(m_root.filePath(QStringLiteral("Coffre")), m_fakes.secrets, m_fakes.trash);
+    ASSERT_TRUE(other.vault);
+    ASSERT_EQ(other.vault->add({c}, m_fakes.trash).added.size(), 1);
+    model.refresh();
+    ASSERT_TRUE(settle(model));
+    EXPECT_EQ(model.items().size(), 3);
+    EXPECT_EQ(model.items().constFirst().name, QStringLiteral("c.pdf"));
+    EXPECT_EQ(model.message(), QStringLiteral("Impossible de déplacer ces fichiers."));
 }
 
 TEST_F(VaultModelTest, OpenedCopiesGoWhenTheSessionLocks)

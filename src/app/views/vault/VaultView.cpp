@@ -14,6 +14,7 @@
 #include <QMimeData>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QShowEvent>
 #include <QStackedWidget>
 #include <QStandardPaths>
 #include <QTreeWidget>
@@ -294,6 +295,14 @@ void VaultView::confirmDelete()
     }
     if (confirmed)
         m_model.deleteForever(id);
+}
+
+void VaultView::showEvent(QShowEvent* event)
+{
+    QWidget::showEvent(event);
+    // What the command line changed while the page was out of sight.
+    if (m_model.isUnlocked() && !m_model.isBusy())
+        m_model.refresh();
 }
 
 void VaultView::dragEnterEvent(QDragEnterEvent* event)

@@ -44,6 +44,7 @@ public:
     QLabel* lockedTitle() const { return m_lockedTitle; }
 
 protected:
+    void showEvent(QShowEvent* event) override;
     void dragEnterEvent(QDragEnterEvent* event) override;
     void dropEvent(QDropEvent* event) override;
 
