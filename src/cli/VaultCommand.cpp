@@ -4,12 +4,14 @@
 #include "engines/vault/Vault.h"
 #include "l10n/L.h"
 #include "platform/OwnerCheck.h"
+#include "platform/Workspace.h"
 #include "platform/system/SystemServices.h"
 #include "platform/system/SystemTrash.h"
 
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFileInfo>
+#include <QGuiApplication>
 #include <QUuid>
 
 namespace nuvrel::cli {
@@ -226,6 +228,9 @@ int runVault(const CommandLine& line, QTextStream& out, QTextStream& err)
             if (!line.json)
                 err << L("Cette copie déchiffrée est effacée par « %@ ».", QStringLiteral("nuvrel-cli vault lock"))
                     << '\n';
+            // On a desktop, main() made the application that can hand the copy to its viewer.
+            if (qobject_cast<QGuiApplication*>(QCoreApplication::instance()) && !systemWorkspace().open(copy))
+                err << L("Impossible d'ouvrir ce fichier.") << '\n';
             return Found;
         }
         const QString restored =

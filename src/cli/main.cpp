@@ -24,9 +24,18 @@ int main(int argc, char* argv[])
     // Drawing a PDF needs fonts, hence the GUI application, for those commands only; a command-line
     // tool never shows a window.
     std::unique_ptr<QCoreApplication> app;
-    if (std::any_of(argv + 1, argv + argc, [](const char* word) {
-            return std::strcmp(word, "chat-pdf") == 0 || std::strcmp(word, "lighten") == 0;
-        })) {
+    const auto has = [argc, argv](const char* word) {
+        return std::any_of(argv + 1, argv + argc, [word](const char* given) { return std::strcmp(given, word) == 0; });
+    };
+    // A vault file opened from a terminal goes to the desktop's application for it, where there is a desktop.
+#ifdef Q_OS_MACOS
+    const bool desktop = true;
+#else
+    const bool desktop = !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+#endif
+    if (has("vault") && has("open") && desktop) {
+        app = std::make_unique<QGuiApplication>(argc, argv);
+    } else if (has("chat-pdf") || has("lighten")) {
         if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
             qputenv("QT_QPA_PLATFORM", "offscreen");
         app = std::make_unique<QGuiApplication>(argc, argv);
