@@ -39,12 +39,12 @@ cmake --build --preset asan -j "$jobs"
 step "Fuzzing the parsers of untrusted data"
 cmake --preset fuzz -DNUVREL_WERROR=ON >/dev/null
 cmake --build --preset fuzz -j "$jobs" --target fuzz_bplist fuzz_keybag fuzz_mbdb fuzz_attributedbody \
-  fuzz_whatsapp_export fuzz_pdf_layout fuzz_chat_exports nuvrel-make-samples
+  fuzz_whatsapp_export fuzz_pdf_layout fuzz_chat_exports fuzz_http_request nuvrel-make-samples
 corpus=build/fuzz/corpus
 build/fuzz/tools/samples/nuvrel-make-samples --fuzz-seeds "$corpus" >/dev/null
 for target in bplist:${fuzz_seconds} keybag:$((fuzz_seconds / 2)) mbdb:$((fuzz_seconds / 2)) \
               attributedbody:$((fuzz_seconds / 2)) whatsapp_export:$((fuzz_seconds / 2)) \
-              pdf_layout:$((fuzz_seconds / 2)) chat_exports:$((fuzz_seconds / 2)); do
+              pdf_layout:$((fuzz_seconds / 2)) chat_exports:$((fuzz_seconds / 2)) http_request:$((fuzz_seconds / 2)); do
   name=${target%%:*}
   seconds=${target#*:}
   mkdir -p "$corpus/$name"
