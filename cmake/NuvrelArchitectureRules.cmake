@@ -24,11 +24,11 @@ set(NUVREL_LAYER_ALLOWS_cli ground format engine platform-system)
 set(NUVREL_LAYER_QT_ground Core)
 set(NUVREL_LAYER_QT_platform-system Core Gui DBus)
 set(NUVREL_LAYER_QT_format Core Gui)
-set(NUVREL_LAYER_QT_engine Core Gui Pdf)
+set(NUVREL_LAYER_QT_engine Core Gui Pdf Network) # Network: the transfer engine's server
 set(NUVREL_LAYER_QT_session Core Gui)
 set(NUVREL_LAYER_QT_model Core Gui)
 set(NUVREL_LAYER_QT_app Core Gui Widgets Network Svg DBus)
-set(NUVREL_LAYER_QT_cli Core Gui)
+set(NUVREL_LAYER_QT_cli Core Gui Network)
 
 # Checks one edge. `from_layer` links `to`, which is either a Nuvrel target of layer `to_layer` (with
 # `same_target` false when it is a different target), or an external library (`to_layer` empty).

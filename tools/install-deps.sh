@@ -8,7 +8,7 @@ debian_packages=(
   qt6-base-dev qt6-svg-dev qt6-translations-l10n libheif-dev
   libplist-dev libssl-dev libsqlite3-dev sqlite3 qtkeychain-qt6-dev libicu-dev
   libsecret-1-0 gnome-keyring dbus libsecret-tools fonts-dejavu-core poppler-utils
-  polkitd libxml2-utils
+  polkitd libxml2-utils curl
   ffmpeg libheif-examples
   fonts-noto-core fonts-noto-cjk fonts-noto-color-emoji fonts-symbola
   libgtest-dev libgmock-dev libbenchmark-dev
