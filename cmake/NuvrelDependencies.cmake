@@ -75,6 +75,8 @@ nuvrel_require_pkg(POPPLER_QT6 poppler-qt6 "Poppler for Qt 6" libpoppler-qt6-dev
 nuvrel_require_pkg(RAPIDJSON RapidJSON "RapidJSON" rapidjson-dev rapidjson)
 # libzip: WhatsApp's exports with media come as zip archives.
 nuvrel_require_pkg(LIBZIP libzip "libzip" libzip-dev libzip)
+# libqrencode: the QR code a phone's camera reads the transfer address from.
+nuvrel_require_pkg(LIBQRENCODE libqrencode "libqrencode" libqrencode-dev qrencode)
 
 string(REPLACE "." ";" _plist_version "${LIBPLIST_VERSION}")
 list(GET _plist_version 0 NUVREL_LIBPLIST_MAJOR)

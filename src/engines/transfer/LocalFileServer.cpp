@@ -14,6 +14,7 @@ namespace nuvrel {
 namespace {
 
 constexpr qint64 readPiece = qint64(256) * 1024;
+constexpr qint64 progressStep = qint64(4) * 1024 * 1024;
 
 bool isPrivate(const QHostAddress& address)
 {
@@ -119,7 +120,8 @@ private:
             m_remaining -= piece;
             m_sent += piece;
         }
-        if (m_download >= 0 && m_sent > m_reported) {
+        // A few signals a second even at full speed: each crosses threads to the page.
+        if (m_download >= 0 && m_sent > m_reported && (m_sent - m_reported >= progressStep || m_remaining == 0)) {
             m_reported = m_sent;
             Q_EMIT m_server.downloadProgress(m_download, m_sent);
         }

@@ -3,6 +3,7 @@
 
 #include "engines/transfer/LocalFileServer.h"
 #include "support/BackupFixture.h"
+#include "support/HttpFetch.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -19,27 +20,6 @@ using namespace nuvrel;
 using namespace nuvrel::test;
 
 namespace {
-
-struct Fetched
-{
-    int status = 0;
-    QByteArray body;
-};
-
-/// curl in its own process, the server's event loop turning meanwhile.
-Fetched fetch(const QString& url, const QStringList& extra = {})
-{
-    QTemporaryDir out;
-    const QString file = out.filePath(QStringLiteral("body"));
-    QProcess curl;
-    curl.start(QStringLiteral("curl"),
-               QStringList{QStringLiteral("-s"), QStringLiteral("-o"), file, QStringLiteral("-w"),
-                           QStringLiteral("%{http_code}"), QStringLiteral("--max-time"), QStringLiteral("60")} +
-                   extra + QStringList{url});
-    if (!curl.waitForStarted() || !QTest::qWaitFor([&] { return curl.state() == QProcess::NotRunning; }, 70'000))
-        return {};
-    return {curl.readAllStandardOutput().toInt(), readFile(file)};
-}
 
 class LocalFileServerTest : public ::testing::Test
 {
