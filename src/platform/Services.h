@@ -5,6 +5,7 @@ namespace nuvrel {
 class Appearance;
 class Clipboard;
 class Handoff;
+class NearbyShare;
 class OwnerCheck;
 class SecretStore;
 class SessionLock;
@@ -27,6 +28,7 @@ struct Services
     Handoff& handoff;
     OwnerCheck& ownerCheck;
     SessionLock& sessionLock;
+    NearbyShare& nearbyShare;
 };
 
 } // namespace nuvrel

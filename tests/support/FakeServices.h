@@ -3,6 +3,7 @@
 #include "platform/Appearance.h"
 #include "platform/Clipboard.h"
 #include "platform/Handoff.h"
+#include "platform/NearbyShare.h"
 #include "platform/OwnerCheck.h"
 #include "platform/Services.h"
 #include "platform/SessionLock.h"
@@ -139,6 +140,24 @@ public:
     std::function<void()> watcher;
 };
 
+/// A nearby share that lists the phones the test gives it and records what it was asked to send.
+class ScriptedNearbyShare final : public NearbyShare
+{
+public:
+    Service service() const override { return kind; }
+    Availability availability() override { return state; }
+    Outcome send(const QStringList& files, const QString& device) override
+    {
+        sent.append({files, device});
+        return answer;
+    }
+
+    Service kind = Service::KdeConnect;
+    Availability state;
+    Outcome answer = Outcome::Sent;
+    QList<QPair<QStringList, QString>> sent;
+};
+
 /// Every platform service, faked, for a page or a window under test.
 struct FakeServices
 {
@@ -151,10 +170,12 @@ struct FakeServices
     RecordingHandoff handoff;
     ScriptedOwnerCheck ownerCheck;
     ManualSessionLock sessionLock;
+    ScriptedNearbyShare nearbyShare;
 
     Services services()
     {
-        return Services{secrets, workspace, trash, clipboard, volumes, appearance, handoff, ownerCheck, sessionLock};
+        return Services{secrets,    workspace, trash,      clipboard,   volumes,
+                        appearance, handoff,   ownerCheck, sessionLock, nearbyShare};
     }
 };
 

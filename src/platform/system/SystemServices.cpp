@@ -3,8 +3,10 @@
 #include "platform/system/KeychainSecretStore.h"
 #include "platform/system/Launcher.h"
 #ifdef Q_OS_MACOS
+#include "platform/system/AirDropShare.h"
 #include "platform/system/LocalAuthOwnerCheck.h"
 #else
+#include "platform/system/KdeConnectShare.h"
 #include "platform/system/PolkitOwnerCheck.h"
 #endif
 #include "platform/system/SystemAppearance.h"
@@ -63,8 +65,13 @@ Services systemServices()
     static ProcessLauncher launcher;
     static SystemHandoff handoff(launcher);
     static SystemSessionLock sessionLock;
-    return Services{systemSecretStore(), systemWorkspace(), trash, clipboard, volumes, appearance, handoff,
-                    systemOwnerCheck(),  sessionLock};
+#ifdef Q_OS_MACOS
+    static AirDropShare nearbyShare;
+#else
+    static KdeConnectShare nearbyShare(launcher);
+#endif
+    return Services{systemSecretStore(), systemWorkspace(), trash,      clipboard, volumes, appearance, handoff,
+                    systemOwnerCheck(),  sessionLock,       nearbyShare};
 }
 
 } // namespace nuvrel
