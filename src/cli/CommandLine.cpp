@@ -51,6 +51,8 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
     const QCommandLineOption source = valued({QStringLiteral("source")});
     const QCommandLineOption format = valued({QStringLiteral("format")});
     const QCommandLineOption target = valued({QStringLiteral("target")});
+    const QCommandLineOption address = valued({QStringLiteral("address")});
+    const QCommandLineOption port = valued({QStringLiteral("port")});
     const QCommandLineOption photos(QStringLiteral("photos"));
     const QCommandLineOption passwordStdin(QStringLiteral("password-stdin"));
     const QCommandLineOption remember(QStringLiteral("remember"));
@@ -63,9 +65,9 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
     const QCommandLineOption yes(QStringLiteral("yes"));
     const QCommandLineOption help(QStringList{QStringLiteral("h"), QStringLiteral("help")});
     const QCommandLineOption version(QStringLiteral("version"));
-    parser.addOptions({root,       lang,         domain,   path,    to,     from,          owner,    output,
-                       exportFile, source,       format,   target,  photos, passwordStdin, remember, json,
-                       force,      keepLocation, keepHeic, similar, trash,  yes,           help,     version});
+    parser.addOptions({root,   lang,   domain, path,          to,       from, owner, output,       exportFile, source,
+                       format, target, photos, passwordStdin, remember, json, force, keepLocation, keepHeic,   similar,
+                       trash,  yes,    help,   version,       address,  port});
     const bool parsed = parser.parse(QStringList{QStringLiteral("nuvrel-cli")} + arguments);
 
     CommandLine line;
@@ -86,6 +88,8 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
     line.source = optional(source);
     line.format = optional(format);
     line.target = optional(target);
+    line.address = optional(address);
+    line.port = optional(port);
     line.photos = parser.isSet(photos);
     line.passwordFromStdin = parser.isSet(passwordStdin);
     line.remember = parser.isSet(remember);
@@ -167,7 +171,12 @@ void printHelp(QTextStream& out, const QString& program)
          {QStringLiteral("vault list | add ") + file +
               QStringLiteral("… | open <%1> | restore <%1> | delete <%1> --yes | lock").arg(L("nom")),
           L("Le coffre : la liste, y mettre des fichiers, en ouvrir ou en sortir un, en supprimer un, le "
-            "verrouiller.")}});
+            "verrouiller.")},
+         {QStringLiteral("serve ") + file +
+              QStringLiteral("… [--address <%1>] [--port <%2>]").arg(L("adresse"), L("port")),
+          L("Envoie des fichiers à un téléphone sur le même réseau : il ouvre l'adresse ou le code QR affichés dans "
+            "son "
+            "navigateur.")}});
     section(
         L("Options :"),
         {{QStringLiteral("--root ") + folder, L("Lit les sauvegardes de ce dossier plutôt que celui des réglages.")},
@@ -198,6 +207,12 @@ void printHelp(QTextStream& out, const QString& program)
          {QStringLiteral("--owner <%1>").arg(L("nom")),
           L("Les messages de ce nom sont les tiens : ils s'affichent comme « %@ ».", ownerName())},
          {QStringLiteral("--format text|json"), L("Présentation d'une conversation.")},
+         {QStringLiteral("--address <%1>").arg(L("adresse")),
+          L("Adresse de cet ordinateur où attendre le téléphone (sinon : celle du Wi-Fi ou de l'Ethernet) (commande "
+            "%@).",
+            QStringLiteral("serve"))},
+         {QStringLiteral("--port <%1>").arg(L("port")),
+          L("Port où attendre le téléphone (sinon : un port libre choisi par le système).")},
          {QStringLiteral("--json"), L("Affiche le résultat au format %@.", QStringLiteral("JSON"))},
          {QStringLiteral("--force"), L("Remplace le fichier de sortie s'il existe (sinon : « nom (2) »).")},
          {QStringLiteral("--lang <%1>").arg(L("code")),
@@ -212,7 +227,8 @@ void printHelp(QTextStream& out, const QString& program)
                                     {L("5 : mot de passe absent ou faux")},
                                     {L("6 : sauvegarde ou fichier illisible ou introuvable")},
                                     {L("7 : des fichiers n'ont pas pu être extraits ou allégés")},
-                                    {L("8 : le PDF a été modifié depuis sa création")}});
+                                    {L("8 : le PDF a été modifié depuis sa création")},
+                                    {L("9 : l'envoi n'a pas pu démarrer à cette adresse ou sur ce port")}});
 }
 
 } // namespace nuvrel::cli

@@ -19,6 +19,7 @@ enum ExitCode : int {
     BackupUnreadable = 6,
     SomeFilesFailed = 7,
     PdfModified = 8,
+    ServeFailed = 9,
 };
 
 /// The parsed command line: one command word and its options.
@@ -38,6 +39,8 @@ struct CommandLine
     std::optional<QString> output;     ///< -o
     std::optional<QString> exportFile; ///< --export
     std::optional<QString> target;     ///< --target: the channel a lightened file is for
+    std::optional<QString> address;    ///< --address: where serve listens
+    std::optional<QString> port;       ///< --port: the port serve listens on
     bool photos = false;
     bool passwordFromStdin = false;
     bool remember = false;

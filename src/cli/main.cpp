@@ -4,6 +4,7 @@
 #include "cli/DuplicatesCommand.h"
 #include "cli/FilesCommand.h"
 #include "cli/LightenCommand.h"
+#include "cli/ServeCommand.h"
 #include "cli/VaultCommand.h"
 #include "engines/backup/BackupLocator.h"
 #include "ground/WorkFolder.h"
@@ -96,6 +97,8 @@ int main(int argc, char* argv[])
         return cli::runDuplicates(line, out, err);
     if (line.command == QLatin1StringView("vault"))
         return cli::runVault(line, out, err);
+    if (line.command == QLatin1StringView("serve"))
+        return cli::runServe(line, out, err);
 
     if (line.command.isEmpty())
         cli::printHelp(err, program);
