@@ -6,6 +6,7 @@
 #include "app/views/explore/ExplorePage.h"
 #include "app/views/home/HomeView.h"
 #include "app/views/lighten/LightenView.h"
+#include "app/views/transfer/TransferView.h"
 #include "app/views/vault/VaultView.h"
 #include "app/views/welcome/WelcomeView.h"
 #include "app/widgets/ShownText.h"
@@ -76,6 +77,9 @@ MainWindow::MainWindow(Services services, QWidget* parent)
     m_vaultModel = std::make_unique<VaultModel>(services);
     m_vault = new VaultView(*m_vaultModel, m_pages);
     m_registry.add(Page::Vault, m_vault, [this] { m_vault->retranslate(); });
+    m_transferModel = std::make_unique<TransferModel>(services);
+    m_transfer = new TransferView(*m_transferModel, m_pages);
+    m_registry.add(Page::Transfer, m_transfer, [this] { m_transfer->retranslate(); });
     m_home = new HomeView(m_registry.pages(), m_pages);
     m_registry.add(Page::Home, m_home, [this] { m_home->retranslate(); });
 

@@ -18,6 +18,8 @@ class BackupsModel;
 class AllegerModel;
 class DuplicatesModel;
 class DuplicatesView;
+class TransferModel;
+class TransferView;
 class VaultModel;
 class VaultView;
 class ConversationsModel;
@@ -55,6 +57,7 @@ public:
     LightenView* lightenView() const { return m_lighten; }
     DuplicatesView* duplicatesView() const { return m_duplicates; }
     VaultView* vaultView() const { return m_vault; }
+    TransferView* transferView() const { return m_transfer; }
     BackupsModel& backupsModel() const { return *m_backups; }
     QMenu* languageMenu() const { return m_languageMenu; }
     const PageRegistry& pages() const { return m_registry; }
@@ -71,6 +74,7 @@ private:
     std::unique_ptr<AllegerModel> m_lightenModel;
     std::unique_ptr<DuplicatesModel> m_duplicatesModel;
     std::unique_ptr<VaultModel> m_vaultModel;
+    std::unique_ptr<TransferModel> m_transferModel;
     QStackedWidget* m_root;
     WelcomeView* m_welcome;
     QWidget* m_shell;
@@ -81,6 +85,7 @@ private:
     LightenView* m_lighten;
     DuplicatesView* m_duplicates;
     VaultView* m_vault;
+    TransferView* m_transfer;
     HomeView* m_home;
     QMenu* m_languageMenu = nullptr;
     QActionGroup* m_languages = nullptr;
