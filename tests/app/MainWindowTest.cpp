@@ -10,6 +10,8 @@
 #include "app/views/explore/PhotoGrid.h"
 #include "app/views/home/HomeView.h"
 #include "app/views/lighten/LightenView.h"
+#include "app/views/transfer/QrCodeView.h"
+#include "app/views/transfer/TransferView.h"
 #include "app/views/vault/VaultView.h"
 #include "app/views/welcome/WelcomeView.h"
 #include "engines/backup/BackupReadError.h"
@@ -19,6 +21,7 @@
 #include "support/ChatFixtures.h"
 #include "support/FakeServices.h"
 #include "support/FolderSnapshot.h"
+#include "support/HttpFetch.h"
 #include "support/MemorySecretStore.h"
 #include "support/RecordingWorkspace.h"
 #include "support/SampleBackup.h"
@@ -27,6 +30,7 @@
 #include <QAction>
 #include <QApplication>
 #include <QCheckBox>
+#include <QComboBox>
 #include <QDialogButtonBox>
 #include <QDir>
 #include <QDragEnterEvent>
@@ -633,6 +637,69 @@ TEST_F(MainWindowTest, VaultPageOpensOnTheOwnersYesAndForgetsEverythingOnLock)
     EXPECT_EQ(view->list()->topLevelItemCount(), 0);
     EXPECT_FALSE(QFile::exists(copy));
     screenshot(*window, QStringLiteral("21-vault-locked"));
+}
+
+TEST_F(MainWindowTest, TransferPageServesWhatIsChosenAndShowsTheDownloads)
+{
+    // The page's view on a model that serves on loopback, never on this machine's network.
+    TransferModel model(m_fakes.services(), [] {
+        return QList<LocalAddress>{{QHostAddress::LocalHost, QStringLiteral("lo"), false},
+                                   {QHostAddress(QStringLiteral("192.0.2.1")), QStringLiteral("wlp2s0"), true}};
+    });
+    m_fakes.nearbyShare.state = {NearbyShare::Availability::Kind::Ready,
+                                 {{QStringLiteral("id1"), QStringLiteral("iPhone de Léa")}}};
+    TransferView view(model);
+    view.resize(1180 - 236, 760);
+    view.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
+    EXPECT_FALSE(view.startButton()->isEnabled());
+    EXPECT_TRUE(view.addressChoice()->isVisible()); // two networks: the user may pick
+    EXPECT_EQ(view.addressChoice()->itemText(1), QStringLiteral("192.0.2.1 (wlp2s0, Wi-Fi)"));
+
+    const QString video = m_out.filePath(QStringLiteral("Film de l'été.mov"));
+    QFile file(video);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    const QByteArray bytes(2'000'000, 'v');
+    file.write(bytes);
+    file.close();
+    auto* data = new QMimeData;
+    data->setUrls({QUrl::fromLocalFile(video)});
+    QDragEnterEvent enter(QPoint(10, 10), Qt::CopyAction, data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(&view, &enter);
+    ASSERT_TRUE(enter.isAccepted());
+    QDropEvent drop(QPointF(10, 10), Qt::CopyAction, data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(&view, &drop);
+    delete data;
+    ASSERT_EQ(view.chosenList()->count(), 1);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return view.nearbyButton()->isEnabled(); }, timeoutMs));
+    EXPECT_EQ(view.nearbyButton()->text(), QStringLiteral("Envoyer avec KDE Connect"));
+
+    QTest::mouseClick(view.startButton(), Qt::LeftButton);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return view.qrCode()->isVisible(); }, timeoutMs)) << qPrintable(model.status());
+    EXPECT_EQ(view.urlLabel()->text(), model.urlString());
+    EXPECT_TRUE(model.urlString().startsWith(QStringLiteral("http://127.0.0.1:")));
+    // Large, and every module whole device pixels: at least 4 of them at the smallest window.
+    EXPECT_GE(view.qrCode()->moduleSize(), 4);
+    const Fetched got = fetch(model.urlString() + QStringLiteral("f/0"));
+    EXPECT_TRUE(got.body == bytes);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] {
+            return view.downloadList()->topLevelItemCount() == 1 &&
+                   view.downloadList()->topLevelItem(0)->text(1) == QStringLiteral("Terminé");
+        },
+        timeoutMs));
+    EXPECT_EQ(view.downloadList()->topLevelItem(0)->text(0), QStringLiteral("Film de l'été.mov"));
+    EXPECT_EQ(view.statusLabel()->text(), QStringLiteral("Fichier envoyé !"));
+    screenshot(view, QStringLiteral("25-transfer-serving"));
+#ifndef Q_OS_MACOS
+    EXPECT_EQ(macWords(view), QStringList());
+#endif
+    EXPECT_EQ(cutTexts(view), QStringList());
+
+    QTest::mouseClick(view.stopButton(), Qt::LeftButton);
+    EXPECT_FALSE(model.isRunning());
+    EXPECT_FALSE(view.qrCode()->isVisible());
+    EXPECT_TRUE(view.startButton()->isEnabled());
 }
 
 TEST_F(MainWindowTest, ReturnPressesTheFocusedButton)

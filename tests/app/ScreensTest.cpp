@@ -12,6 +12,7 @@
 #include "app/views/explore/ExplorerView.h"
 #include "app/views/explore/PhotoGrid.h"
 #include "app/views/lighten/LightenView.h"
+#include "app/views/transfer/TransferView.h"
 #include "app/views/welcome/WelcomeView.h"
 #include "engines/backup/BackupReadError.h"
 #include "l10n/LanguageStore.h"
@@ -26,6 +27,7 @@
 #include <QDragEnterEvent>
 #include <QDropEvent>
 #include <QGuiApplication>
+#include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QMimeData>
@@ -299,6 +301,19 @@ TEST_F(Screens, EveryScreenAtTheSmallestSizeInEachSchemeAndLanguage)
     ASSERT_TRUE(QTest::qWaitFor([&] { return duplicates->model().scanned(); }, windowTimeoutMs));
     QTest::qWait(300); // the thumbnails
     capture(window, QStringLiteral("23-duplicates-found"));
+
+    // The transfer page, files chosen; serving is shown by the page's own test, on loopback.
+    window.setSection(Page::Transfer);
+    TransferView* transfer = window.transferView();
+    transfer->setFilePicker([&album] {
+        return QStringList{album + QStringLiteral("/IMG_2041.JPG"),
+                           album + QStringLiteral("/Contrat de location signé.pdf")};
+    });
+    QTest::mouseClick(transfer->chooseFilesButton(), Qt::LeftButton);
+    transfer->setFolderPicker([&album] { return QString(album + QStringLiteral("/Copies")); });
+    QTest::mouseClick(transfer->chooseFolderButton(), Qt::LeftButton);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !transfer->nearbyTextLabel()->text().isEmpty(); }, windowTimeoutMs));
+    capture(window, QStringLiteral("24-transfer-chosen"));
 }
 
 } // namespace

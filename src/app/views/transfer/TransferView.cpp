@@ -103,7 +103,7 @@ TransferView::TransferView(TransferModel& model, QWidget* parent)
         text->setObjectName(QStringLiteral("muted"));
     m_start->setObjectName(QStringLiteral("primary"));
     m_nearbySend->setObjectName(QStringLiteral("primary"));
-    m_url->setObjectName(QStringLiteral("pageTitle"));
+    m_url->setObjectName(QStringLiteral("sectionTitle"));
     m_url->setTextInteractionFlags(Qt::TextSelectableByMouse);
     m_url->setAlignment(Qt::AlignHCenter);
     m_instructions->setAlignment(Qt::AlignHCenter);
@@ -123,8 +123,9 @@ TransferView::TransferView(TransferModel& model, QWidget* parent)
     nearbyLayout->addWidget(m_nearbyTitle);
     nearbyLayout->addWidget(m_nearbyText);
     auto* nearbyRow = new QHBoxLayout;
-    nearbyRow->addWidget(m_nearbyDevice, 1);
+    nearbyRow->addWidget(m_nearbyDevice);
     nearbyRow->addWidget(m_nearbySend);
+    nearbyRow->addStretch(1);
     nearbyLayout->addLayout(nearbyRow);
 
     // Wi-Fi, choosing.
