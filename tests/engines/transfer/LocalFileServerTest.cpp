@@ -2,6 +2,7 @@
 // clients that misbehave (silent, endless, vanishing) closed without holding up the others.
 
 #include "engines/transfer/LocalFileServer.h"
+#include "engines/transfer/QrCode.h"
 #include "support/BackupFixture.h"
 #include "support/HttpFetch.h"
 
@@ -13,8 +14,12 @@
 #include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 
 #include <gtest/gtest.h>
+
+#include <memory>
+#include <vector>
 
 using namespace nuvrel;
 using namespace nuvrel::test;
@@ -126,4 +131,118 @@ TEST_F(LocalFileServerTest, ClientsThatMisbehaveAreClosedWithoutHoldingUpTheOthe
     qDeleteAll(silent);
     delete endless;
     delete leaving;
+}
+
+TEST_F(LocalFileServerTest, LongHeadsAreReadInPiecesUpToTheirCapAndSlowSendersTimeOut)
+{
+    m_server.setHeadDeadline(4000);
+    const QUrl url(m_server.url());
+    const auto connectClient = [&url] {
+        auto* socket = new QTcpSocket;
+        socket->connectToHost(QHostAddress::LocalHost, quint16(url.port()));
+        socket->waitForConnected(5000);
+        return socket;
+    };
+
+    // A request line over 8,192 bytes, in pieces: read whole, answered (the query is not ours).
+    std::unique_ptr<QTcpSocket> longLine(connectClient());
+    const QByteArray line = "GET " + url.path().toLatin1() + "f/0?" + QByteArray(9000, 'q') + " HTTP/1.1\r\n\r\n";
+    for (qsizetype at = 0; at < line.size(); at += 1000) {
+        longLine->write(line.mid(at, 1000));
+        longLine->flush();
+        QTest::qWait(5);
+    }
+    QByteArray answer;
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] {
+            answer += longLine->readAll();
+            return longLine->state() == QAbstractSocket::UnconnectedState || answer.size() > m_bytes.size();
+        },
+        10'000));
+    answer += longLine->readAll();
+    EXPECT_TRUE(answer.startsWith("HTTP/1.1 200 OK\r\n"));
+    EXPECT_TRUE(answer.endsWith(m_bytes.right(1000)));
+
+    // A 1 MB header: cut at the cap, without a word.
+    std::unique_ptr<QTcpSocket> huge(connectClient());
+    huge->write("GET " + url.path().toLatin1() + " HTTP/1.1\r\nX-Huge: " + QByteArray(1'000'000, 'h') + "\r\n\r\n");
+    ASSERT_TRUE(QTest::qWaitFor([&] { return huge->state() == QAbstractSocket::UnconnectedState; }, 10'000));
+    EXPECT_TRUE(huge->readAll().isEmpty());
+
+    // Fifty clients sending a byte every 200 ms: closed at the deadline, while a phone downloads.
+    std::vector<std::unique_ptr<QTcpSocket>> slow;
+    for (int i = 0; i < 50; ++i)
+        slow.emplace_back(connectClient());
+    QTimer drip;
+    const QByteArray request = "GET " + url.path().toLatin1() + " HTTP/1.1\r\nX-Slow: " + QByteArray(100, 's');
+    qsizetype sent = 0;
+    QObject::connect(&drip, &QTimer::timeout, [&] {
+        for (const auto& socket : slow) {
+            if (socket->state() == QAbstractSocket::ConnectedState)
+                socket->write(request.mid(sent % request.size(), 1));
+        }
+        ++sent;
+    });
+    drip.start(200);
+    const Fetched whole = fetch(url.toString() + QStringLiteral("f/0"));
+    EXPECT_TRUE(whole.body == m_bytes);
+    // Done while they still dripped: it never waited for them.
+    EXPECT_TRUE(std::any_of(slow.cbegin(), slow.cend(),
+                            [](const auto& s) { return s->state() == QAbstractSocket::ConnectedState; }));
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] {
+            return std::all_of(slow.cbegin(), slow.cend(),
+                               [](const auto& s) { return s->state() == QAbstractSocket::UnconnectedState; });
+        },
+        10'000));
+    drip.stop();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return m_server.connectionCount() == 0; }, 5000));
+}
+
+TEST_F(LocalFileServerTest, APhoneSizedChromiumOpensTheListTheQrCodeLeadsTo)
+{
+    const QString chromium = QStandardPaths::findExecutable(QStringLiteral("chromium"));
+    const QString zbarimg = QStandardPaths::findExecutable(QStringLiteral("zbarimg"));
+    const QString pdftotext = QStandardPaths::findExecutable(QStringLiteral("pdftotext"));
+    if (chromium.isEmpty() || zbarimg.isEmpty() || pdftotext.isEmpty())
+        GTEST_SKIP() << "chromium, zbarimg (zbar-tools) or pdftotext (poppler-utils) is not installed";
+    const QString tricky = m_folder.filePath(QStringLiteral("a <b> & c.txt"));
+    writeFile(tricky, QByteArrayLiteral("<b>not bold</b>"));
+    m_files.append({tricky, QStringLiteral("a <b> & c.txt"), 15, QFileInfo(tricky).lastModified()});
+    ASSERT_TRUE(m_server.start(m_files, QHostAddress::LocalHost));
+
+    // The address as a camera reads it from the code.
+    const std::optional<QrCode> code = QrCode::encode(m_server.url().toUtf8());
+    ASSERT_TRUE(code);
+    const QImage image = code->toImage();
+    const QString png = m_folder.filePath(QStringLiteral("code.png"));
+    ASSERT_TRUE(image.scaled(image.size() * 6, Qt::IgnoreAspectRatio, Qt::FastTransformation).save(png));
+    QProcess zbar;
+    zbar.start(zbarimg, {QStringLiteral("--quiet"), QStringLiteral("--raw"), png});
+    ASSERT_TRUE(zbar.waitForFinished(30'000));
+    const QString scanned = QString::fromUtf8(zbar.readAllStandardOutput().trimmed());
+    EXPECT_EQ(scanned, m_server.url());
+
+    // A phone-sized window prints what it shows; the server's loop turns meanwhile.
+    const QString pdf = m_folder.filePath(QStringLiteral("page.pdf"));
+    QProcess browser;
+    browser.setProcessChannelMode(QProcess::MergedChannels);
+    browser.start(chromium,
+                  {QStringLiteral("--headless"), QStringLiteral("--no-sandbox"), QStringLiteral("--disable-gpu"),
+                   QStringLiteral("--no-first-run"), QStringLiteral("--window-size=390,844"),
+                   QStringLiteral("--user-data-dir=") + m_folder.filePath(QStringLiteral("profile")),
+                   QStringLiteral("--print-to-pdf=") + pdf, scanned});
+    ASSERT_TRUE(browser.waitForStarted(10'000));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return browser.state() == QProcess::NotRunning; }, 120'000));
+    ASSERT_TRUE(QFileInfo::exists(pdf)) << browser.readAll().constData();
+    QProcess text;
+    text.start(pdftotext, {QStringLiteral("-enc"), QStringLiteral("UTF-8"), pdf, QStringLiteral("-")});
+    ASSERT_TRUE(text.waitForFinished(30'000));
+    const QString shown = QString::fromUtf8(text.readAllStandardOutput());
+    EXPECT_TRUE(shown.contains(QStringLiteral("a <b> & c.txt"))) << qPrintable(shown);
+    EXPECT_TRUE(shown.contains(QStringLiteral("vidéo.mov"))) << qPrintable(shown);
+
+    // Its links lead to the files, byte for byte.
+    EXPECT_EQ(fetch(scanned + QStringLiteral("f/1")).body, QByteArrayLiteral("<b>not bold</b>"));
+    EXPECT_TRUE(fetch(scanned + QStringLiteral("f/0")).body == m_bytes);
 }
