@@ -160,6 +160,8 @@ LocalFileServer::LocalFileServer(QObject* parent)
     : QObject(parent)
     , m_server(new QTcpServer(this))
 {
+    // Room in the system's queue for a burst of phones and tabs beyond what is served at once.
+    m_server->setListenBacklogSize(maxConnections);
     connect(m_server, &QTcpServer::newConnection, this, &LocalFileServer::accept);
 }
 
