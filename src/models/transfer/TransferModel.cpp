@@ -182,12 +182,12 @@ void TransferModel::start()
         [this](Prepared prepared) {
             if (prepared.result.cancelled)
                 return;
-            serve(std::move(prepared.prep), std::move(prepared.result.files), std::move(prepared.result.failed));
+            serve(std::move(prepared.prep), std::move(prepared.result.files), prepared.result.failed);
         });
     Q_EMIT stateChanged();
 }
 
-void TransferModel::serve(std::shared_ptr<TransferPrep> prep, QList<ServedFile> files, QStringList failed)
+void TransferModel::serve(std::shared_ptr<TransferPrep> prep, QList<ServedFile> files, const QStringList& failed)
 {
     if (files.isEmpty()) {
         setStatus([failed] { return L("Rien à envoyer : %@ n'a pas pu être lu ou compressé.", names(failed)); });

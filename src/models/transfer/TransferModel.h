@@ -122,7 +122,7 @@ private:
     using Text = std::function<QString()>;
 
     void setStatus(Text status);
-    void serve(std::shared_ptr<TransferPrep> prep, QList<ServedFile> files, QStringList failed);
+    void serve(std::shared_ptr<TransferPrep> prep, QList<ServedFile> files, const QStringList& failed);
     void downloadStarted(int id, int file, qint64 length);
     void downloadProgress(int id, qint64 sent);
     void downloadFinished(int id, bool complete);
