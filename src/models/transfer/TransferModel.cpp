@@ -171,6 +171,7 @@ void TransferModel::start()
         return info.isDir() && !info.isSymLink();
     });
     setStatus(hasFolder ? Text([] { return L("Préparation du dossier (compression)…"); }) : Text());
+    const quint64 run = ++m_run;
     m_job->start(
         [items = m_items](JobContext& context) {
             Prepared prepared{std::make_shared<TransferPrep>(), {}};
@@ -179,8 +180,9 @@ void TransferModel::start()
                 context.token().flag());
             return prepared;
         },
-        [this](Prepared prepared) {
-            if (prepared.result.cancelled)
+        [this, run](Prepared prepared) {
+            // Stopped meanwhile: its archives go with it, unserved.
+            if (prepared.result.cancelled || run != m_run)
                 return;
             serve(std::move(prepared.prep), std::move(prepared.result.files), prepared.result.failed);
         });
@@ -227,7 +229,11 @@ void TransferModel::serve(std::shared_ptr<TransferPrep> prep, QList<ServedFile> 
 
 void TransferModel::stop()
 {
-    m_job->cancel();
+    ++m_run;
+    if (m_job->isRunning()) {
+        m_job->cancel();
+        setStatus({});
+    }
     if (!isRunning())
         return;
     QMetaObject::invokeMethod(

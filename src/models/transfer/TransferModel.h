@@ -97,7 +97,7 @@ public:
     Q_INVOKABLE void addItems(const QStringList& paths);
     /// Prepares the folders, then serves everything on the chosen address under a new port and token.
     Q_INVOKABLE void start();
-    /// Stops serving (every connection cut) and forgets the archives made for it.
+    /// Stops preparing or serving (every connection cut) and forgets the archives made for it.
     Q_INVOKABLE void stop();
     /// Stops and empties the list, for the user to choose again.
     Q_INVOKABLE void changeFiles();
@@ -130,8 +130,9 @@ private:
 
     Services m_services;
     AddressSource m_addressSource;
-    Job* m_job;       ///< folders being compressed
-    Job* m_nearbyJob; ///< the nearby share asked or given files
+    Job* m_job;        ///< folders being compressed
+    quint64 m_run = 0; ///< which start a preparation belongs to: a stop makes it stale
+    Job* m_nearbyJob;  ///< the nearby share asked or given files
     QThread m_serverThread;
     LocalFileServer* m_server;                          ///< lives on m_serverThread
     std::shared_ptr<TransferPrep> m_prep;               ///< the archives served; they go with it

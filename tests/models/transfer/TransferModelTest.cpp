@@ -151,6 +151,21 @@ TEST_F(TransferModelTest, SaysWhyItCannotServeAndStopsWithTheModel)
         EXPECT_FALSE(model.isRunning());
         EXPECT_EQ(model.status(), QStringLiteral("Rien à envoyer : gone.mov n'a pas pu être lu ou compressé."));
     }
+    {
+        // Stopped while its folder is compressed: nothing is served, however the work ends.
+        writeFile(m_folder + QStringLiteral("/scan.bin"), noise(40'000'000, 9));
+        TransferModel model(m_fakes.services(), &loopback);
+        model.setItems({m_folder});
+        model.start();
+        ASSERT_TRUE(model.isPreparing());
+        EXPECT_EQ(model.status(), QStringLiteral("Préparation du dossier (compression)…"));
+        model.stop();
+        ASSERT_TRUE(QTest::qWaitFor([&] { return !model.isPreparing(); }, 60'000));
+        QTest::qWait(50);
+        EXPECT_FALSE(model.isRunning());
+        EXPECT_TRUE(model.urlString().isEmpty());
+        EXPECT_TRUE(model.status().isEmpty());
+    }
     QString url;
     {
         auto model = std::make_unique<TransferModel>(m_fakes.services(), &loopback);

@@ -185,7 +185,8 @@ TransferView::TransferView(TransferModel& model, QWidget* parent)
 
     connect(m_chooseFiles, &QPushButton::clicked, this, &TransferView::pickFiles);
     connect(m_chooseFolder, &QPushButton::clicked, this, &TransferView::pickFolder);
-    connect(m_start, &QPushButton::clicked, &m_model, &TransferModel::start);
+    // While folders are compressed, the same button stops.
+    connect(m_start, &QPushButton::clicked, this, [this] { m_model.isPreparing() ? m_model.stop() : m_model.start(); });
     connect(m_stop, &QPushButton::clicked, &m_model, &TransferModel::stop);
     connect(m_change, &QPushButton::clicked, this, [this] {
         m_model.changeFiles();
@@ -215,7 +216,6 @@ void TransferView::retranslate()
     m_chooseFiles->setText(L("Choisir un ou plusieurs fichiers…"));
     m_chooseFolder->setText(L("Choisir un dossier…"));
     m_addressLabel->setText(L("Réseau :"));
-    m_start->setText(L("Démarrer l'envoi"));
     m_instructions->setText(
         L("Sur l'iPhone : ouvre l'appareil photo et vise ce code QR, ou ouvre Safari et tape l'adresse en dessous."));
     m_servedTitle->setText(L("Fichiers proposés"));
@@ -235,7 +235,8 @@ void TransferView::render()
     const bool running = m_model.isRunning();
     const bool preparing = m_model.isPreparing();
     m_wifiPages->setCurrentIndex(running ? 1 : 0);
-    m_start->setEnabled(!preparing && !m_model.items().isEmpty());
+    m_start->setText(preparing ? L("Arrêter") : L("Démarrer l'envoi"));
+    m_start->setEnabled(preparing || !m_model.items().isEmpty());
     m_chooseFiles->setEnabled(!preparing);
     m_chooseFolder->setEnabled(!preparing);
     m_address->setEnabled(!preparing);
