@@ -189,13 +189,18 @@ QList<LocalAddress> LocalFileServer::candidateAddresses()
                  interface.type() == QNetworkInterface::Wifi || interface.name().startsWith(QLatin1String("wl"))});
         }
     }
+    return ranked(found);
+}
+
+QList<LocalAddress> LocalFileServer::ranked(QList<LocalAddress> addresses)
+{
     const auto rank = [](const LocalAddress& candidate) {
         return std::pair{isLocalNetworkInterface(candidate.interfaceName) || candidate.wireless ? 0 : 1,
                          isPrivate(candidate.address) ? 0 : 1};
     };
-    std::stable_sort(found.begin(), found.end(),
+    std::stable_sort(addresses.begin(), addresses.end(),
                      [&rank](const LocalAddress& a, const LocalAddress& b) { return rank(a) < rank(b); });
-    return found;
+    return addresses;
 }
 
 bool LocalFileServer::start(const QList<ServedFile>& files, const QHostAddress& address, quint16 port)

@@ -39,6 +39,9 @@ public:
     /// This machine's addresses a phone may reach, best first: Wi-Fi and Ethernet before others,
     /// private ranges before others. Up, running, IPv4, never loopback.
     static QList<LocalAddress> candidateAddresses();
+    /// The same order for any list: Wi-Fi and Ethernet first (wl*, en*, eth*, or a wireless one),
+    /// then private ranges; otherwise as given.
+    static QList<LocalAddress> ranked(QList<LocalAddress> addresses);
 
     /// Serves `files` on `address` (a system-chosen port when `port` is 0) under a new token; false
     /// when it cannot listen there. Stops a previous run first.

@@ -6,9 +6,11 @@
 #include "support/BackupFixture.h"
 #include "support/HttpFetch.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QStandardPaths>
 #include <QTcpSocket>
@@ -20,6 +22,8 @@
 
 #include <memory>
 #include <vector>
+
+#include <unistd.h>
 
 using namespace nuvrel;
 using namespace nuvrel::test;
@@ -245,4 +249,101 @@ TEST_F(LocalFileServerTest, APhoneSizedChromiumOpensTheListTheQrCodeLeadsTo)
     // Its links lead to the files, byte for byte.
     EXPECT_EQ(fetch(scanned + QStringLiteral("f/1")).body, QByteArrayLiteral("<b>not bold</b>"));
     EXPECT_TRUE(fetch(scanned + QStringLiteral("f/0")).body == m_bytes);
+}
+
+TEST(LocalFileServerAddresses, WiFiAndEthernetFirstThenPrivateRanges)
+{
+    const auto at = [](const char* address, const char* name, bool wireless = false) {
+        return LocalAddress{QHostAddress(QString::fromLatin1(address)), QString::fromLatin1(name), wireless};
+    };
+    const QList<LocalAddress> ranked = LocalFileServer::ranked({
+        at("172.17.0.1", "docker0"), at("100.101.102.103", "tailscale0"), at("203.0.113.7", "enp3s0"),
+        at("192.168.1.20", "wlp2s0"), at("10.8.0.2", "tun0"), at("169.254.3.4", "eth0"), at("10.0.0.5", "eno1"),
+        at("192.168.50.2", "ath0", true), // a wireless card of another name
+    });
+    QStringList order;
+    for (const LocalAddress& address : ranked)
+        order.append(address.interfaceName);
+    EXPECT_EQ(order, (QStringList{QStringLiteral("wlp2s0"), QStringLiteral("eno1"), QStringLiteral("ath0"),
+                                  QStringLiteral("enp3s0"), QStringLiteral("eth0"), QStringLiteral("docker0"),
+                                  QStringLiteral("tun0"), QStringLiteral("tailscale0")}));
+    // What this machine offers: never loopback, never IPv6.
+    for (const LocalAddress& address : LocalFileServer::candidateAddresses()) {
+        EXPECT_FALSE(address.address.isLoopback()) << qPrintable(address.interfaceName);
+        EXPECT_EQ(address.address.protocol(), QAbstractSocket::IPv4Protocol);
+    }
+}
+
+TEST_F(LocalFileServerTest, ListensOnItsOneAddressAndLetsExtraConnectionsWait)
+{
+    // Another loopback address of this machine, same port: nothing listens there.
+    const quint16 port = quint16(QUrl(m_server.url()).port());
+    QTcpSocket other;
+    other.connectToHost(QHostAddress(QStringLiteral("127.0.0.2")), port);
+    EXPECT_FALSE(other.waitForConnected(3000));
+
+    // More silent clients than it serves at once: the rest wait in the system's queue, and a phone
+    // behind them is served once the silent ones time out, not refused.
+    m_server.setHeadDeadline(1500);
+    std::vector<std::unique_ptr<QTcpSocket>> silent;
+    for (int i = 0; i < LocalFileServer::maxConnections + 40; ++i) {
+        silent.push_back(std::make_unique<QTcpSocket>());
+        silent.back()->connectToHost(QHostAddress::LocalHost, port);
+    }
+    ASSERT_TRUE(QTest::qWaitFor([&] { return m_server.connectionCount() == LocalFileServer::maxConnections; }, 10'000));
+    const Fetched whole = fetch(m_server.url() + QStringLiteral("f/0"));
+    EXPECT_EQ(whole.status, 200);
+    EXPECT_TRUE(whole.body == m_bytes);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return m_server.connectionCount() == 0; }, 15'000));
+}
+
+TEST_F(LocalFileServerTest, AnotherMachineOnTheLinkDownloadsFromTheChosenAddress)
+{
+    // A second machine as a network namespace behind a veth pair; root only.
+    if (::geteuid() != 0 || QStandardPaths::findExecutable(QStringLiteral("ip")).isEmpty())
+        GTEST_SKIP() << "needs root and iproute2";
+    const QString ns = QStringLiteral("nuvrel-test-%1").arg(QCoreApplication::applicationPid());
+    const QString host = QStringLiteral("nvh%1").arg(QCoreApplication::applicationPid() % 100000);
+    const QString peer = QStringLiteral("nvp%1").arg(QCoreApplication::applicationPid() % 100000);
+    const auto ip = [](const QStringList& arguments) {
+        return QProcess::execute(QStringLiteral("ip"), arguments) == 0;
+    };
+    if (!ip({QStringLiteral("netns"), QStringLiteral("add"), ns}))
+        GTEST_SKIP() << "network namespaces are not available here";
+    const auto cleanup = qScopeGuard([&] {
+        ip({QStringLiteral("link"), QStringLiteral("del"), host});
+        ip({QStringLiteral("netns"), QStringLiteral("del"), ns});
+    });
+    ASSERT_TRUE(ip({QStringLiteral("link"), QStringLiteral("add"), host, QStringLiteral("type"), QStringLiteral("veth"),
+                    QStringLiteral("peer"), QStringLiteral("name"), peer}));
+    ASSERT_TRUE(ip({QStringLiteral("link"), QStringLiteral("set"), peer, QStringLiteral("netns"), ns}));
+    ASSERT_TRUE(ip(
+        {QStringLiteral("addr"), QStringLiteral("add"), QStringLiteral("10.231.7.1/24"), QStringLiteral("dev"), host}));
+    ASSERT_TRUE(ip({QStringLiteral("link"), QStringLiteral("set"), host, QStringLiteral("up")}));
+    ASSERT_TRUE(ip({QStringLiteral("netns"), QStringLiteral("exec"), ns, QStringLiteral("ip"), QStringLiteral("addr"),
+                    QStringLiteral("add"), QStringLiteral("10.231.7.2/24"), QStringLiteral("dev"), peer}));
+    ASSERT_TRUE(ip({QStringLiteral("netns"), QStringLiteral("exec"), ns, QStringLiteral("ip"), QStringLiteral("link"),
+                    QStringLiteral("set"), peer, QStringLiteral("up")}));
+
+    ASSERT_TRUE(m_server.start(m_files, QHostAddress(QStringLiteral("10.231.7.1"))));
+    const QString url = m_server.url();
+    // From the other side of the link, as a phone on the Wi-Fi: the list and the file, whole.
+    const auto fetchThere = [&](const QString& address) {
+        QTemporaryDir out;
+        const QString body = out.filePath(QStringLiteral("body"));
+        QProcess curl;
+        curl.start(QStringLiteral("ip"),
+                   {QStringLiteral("netns"), QStringLiteral("exec"), ns, QStringLiteral("curl"), QStringLiteral("-s"),
+                    QStringLiteral("--max-time"), QStringLiteral("30"), QStringLiteral("-o"), body,
+                    QStringLiteral("-w"), QStringLiteral("%{http_code}"), address});
+        if (!curl.waitForStarted() || !QTest::qWaitFor([&] { return curl.state() == QProcess::NotRunning; }, 40'000))
+            return Fetched{};
+        return Fetched{curl.readAllStandardOutput().toInt(), readFile(body), {}};
+    };
+    EXPECT_EQ(fetchThere(url).status, 200);
+    EXPECT_TRUE(fetchThere(url + QStringLiteral("f/0")).body == m_bytes);
+    // A stranger on the same link without the token gets nothing.
+    EXPECT_EQ(fetchThere(url.section(u'/', 0, 2) + QStringLiteral("/f/0")).status, 404);
+    // And the server is not on this machine's other addresses.
+    EXPECT_EQ(fetch(QStringLiteral("http://127.0.0.1:%1/").arg(QUrl(url).port())).status, 0);
 }
