@@ -56,7 +56,7 @@ bool makeFiles()
         QFile big(path(QStringLiteral("www/big.bin")));
         if (!big.open(QIODevice::WriteOnly))
             return false;
-        QByteArray block(4 * 1024 * 1024, Qt::Uninitialized);
+        QByteArray block(qsizetype(4) * 1024 * 1024, Qt::Uninitialized);
         QRandomGenerator random(7);
         for (qint64 written = 0; written < bigSize; written += block.size()) {
             random.fillRange(reinterpret_cast<quint32*>(block.data()), block.size() / 4);

@@ -175,6 +175,7 @@ TEST_F(LocalFileServerTest, LongHeadsAreReadInPiecesUpToTheirCapAndSlowSendersTi
 
     // Fifty clients sending a byte every 200 ms: closed at the deadline, while a phone downloads.
     std::vector<std::unique_ptr<QTcpSocket>> slow;
+    slow.reserve(50);
     for (int i = 0; i < 50; ++i)
         slow.emplace_back(connectClient());
     QTimer drip;
@@ -286,6 +287,7 @@ TEST_F(LocalFileServerTest, ListensOnItsOneAddressAndLetsExtraConnectionsWait)
     // behind them is served once the silent ones time out, not refused.
     m_server.setHeadDeadline(1500);
     std::vector<std::unique_ptr<QTcpSocket>> silent;
+    silent.reserve(LocalFileServer::maxConnections + 40);
     for (int i = 0; i < LocalFileServer::maxConnections + 40; ++i) {
         silent.push_back(std::make_unique<QTcpSocket>());
         silent.back()->connectToHost(QHostAddress::LocalHost, port);
