@@ -139,7 +139,7 @@ TEST_F(MainWindowTest, WelcomeShowsOnceThenTheSidebar)
         EXPECT_EQ(sidebarTitles(*window),
                   (QStringList{QStringLiteral("Accueil"), QStringLiteral("Alléger"), QStringLiteral("Conversations"),
                                QStringLiteral("Explorer les sauvegardes"), QStringLiteral("Doublons"),
-                               QStringLiteral("Coffre verrouillé")}));
+                               QStringLiteral("Ordinateur vers iPhone"), QStringLiteral("Coffre verrouillé")}));
         EXPECT_EQ(window->section(), Page::Home);
         screenshot(*window, QStringLiteral("02-home"));
     }
@@ -167,9 +167,10 @@ TEST_F(MainWindowTest, LanguageChangeRendersEveryTextAgain)
     (*english)->trigger();
     EXPECT_EQ(LanguageStore::shared().language(), AppLanguage::En);
     EXPECT_TRUE((*english)->isChecked());
-    EXPECT_EQ(sidebarTitles(*window), (QStringList{QStringLiteral("Home"), QStringLiteral("Shrink"),
-                                                   QStringLiteral("Conversations"), QStringLiteral("Explore Backups"),
-                                                   QStringLiteral("Duplicates"), QStringLiteral("Locked Vault")}));
+    EXPECT_EQ(sidebarTitles(*window),
+              (QStringList{QStringLiteral("Home"), QStringLiteral("Shrink"), QStringLiteral("Conversations"),
+                           QStringLiteral("Explore Backups"), QStringLiteral("Duplicates"),
+                           QStringLiteral("Computer to iPhone"), QStringLiteral("Locked Vault")}));
     EXPECT_EQ(window->explorePage()->backupsView()->findChild<QLabel*>(QStringLiteral("pageTitle"))->text(),
               QStringLiteral("Explore Backups"));
     EXPECT_FALSE(labelTexts(*window->explorePage()).contains(QStringLiteral("Branche ton iPhone")));
