@@ -25,6 +25,10 @@ QString pageDescription(Page page)
         return L("Trouve les fichiers en double et les photos qui se ressemblent, et libère de la place sans rien "
                  "perdre.");
     case Page::Explore: return L("Retrouve les photos, les fichiers et les conversations de tes sauvegardes d'iPhone.");
+    case Page::Transfer:
+        return L("Envoie de gros fichiers et des dossiers à ton iPhone par le Wi-Fi, sans câble ni nuage.");
+    case Page::Vault:
+        return L("Garde tes fichiers les plus privés chiffrés, ouverts seulement après ton identification.");
     default: return {};
     }
 }
