@@ -83,7 +83,7 @@ TEST(HttpAnswers, OnlyTheTokenOpensTheListAndItsFiles)
 {
     LanguageStore::shared().setLanguageForThisRun(AppLanguage::Fr);
     const QByteArray notFound = HttpAnswers::notFound;
-    // Strangers: no token, a wrong one, a prefix of it, a longer one, the Part's own paths.
+    // Strangers: no token, a wrong one, a prefix of it, a longer one, the bare paths of a server without one.
     for (const QByteArray& path :
          {QByteArray("/"), QByteArray("/f/0"), QByteArray("/abcdefghijklmnopqrstuvwxy/"),
           QByteArray("/abcdefghijklmnopqrstuvwxyzz/"), QByteArray("/ABCDEFGHIJKLMNOPQRSTUVWXYZ/"),
