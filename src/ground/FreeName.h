@@ -18,4 +18,9 @@ QString numberedName(const QString& name, int n, FreeNameStyle style);
 /// A check only: writers that must never replace a file use NewFile, which claims the name.
 QString freeName(const QString& location, FreeNameStyle style);
 
+/// `name`, read from a source we do not trust, made fit to be one file name: empty for "", "." and
+/// "..", separators and control characters replaced by "_", cut to 255 bytes of UTF-8 (never inside a
+/// character) keeping a short extension.
+QString cleanFileName(const QString& name);
+
 } // namespace nuvrel

@@ -95,12 +95,17 @@ QString NewFile::handOver()
 
 QString NewFile::commit(const std::optional<QDateTime>& modified)
 {
+    const QString name = QFileInfo(m_destination).fileName();
+    return commit(modified, [this, &name](int n) { return numberedName(name, n, m_style); });
+}
+
+QString NewFile::commit(const std::optional<QDateTime>& modified, const std::function<QString(int n)>& numbered)
+{
     flushAndStamp(modified);
     const QByteArray from = QFile::encodeName(m_file.fileName());
     const QString folder = QFileInfo(m_destination).absolutePath();
-    const QString name = QFileInfo(m_destination).fileName();
     for (int n = 1;; ++n) {
-        QString candidate = n == 1 ? m_destination : QDir(folder).filePath(numberedName(name, n, m_style));
+        QString candidate = n == 1 ? m_destination : QDir(folder).filePath(numbered(n));
         bool linked = false;
         const int error = claim(from, QFile::encodeName(candidate), linked);
         if (error == EEXIST)

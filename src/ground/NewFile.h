@@ -6,6 +6,7 @@
 #include <QFile>
 #include <QString>
 
+#include <functional>
 #include <optional>
 
 namespace nuvrel {
@@ -41,6 +42,9 @@ public:
     /// Flushes, sets the modification time (when given), and links the file to the destination's
     /// free name; returns that name.
     QString commit(const std::optional<QDateTime>& modified = std::nullopt);
+    /// The same, but a taken name is followed by `numbered(n)` for n = 2, 3…: a name in the same folder,
+    /// for a caller whose numbering is not a FreeNameStyle.
+    QString commit(const std::optional<QDateTime>& modified, const std::function<QString(int n)>& numbered);
     /// The same, but in place of whatever has the destination's name, in one step: a reader sees the old
     /// file or the new one, never half of either. A link there is replaced, not followed. Only for a
     /// user who asked for it (nuvrel-cli --force).

@@ -3,6 +3,7 @@
 #include "engines/backup/BackupReadError.h"
 #include "engines/backup/IPhoneBackupReader.h"
 #include "ground/ExistingFolder.h"
+#include "ground/FreeName.h"
 #include "ground/SystemError.h"
 
 #include <QDir>
@@ -12,37 +13,9 @@ namespace nuvrel {
 
 namespace {
 
-constexpr qsizetype maxNameBytes = 255;
-
 bool isWithin(const QString& path, const QString& folder)
 {
     return !folder.isEmpty() && (path == folder || path.startsWith(folder.endsWith(u'/') ? folder : folder + u'/'));
-}
-
-// Cuts `name` to at most maxNameBytes of UTF-8, never inside a character, keeping a short extension.
-QString fitName(const QString& name)
-{
-    if (name.toUtf8().size() <= maxNameBytes)
-        return name;
-    const qsizetype dot = name.lastIndexOf(u'.');
-    QString extension = dot > 0 ? name.mid(dot) : QString();
-    if (extension.toUtf8().size() > 16)
-        extension.clear();
-    QString base = extension.isEmpty() ? name : name.left(dot);
-    const qsizetype room = maxNameBytes - extension.toUtf8().size();
-    const QList<uint> codePoints = base.toUcs4();
-    QString kept;
-    qsizetype bytes = 0;
-    for (const uint c : codePoints) {
-        const char32_t point = char32_t(c);
-        const QString one = QString::fromUcs4(&point, 1);
-        const qsizetype size = one.toUtf8().size();
-        if (bytes + size > room)
-            break;
-        kept += one;
-        bytes += size;
-    }
-    return kept + extension;
 }
 
 // Whether the failure to make `folder` comes from a file standing where a folder must go.
@@ -97,14 +70,7 @@ Extraction::Item Extraction::byDomain(const BackupEntry& entry)
 
 QString Extraction::cleanComponent(const QString& component)
 {
-    if (component.isEmpty() || component == u"." || component == u"..")
-        return {};
-    QString clean = component;
-    for (QChar& c : clean) {
-        if (c == u'/' || c.unicode() < 0x20 || c.unicode() == 0x7F)
-            c = u'_';
-    }
-    return fitName(clean);
+    return cleanFileName(component);
 }
 
 std::optional<QString> Extraction::cleanPath(const QStringList& place)
