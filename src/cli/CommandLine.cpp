@@ -53,6 +53,9 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
     const QCommandLineOption target = valued({QStringLiteral("target")});
     const QCommandLineOption address = valued({QStringLiteral("address")});
     const QCommandLineOption port = valued({QStringLiteral("port")});
+    const QCommandLineOption since = valued({QStringLiteral("since")});
+    const QCommandLineOption until = valued({QStringLiteral("until")});
+    const QCommandLineOption videos(QStringLiteral("videos"));
     const QCommandLineOption photos(QStringLiteral("photos"));
     const QCommandLineOption passwordStdin(QStringLiteral("password-stdin"));
     const QCommandLineOption remember(QStringLiteral("remember"));
@@ -67,7 +70,7 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
     const QCommandLineOption version(QStringLiteral("version"));
     parser.addOptions({root,   lang,   domain, path,          to,       from, owner, output,       exportFile, source,
                        format, target, photos, passwordStdin, remember, json, force, keepLocation, keepHeic,   similar,
-                       trash,  yes,    help,   version,       address,  port});
+                       trash,  yes,    help,   version,       address,  port, since, until,        videos});
     const bool parsed = parser.parse(QStringList{QStringLiteral("nuvrel-cli")} + arguments);
 
     CommandLine line;
@@ -90,6 +93,9 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
     line.target = optional(target);
     line.address = optional(address);
     line.port = optional(port);
+    line.since = optional(since);
+    line.until = optional(until);
+    line.videos = parser.isSet(videos);
     line.photos = parser.isSet(photos);
     line.passwordFromStdin = parser.isSet(passwordStdin);
     line.remember = parser.isSet(remember);
@@ -114,7 +120,8 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
                 QStringLiteral("--photos"),  QStringLiteral("--password-stdin"), QStringLiteral("--remember"),
                 QStringLiteral("--json"),    QStringLiteral("--force"),          QStringLiteral("--help"),
                 QStringLiteral("--version"), QStringLiteral("--keep-location"),  QStringLiteral("--keep-heic"),
-                QStringLiteral("--similar"), QStringLiteral("--trash"),          QStringLiteral("--yes")};
+                QStringLiteral("--similar"), QStringLiteral("--trash"),          QStringLiteral("--yes"),
+                QStringLiteral("--videos")};
             return word.contains(u'=') && flags.contains(word.section(u'=', 0, 0));
         });
         if (!unknown.isEmpty())
@@ -176,7 +183,15 @@ void printHelp(QTextStream& out, const QString& program)
               QStringLiteral("… [--address <%1>] [--port <%2>]").arg(L("adresse"), L("port")),
           L("Envoie des fichiers à un téléphone sur le même réseau : il ouvre l'adresse ou le code QR affichés dans "
             "son "
-            "navigateur.")}});
+            "navigateur.")},
+         {QStringLiteral("photo-import --from ") + folder +
+              QStringLiteral(" [--photos] [--videos] [--since <%1>] [--until <%1>]").arg(L("AAAA-MM-JJ")),
+          L("Copie les photos et vidéos d'un iPhone monté comme dossier ou d'une carte d'appareil photo dans des "
+            "dossiers "
+            "par mois, une seule fois chacune.")},
+         {QStringLiteral("photos-library <%1>").arg(QStringLiteral(".photoslibrary")),
+          L("Copie toutes les photos et vidéos d'une photothèque Photos dans des dossiers par mois, une seule fois "
+            "chacune.")}});
     section(
         L("Options :"),
         {{QStringLiteral("--root ") + folder, L("Lit les sauvegardes de ce dossier plutôt que celui des réglages.")},
@@ -185,8 +200,11 @@ void printHelp(QTextStream& out, const QString& program)
          {QStringLiteral("--path <%1>").arg(L("chemin")),
           L("Ne garde que les fichiers dont le chemin commence ainsi.")},
          {QStringLiteral("--photos"), L("Ne garde que les photos et vidéos de la pellicule.")},
-         {QStringLiteral("--to ") + folder,
-          L("Dossier où copier les fichiers (commandes %@).", QStringLiteral("extract, lighten"))},
+         {QStringLiteral("--photos, --videos"),
+          L("Ne copie que les photos, ou que les vidéos (commande %@ ; sans elles : les deux).",
+            QStringLiteral("photo-import"))},
+         {QStringLiteral("--to ") + folder, L("Dossier où copier les fichiers (commandes %@).",
+                                              QStringLiteral("extract, lighten, photo-import, photos-library"))},
          {QStringLiteral("--target <%1>").arg(lightenTargetChoices()),
           L("Destination des fichiers allégés, qui fixe la taille à respecter (commande %@).",
             QStringLiteral("lighten"))},
@@ -204,6 +222,9 @@ void printHelp(QTextStream& out, const QString& program)
             QStringLiteral("pasted"), QStringLiteral("-"))},
          {QStringLiteral("--from <%1> --to <%1>").arg(L("AAAA-MM-JJ")),
           L("Ne garde que les messages de ces jours (commandes %@).", QStringLiteral("chats, chat, chat-pdf"))},
+         {QStringLiteral("--since <%1> --until <%1>").arg(L("AAAA-MM-JJ")),
+          L("Ne copie que les photos et vidéos prises entre ces jours, inclus (commande %@).",
+            QStringLiteral("photo-import"))},
          {QStringLiteral("--owner <%1>").arg(L("nom")),
           L("Les messages de ce nom sont les tiens : ils s'affichent comme « %@ ».", ownerName())},
          {QStringLiteral("--format text|json"), L("Présentation d'une conversation.")},
@@ -228,7 +249,8 @@ void printHelp(QTextStream& out, const QString& program)
                                     {L("6 : sauvegarde ou fichier illisible ou introuvable")},
                                     {L("7 : des fichiers n'ont pas pu être extraits ou allégés")},
                                     {L("8 : le PDF a été modifié depuis sa création")},
-                                    {L("9 : l'envoi n'a pas pu démarrer à cette adresse ou sur ce port")}});
+                                    {L("9 : l'envoi n'a pas pu démarrer à cette adresse ou sur ce port")},
+                                    {L("10 : la copie s'est arrêtée avant la fin")}});
 }
 
 } // namespace nuvrel::cli

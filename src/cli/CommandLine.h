@@ -20,6 +20,7 @@ enum ExitCode : int {
     SomeFilesFailed = 7,
     PdfModified = 8,
     ServeFailed = 9,
+    CopyStopped = 10,
 };
 
 /// The parsed command line: one command word and its options.
@@ -32,7 +33,7 @@ struct CommandLine
     std::optional<QString> domain;
     std::optional<QString> pathPrefix;
     std::optional<QString> destination; ///< --to: a folder for extract, the last day for the chat commands
-    std::optional<QString> from;        ///< --from: the first day of a conversation kept
+    std::optional<QString> from;        ///< --from: the first day of a conversation kept; the folder photo-import reads
     std::optional<QString> owner;       ///< --owner: the sender whose messages are the owner's
     std::optional<QString> source;
     std::optional<QString> format;
@@ -41,7 +42,10 @@ struct CommandLine
     std::optional<QString> target;     ///< --target: the channel a lightened file is for
     std::optional<QString> address;    ///< --address: where serve listens
     std::optional<QString> port;       ///< --port: the port serve listens on
+    std::optional<QString> since;      ///< --since: the first day of the photos imported
+    std::optional<QString> until;      ///< --until: the last day of the photos imported
     bool photos = false;
+    bool videos = false; ///< --videos: photo-import takes the videos (with --photos, both)
     bool passwordFromStdin = false;
     bool remember = false;
     bool json = false;

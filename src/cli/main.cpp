@@ -4,6 +4,7 @@
 #include "cli/DuplicatesCommand.h"
 #include "cli/FilesCommand.h"
 #include "cli/LightenCommand.h"
+#include "cli/PhotoCommands.h"
 #include "cli/ServeCommand.h"
 #include "cli/VaultCommand.h"
 #include "engines/backup/BackupLocator.h"
@@ -99,6 +100,10 @@ int main(int argc, char* argv[])
         return cli::runVault(line, out, err);
     if (line.command == QLatin1StringView("serve"))
         return cli::runServe(line, out, err);
+    if (line.command == QLatin1StringView("photo-import"))
+        return cli::runPhotoImport(line, out, err);
+    if (line.command == QLatin1StringView("photos-library"))
+        return cli::runPhotosLibrary(line, out, err);
 
     if (line.command.isEmpty())
         cli::printHelp(err, program);

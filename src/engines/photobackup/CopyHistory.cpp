@@ -31,7 +31,7 @@ QByteArray readWhole(const QString& path)
 
 void addStrings(const QJsonArray& array, QSet<QString>& into)
 {
-    for (const QJsonValue& value : array) {
+    for (const auto& value : array) {
         if (value.isString())
             into.insert(value.toString());
     }

@@ -10,6 +10,7 @@
 #include <QDirIterator>
 #include <QFileInfo>
 
+#include <algorithm>
 #include <cerrno>
 
 namespace nuvrel {
@@ -113,6 +114,14 @@ QString FolderSource::nameForFolder(const QString& folder, const QString& mounte
     if (info.fileName().compare(QLatin1String("DCIM"), Qt::CaseInsensitive) == 0)
         info = QFileInfo(info.absolutePath());
     return info.fileName();
+}
+
+bool FolderSource::isRemovableMountPoint(const QString& mountPoint)
+{
+    static const QStringList places = {QStringLiteral("/media/"), QStringLiteral("/run/media/"),
+                                       QStringLiteral("/mnt/"), QStringLiteral("/Volumes/")};
+    return std::any_of(places.cbegin(), places.cend(),
+                       [&mountPoint](const QString& place) { return mountPoint.startsWith(place); });
 }
 
 bool FolderSource::isMediaName(const QString& name)

@@ -19,6 +19,10 @@ public:
     static QString nameForFolder(const QString& folder, const QString& mountedPhoneName,
                                  const QString& removableVolumeLabel);
 
+    /// Whether `mountPoint` is where removable disks and cards are mounted (/media, /run/media, /mnt,
+    /// /Volumes): its label names a card better than any folder on it.
+    static bool isRemovableMountPoint(const QString& mountPoint);
+
     /// Whether a file of this name is a photo or a video the import takes.
     static bool isMediaName(const QString& name);
 

@@ -3,10 +3,16 @@
 #include "l10n/L.h"
 
 #include <QFileInfo>
+#include <QStandardPaths>
 
 #include <algorithm>
 
 namespace nuvrel {
+
+QString defaultPhotoBackupFolder()
+{
+    return QStandardPaths::writableLocation(QStandardPaths::PicturesLocation) + QStringLiteral("/Nuvrel");
+}
 
 QString periodRawValue(Period period)
 {
@@ -74,7 +80,7 @@ bool inPeriod(const QDateTime& created, const ImportChoices& choices, const QDat
     case Period::ThisYear: return created.toLocalTime().date().year() == now.toLocalTime().date().year();
     case Period::Custom: {
         const QDate day = created.toLocalTime().date();
-        return choices.from.isValid() && choices.to.isValid() && day >= choices.from && day <= choices.to;
+        return (!choices.from.isValid() || day >= choices.from) && (!choices.to.isValid() || day <= choices.to);
     }
     case Period::All: break;
     }

@@ -11,6 +11,11 @@
 
 namespace nuvrel {
 
+/// The settings key of the folder photos are copied to, shared by the import and the library backup.
+inline constexpr const char* photoBackupFolderKey = "photoBackupFolder";
+/// "Pictures/Nuvrel" in the user's home: where photos go until another folder is chosen.
+QString defaultPhotoBackupFolder();
+
 /// Which creation dates a selection takes.
 enum class Period { All, Last30, Last90, ThisYear, Custom };
 
@@ -26,8 +31,8 @@ struct ImportChoices
     bool photos = true;
     bool videos = true;
     Period period = Period::All;
-    QDate from; ///< first day of a custom period, included
-    QDate to;   ///< last day of a custom period, included
+    QDate from; ///< first day of a custom period, included; invalid: no first day
+    QDate to;   ///< last day of a custom period, included; invalid: no last day
 };
 
 /// A video when its type identifier says a movie; without one, when its extension is "mov", "mp4" or
