@@ -77,6 +77,8 @@ nuvrel_require_pkg(RAPIDJSON RapidJSON "RapidJSON" rapidjson-dev rapidjson)
 nuvrel_require_pkg(LIBZIP libzip "libzip" libzip-dev libzip)
 # libqrencode: the QR code a phone's camera reads the transfer address from.
 nuvrel_require_pkg(LIBQRENCODE libqrencode "libqrencode" libqrencode-dev qrencode)
+# libimobiledevice: the phone on a cable, through usbmuxd (its camera roll, its lock state).
+nuvrel_require_pkg(LIBIMOBILEDEVICE libimobiledevice-1.0 "libimobiledevice" libimobiledevice-dev libimobiledevice)
 
 string(REPLACE "." ";" _plist_version "${LIBPLIST_VERSION}")
 list(GET _plist_version 0 NUVREL_LIBPLIST_MAJOR)

@@ -7,6 +7,7 @@ class Clipboard;
 class Handoff;
 class NearbyShare;
 class OwnerCheck;
+class PhoneWatcher;
 class SecretStore;
 class SessionLock;
 class Trash;
@@ -29,6 +30,7 @@ struct Services
     OwnerCheck& ownerCheck;
     SessionLock& sessionLock;
     NearbyShare& nearbyShare;
+    PhoneWatcher& phones;
 };
 
 } // namespace nuvrel

@@ -5,6 +5,7 @@
 #include "platform/Handoff.h"
 #include "platform/NearbyShare.h"
 #include "platform/OwnerCheck.h"
+#include "platform/PhoneCamera.h"
 #include "platform/Services.h"
 #include "platform/SessionLock.h"
 #include "platform/Trash.h"
@@ -15,6 +16,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <QStringList>
 #include <QTemporaryDir>
 
@@ -158,6 +160,35 @@ public:
     QList<QPair<QStringList, QString>> sent;
 };
 
+/// A phone on a cable whose state the test sets, and whose camera is the test's.
+class ScriptedPhoneWatcher final : public PhoneWatcher
+{
+public:
+    State state() const override { return m_state; }
+    QString deviceName() const override { return m_name; }
+    void start() override { ++started; }
+    void stop() override {}
+    void refresh() override { ++refreshed; }
+    std::shared_ptr<CameraSource> camera() override { return m_state == State::Ready ? phoneCamera : nullptr; }
+    QString nameOfMountedPhone(const QString& folder) override { return mountedPhones.value(folder); }
+
+    void set(State state, const QString& name = {})
+    {
+        m_state = state;
+        m_name = name;
+        Q_EMIT stateChanged();
+    }
+
+    std::shared_ptr<CameraSource> phoneCamera;
+    QHash<QString, QString> mountedPhones;
+    int started = 0;
+    int refreshed = 0;
+
+private:
+    State m_state = State::NoDevice;
+    QString m_name;
+};
+
 /// Every platform service, faked, for a page or a window under test.
 struct FakeServices
 {
@@ -171,11 +202,12 @@ struct FakeServices
     ScriptedOwnerCheck ownerCheck;
     ManualSessionLock sessionLock;
     ScriptedNearbyShare nearbyShare;
+    ScriptedPhoneWatcher phones;
 
     Services services()
     {
-        return Services{secrets,    workspace, trash,      clipboard,   volumes,
-                        appearance, handoff,   ownerCheck, sessionLock, nearbyShare};
+        return Services{secrets, workspace,  trash,       clipboard,   volumes, appearance,
+                        handoff, ownerCheck, sessionLock, nearbyShare, phones};
     }
 };
 

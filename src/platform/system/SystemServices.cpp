@@ -1,5 +1,6 @@
 #include "platform/system/SystemServices.h"
 
+#include "platform/system/ImobilePhoneWatcher.h"
 #include "platform/system/KeychainSecretStore.h"
 #include "platform/system/Launcher.h"
 #ifdef Q_OS_MACOS
@@ -70,8 +71,9 @@ Services systemServices()
 #else
     static KdeConnectShare nearbyShare(launcher);
 #endif
-    return Services{systemSecretStore(), systemWorkspace(), trash,      clipboard, volumes, appearance, handoff,
-                    systemOwnerCheck(),  sessionLock,       nearbyShare};
+    static ImobilePhoneWatcher phones;
+    return Services{systemSecretStore(), systemWorkspace(), trash,       clipboard, volumes, appearance, handoff,
+                    systemOwnerCheck(),  sessionLock,       nearbyShare, phones};
 }
 
 } // namespace nuvrel
