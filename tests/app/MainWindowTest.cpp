@@ -10,6 +10,7 @@
 #include "app/views/explore/PhotoGrid.h"
 #include "app/views/home/HomeView.h"
 #include "app/views/lighten/LightenView.h"
+#include "app/views/photobackup/PhotoBackupView.h"
 #include "app/views/transfer/QrCodeView.h"
 #include "app/views/transfer/TransferView.h"
 #include "app/views/vault/VaultView.h"
@@ -137,9 +138,10 @@ TEST_F(MainWindowTest, WelcomeShowsOnceThenTheSidebar)
         EXPECT_TRUE(window->sidebar()->isVisible());
         EXPECT_TRUE(QSettings().value(QStringLiteral("welcomeDone")).toBool());
         EXPECT_EQ(sidebarTitles(*window),
-                  (QStringList{QStringLiteral("Accueil"), QStringLiteral("Alléger"), QStringLiteral("Conversations"),
-                               QStringLiteral("Explorer les sauvegardes"), QStringLiteral("Doublons"),
-                               QStringLiteral("Ordinateur vers iPhone"), QStringLiteral("Coffre verrouillé")}));
+                  (QStringList{QStringLiteral("Accueil"), QStringLiteral("Sauvegarde"), QStringLiteral("Alléger"),
+                               QStringLiteral("Conversations"), QStringLiteral("Explorer les sauvegardes"),
+                               QStringLiteral("Doublons"), QStringLiteral("Ordinateur vers iPhone"),
+                               QStringLiteral("Coffre verrouillé")}));
         EXPECT_EQ(window->section(), Page::Home);
         screenshot(*window, QStringLiteral("02-home"));
     }
@@ -167,10 +169,11 @@ TEST_F(MainWindowTest, LanguageChangeRendersEveryTextAgain)
     (*english)->trigger();
     EXPECT_EQ(LanguageStore::shared().language(), AppLanguage::En);
     EXPECT_TRUE((*english)->isChecked());
-    EXPECT_EQ(sidebarTitles(*window),
-              (QStringList{QStringLiteral("Home"), QStringLiteral("Shrink"), QStringLiteral("Conversations"),
-                           QStringLiteral("Explore Backups"), QStringLiteral("Duplicates"),
-                           QStringLiteral("Computer to iPhone"), QStringLiteral("Locked Vault")}));
+    EXPECT_EQ(
+        sidebarTitles(*window),
+        (QStringList{QStringLiteral("Home"), QStringLiteral("Backup"), QStringLiteral("Shrink"),
+                     QStringLiteral("Conversations"), QStringLiteral("Explore Backups"), QStringLiteral("Duplicates"),
+                     QStringLiteral("Computer to iPhone"), QStringLiteral("Locked Vault")}));
     EXPECT_EQ(window->explorePage()->backupsView()->findChild<QLabel*>(QStringLiteral("pageTitle"))->text(),
               QStringLiteral("Explore Backups"));
     EXPECT_FALSE(labelTexts(*window->explorePage()).contains(QStringLiteral("Branche ton iPhone")));
@@ -701,6 +704,80 @@ TEST_F(MainWindowTest, TransferPageServesWhatIsChosenAndShowsTheDownloads)
     EXPECT_FALSE(model.isRunning());
     EXPECT_FALSE(view.qrCode()->isVisible());
     EXPECT_TRUE(view.startButton()->isEnabled());
+}
+
+TEST_F(MainWindowTest, BackupPageCopiesACardIntoMonthFoldersOnceAndForgetsOnlyWhenConfirmed)
+{
+    const QString card = m_out.filePath(QStringLiteral("EOS_DIGITAL"));
+    QDir().mkpath(card + QStringLiteral("/DCIM/100CANON"));
+    for (const char* name : {"IMG_0001.JPG", "IMG_0002.JPG", "MVI_0003.MOV"}) {
+        QFile file(card + QStringLiteral("/DCIM/100CANON/") + QString::fromLatin1(name));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(QByteArray(4000, 'p'));
+        file.flush();
+        file.setFileTime(QDateTime(QDate(2025, 6, 21), QTime(18, 0)), QFileDevice::FileModificationTime);
+    }
+    const QString destination = m_out.filePath(QStringLiteral("Sauvegarde photos"));
+    PhotoBackupModel model(m_fakes.services(), m_out.filePath(QStringLiteral("history.json")));
+    PhotosLibraryModel library(m_fakes.services());
+    PhotoBackupView view(model, library);
+    QStringList asked;
+    view.setFolderPicker([&](const QString& title) {
+        asked.append(title);
+        return asked.size() == 1 ? destination : card;
+    });
+    int confirmations = 0;
+    bool confirm = false;
+    view.setConfirmer([&](const QString&, const QString&) {
+        ++confirmations;
+        return confirm;
+    });
+    view.resize(1180 - 236, 760);
+    view.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
+    EXPECT_EQ(m_fakes.phones.started, 1);
+    EXPECT_EQ(view.stateTitleLabel()->text(), QStringLiteral("Aucun iPhone trouvé"));
+    EXPECT_FALSE(view.copyAllButton()->isEnabled());
+
+    view.changeDestinationButton()->click();
+    EXPECT_EQ(model.destination(), destination);
+    view.chooseSourceButton()->click();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return view.copyAllButton()->isEnabled(); }, timeoutMs));
+    EXPECT_EQ(view.stateTitleLabel()->text(), QStringLiteral("« EOS_DIGITAL » est prêt"));
+    EXPECT_TRUE(view.summaryLabel()->text().startsWith(QStringLiteral("3 éléments · ")));
+    view.videosBox()->click(); // photos only
+    EXPECT_TRUE(view.summaryLabel()->text().startsWith(QStringLiteral("2 éléments · ")));
+    screenshot(view, QStringLiteral("26-backup-ready"));
+#ifndef Q_OS_MACOS
+    EXPECT_EQ(macWords(view), QStringList());
+#endif
+    EXPECT_EQ(cutTexts(view), QStringList());
+
+    view.copySelectionButton()->click();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return view.resultLabel()->isVisible(); }, timeoutMs));
+    EXPECT_EQ(view.resultLabel()->text(), QStringLiteral("2 copiés, 0 déjà présents, 0 échecs."));
+    EXPECT_TRUE(QFile::exists(destination + QStringLiteral("/2025-06/IMG_0002.JPG")));
+    EXPECT_FALSE(QFile::exists(destination + QStringLiteral("/2025-06/MVI_0003.MOV")));
+
+    view.copyAllButton()->click();
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return view.resultLabel()->text() == QStringLiteral("1 copiés, 2 déjà présents, 0 échecs."); },
+        timeoutMs));
+
+    // Forgetting asks first; refused, the next copy still skips everything.
+    view.forgetButton()->click();
+    EXPECT_EQ(confirmations, 1);
+    view.copyAllButton()->click();
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return view.resultLabel()->text() == QStringLiteral("0 copiés, 3 déjà présents, 0 échecs."); },
+        timeoutMs));
+    confirm = true;
+    view.forgetButton()->click();
+    view.copyAllButton()->click();
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return view.resultLabel()->text() == QStringLiteral("3 copiés, 0 déjà présents, 0 échecs."); },
+        timeoutMs));
+    screenshot(view, QStringLiteral("27-backup-copied"));
 }
 
 TEST_F(MainWindowTest, ReturnPressesTheFocusedButton)

@@ -6,6 +6,7 @@
 #include "app/views/explore/ExplorePage.h"
 #include "app/views/home/HomeView.h"
 #include "app/views/lighten/LightenView.h"
+#include "app/views/photobackup/PhotoBackupView.h"
 #include "app/views/transfer/TransferView.h"
 #include "app/views/vault/VaultView.h"
 #include "app/views/welcome/WelcomeView.h"
@@ -80,6 +81,10 @@ MainWindow::MainWindow(Services services, QWidget* parent)
     m_transferModel = std::make_unique<TransferModel>(services);
     m_transfer = new TransferView(*m_transferModel, m_pages);
     m_registry.add(Page::Transfer, m_transfer, [this] { m_transfer->retranslate(); });
+    m_photoBackupModel = std::make_unique<PhotoBackupModel>(services);
+    m_photosLibraryModel = std::make_unique<PhotosLibraryModel>(services);
+    m_photoBackup = new PhotoBackupView(*m_photoBackupModel, *m_photosLibraryModel, m_pages);
+    m_registry.add(Page::Backup, m_photoBackup, [this] { m_photoBackup->retranslate(); });
     m_home = new HomeView(m_registry.pages(), m_pages);
     m_registry.add(Page::Home, m_home, [this] { m_home->retranslate(); });
 

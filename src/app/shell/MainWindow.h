@@ -18,6 +18,9 @@ class BackupsModel;
 class AllegerModel;
 class DuplicatesModel;
 class DuplicatesView;
+class PhotoBackupModel;
+class PhotoBackupView;
+class PhotosLibraryModel;
 class TransferModel;
 class TransferView;
 class VaultModel;
@@ -58,6 +61,7 @@ public:
     DuplicatesView* duplicatesView() const { return m_duplicates; }
     VaultView* vaultView() const { return m_vault; }
     TransferView* transferView() const { return m_transfer; }
+    PhotoBackupView* photoBackupView() const { return m_photoBackup; }
     BackupsModel& backupsModel() const { return *m_backups; }
     QMenu* languageMenu() const { return m_languageMenu; }
     const PageRegistry& pages() const { return m_registry; }
@@ -75,6 +79,8 @@ private:
     std::unique_ptr<DuplicatesModel> m_duplicatesModel;
     std::unique_ptr<VaultModel> m_vaultModel;
     std::unique_ptr<TransferModel> m_transferModel;
+    std::unique_ptr<PhotoBackupModel> m_photoBackupModel;
+    std::unique_ptr<PhotosLibraryModel> m_photosLibraryModel;
     QStackedWidget* m_root;
     WelcomeView* m_welcome;
     QWidget* m_shell;
@@ -86,6 +92,7 @@ private:
     DuplicatesView* m_duplicates;
     VaultView* m_vault;
     TransferView* m_transfer;
+    PhotoBackupView* m_photoBackup;
     HomeView* m_home;
     QMenu* m_languageMenu = nullptr;
     QActionGroup* m_languages = nullptr;

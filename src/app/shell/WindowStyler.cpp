@@ -124,6 +124,8 @@ QFrame#dropZone[highlighted="true"] { border: 2px solid %6; }
 QPushButton[target="true"]:checked { border: 2px solid %6; font-weight: 600; }
 QFrame#dupTile { border: 1px solid %4; border-radius: 8px; }
 QFrame#dupTile[marked="true"] { border: 2px solid %10; }
+QLabel#command { font-family: "DejaVu Sans Mono", "Menlo", monospace; border: 1px solid %4; border-radius: 6px;
+                 padding: 6px 8px; }
 QLabel#keepBadge { color: %9; border: 1px solid %9; border-radius: 4px; padding: 1px 6px; font-weight: 600; }
 QLabel[tone="success"] { color: %9; }
 QLabel[tone="error"] { color: %10; }

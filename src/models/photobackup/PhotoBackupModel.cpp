@@ -1,5 +1,6 @@
 #include "models/photobackup/PhotoBackupModel.h"
 
+#include "engines/backup/BackupLocator.h"
 #include "engines/photobackup/CopyHistory.h"
 #include "engines/photobackup/FolderSource.h"
 #include "ground/Job.h"
@@ -387,6 +388,17 @@ void PhotoBackupModel::openDestination()
 {
     QDir().mkpath(m_destination);
     m_services.workspace.open(m_destination);
+}
+
+QString PhotoBackupModel::backupsFolder() const
+{
+    return BackupLocator::root();
+}
+
+void PhotoBackupModel::openBackupsFolder()
+{
+    QDir().mkpath(backupsFolder());
+    m_services.workspace.open(backupsFolder());
 }
 
 void PhotoBackupModel::setState(State state)

@@ -118,6 +118,9 @@ public:
     Q_INVOKABLE void forgetHistory();
     /// Opens the destination folder in the file manager.
     Q_INVOKABLE void openDestination();
+    /// Where full backups of the phone are read from, for the page's notice on them.
+    QString backupsFolder() const;
+    Q_INVOKABLE void openBackupsFolder();
 
 Q_SIGNALS:
     void stateChanged();

@@ -27,6 +27,10 @@ QString pageDescription(Page page)
     case Page::Explore: return L("Retrouve les photos, les fichiers et les conversations de tes sauvegardes d'iPhone.");
     case Page::Transfer:
         return L("Envoie de gros fichiers et des dossiers à ton iPhone par le Wi-Fi, sans câble ni nuage.");
+    case Page::Backup:
+        return L(
+            "Copie les photos et vidéos de ton iPhone sur cet ordinateur, rangées par mois, sans jamais les copier "
+            "deux fois.");
     case Page::Vault:
         return L("Garde tes fichiers les plus privés chiffrés, ouverts seulement après ton identification.");
     default: return {};
