@@ -3,13 +3,13 @@
 # 1 GiB encrypted file, a 1,000,000-message chat.db, a 500 MB Telegram export and a 20,000-file tree
 # of duplicates and a 2 GB file for the vault, about 6.2 GB under build/bench-data) and runs every benchmark. Each runs its reference
 # (libplist, OpenSSL's PBKDF2, `openssl enc`, the sqlite3 command, cat and jq, an empty Qt window,
-# vipsthumbnail, ffmpeg alone, Ghostscript, jdupes, rmlint, age, and nginx with curl and wrk) in the same run.
+# vipsthumbnail, ffmpeg alone, Ghostscript, jdupes, rmlint, age, nginx with curl and wrk, rsync) in the same run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 tools/install-deps.sh
 cmake --preset default >/dev/null
 cmake --build --preset default --target bench_mbfileinfo bench_unlock bench_reader bench_conversations \
-  bench_explorer bench_lighten bench_duplicates bench_vault bench_transfer nuvrel-make-samples
+  bench_explorer bench_lighten bench_duplicates bench_vault bench_transfer bench_photobackup nuvrel-make-samples
 data=build/bench-data
 if [ ! -f "$data/chat.db" ]; then
   rm -rf "$data"
@@ -24,3 +24,4 @@ build/default/bench/bench_lighten
 NUVREL_BENCH_DATA=$data build/default/bench/bench_duplicates
 NUVREL_BENCH_DATA=$data build/default/bench/bench_vault
 build/default/bench/bench_transfer
+build/default/bench/bench_photobackup

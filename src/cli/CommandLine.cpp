@@ -56,6 +56,7 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
     const QCommandLineOption since = valued({QStringLiteral("since")});
     const QCommandLineOption until = valued({QStringLiteral("until")});
     const QCommandLineOption videos(QStringLiteral("videos"));
+    const QCommandLineOption device(QStringLiteral("device"));
     const QCommandLineOption photos(QStringLiteral("photos"));
     const QCommandLineOption passwordStdin(QStringLiteral("password-stdin"));
     const QCommandLineOption remember(QStringLiteral("remember"));
@@ -70,7 +71,7 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
     const QCommandLineOption version(QStringLiteral("version"));
     parser.addOptions({root,   lang,   domain, path,          to,       from, owner, output,       exportFile, source,
                        format, target, photos, passwordStdin, remember, json, force, keepLocation, keepHeic,   similar,
-                       trash,  yes,    help,   version,       address,  port, since, until,        videos});
+                       trash,  yes,    help,   version,       address,  port, since, until,        videos,     device});
     const bool parsed = parser.parse(QStringList{QStringLiteral("nuvrel-cli")} + arguments);
 
     CommandLine line;
@@ -96,6 +97,7 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
     line.since = optional(since);
     line.until = optional(until);
     line.videos = parser.isSet(videos);
+    line.device = parser.isSet(device);
     line.photos = parser.isSet(photos);
     line.passwordFromStdin = parser.isSet(passwordStdin);
     line.remember = parser.isSet(remember);
@@ -121,7 +123,7 @@ CommandLine CommandLine::parse(const QStringList& arguments, QString& error)
                 QStringLiteral("--json"),    QStringLiteral("--force"),          QStringLiteral("--help"),
                 QStringLiteral("--version"), QStringLiteral("--keep-location"),  QStringLiteral("--keep-heic"),
                 QStringLiteral("--similar"), QStringLiteral("--trash"),          QStringLiteral("--yes"),
-                QStringLiteral("--videos")};
+                QStringLiteral("--videos"),  QStringLiteral("--device")};
             return word.contains(u'=') && flags.contains(word.section(u'=', 0, 0));
         });
         if (!unknown.isEmpty())
@@ -184,11 +186,10 @@ void printHelp(QTextStream& out, const QString& program)
           L("Envoie des fichiers à un téléphone sur le même réseau : il ouvre l'adresse ou le code QR affichés dans "
             "son "
             "navigateur.")},
-         {QStringLiteral("photo-import --from ") + folder +
+         {QStringLiteral("photo-import --device | --from ") + folder +
               QStringLiteral(" [--photos] [--videos] [--since <%1>] [--until <%1>]").arg(L("AAAA-MM-JJ")),
-          L("Copie les photos et vidéos d'un iPhone monté comme dossier ou d'une carte d'appareil photo dans des "
-            "dossiers "
-            "par mois, une seule fois chacune.")},
+          L("Copie les photos et vidéos de l'iPhone branché par câble, d'un iPhone monté comme dossier ou d'une carte "
+            "d'appareil photo dans des dossiers par mois, une seule fois chacune.")},
          {QStringLiteral("photos-library <%1>").arg(QStringLiteral(".photoslibrary")),
           L("Copie toutes les photos et vidéos d'une photothèque Photos dans des dossiers par mois, une seule fois "
             "chacune.")}});
@@ -242,7 +243,7 @@ void printHelp(QTextStream& out, const QString& program)
          {QStringLiteral("--version"), L("Affiche la version.")}});
     section(L("Code de sortie :"), {{L("0 : terminé")},
                                     {L("1 : rien trouvé (aucune sauvegarde, ou aucun fichier ne correspond)")},
-                                    {L("2 : accès refusé au dossier des sauvegardes")},
+                                    {L("2 : accès refusé (au dossier des sauvegardes, ou par l'iPhone)")},
                                     {L("3 : commande mal formée")},
                                     {L("4 : sauvegarde introuvable")},
                                     {L("5 : mot de passe absent ou faux")},

@@ -46,6 +46,7 @@ struct CommandLine
     std::optional<QString> until;      ///< --until: the last day of the photos imported
     bool photos = false;
     bool videos = false; ///< --videos: photo-import takes the videos (with --photos, both)
+    bool device = false; ///< --device: photo-import reads the phone on the cable
     bool passwordFromStdin = false;
     bool remember = false;
     bool json = false;

@@ -8,12 +8,15 @@
 #include "engines/photobackup/PhotoImport.h"
 #include "engines/photobackup/PhotosLibrary.h"
 #include "l10n/L.h"
+#include "platform/system/ImobilePhoneWatcher.h"
 #include "platform/system/SystemVolumes.h"
 
 #include <QDir>
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QFileInfo>
 #include <QSettings>
+#include <QTimer>
 
 #include <atomic>
 #include <csignal>
@@ -98,6 +101,54 @@ std::optional<QDate> dayOption(const std::optional<QString>& value, const char* 
     return day;
 }
 
+// The phone on the cable once it has said what it is, or why it cannot be read, with the exit status
+// that says so.
+std::shared_ptr<CameraSource> phoneOnCable(QTextStream& err, int& exitCode)
+{
+    // The source lives on its own: the watcher may go once it is made.
+    ImobilePhoneWatcher watcher;
+    QEventLoop loop;
+    const auto settled = [&watcher] {
+        return watcher.state() != PhoneWatcher::State::Searching && watcher.state() != PhoneWatcher::State::Connecting;
+    };
+    QObject::connect(&watcher, &PhoneWatcher::stateChanged, &loop, [&] {
+        if (settled())
+            loop.quit();
+    });
+    QTimer::singleShot(std::chrono::seconds(20), &loop, &QEventLoop::quit);
+    watcher.start();
+    if (!settled())
+        loop.exec();
+    const QString name = watcher.deviceName().isEmpty() ? QStringLiteral("iPhone") : watcher.deviceName();
+    exitCode = AccessRefused;
+    switch (watcher.state()) {
+    case PhoneWatcher::State::Ready:
+        if (std::shared_ptr<CameraSource> camera = watcher.camera())
+            return camera;
+        break;
+    case PhoneWatcher::State::NoDevice:
+    case PhoneWatcher::State::Searching:
+        err << L("Aucun iPhone trouvé") << '\n'
+            << L("Branche ton iPhone avec le câble et déverrouille-le, puis relance la commande.") << '\n';
+        exitCode = NothingFound;
+        return nullptr;
+    case PhoneWatcher::State::Locked:
+        err << L("« %@ » est verrouillé", name) << '\n'
+            << L("Déverrouille ton iPhone et touche « Se fier à cet ordinateur », puis relance la commande.") << '\n';
+        return nullptr;
+    case PhoneWatcher::State::Refused:
+        err << L("« %@ » a refusé de se fier à cet ordinateur. Débranche-le, rebranche-le, puis touche « Se fier » "
+                 "quand l'iPhone le demande.",
+                 name)
+            << '\n';
+        return nullptr;
+    case PhoneWatcher::State::Connecting:
+    case PhoneWatcher::State::Failed: break;
+    }
+    err << L("« %@ » ne répond pas comme un iPhone. Débranche-le, rebranche-le, puis touche Actualiser.", name) << '\n';
+    return nullptr;
+}
+
 QString destinationOf(const CommandLine& line)
 {
     if (line.destination)
@@ -136,9 +187,10 @@ void printJson(QTextStream& out, const QString& end, const QString& destination,
 
 int runPhotoImport(const CommandLine& line, QTextStream& out, QTextStream& err)
 {
-    if (!line.from || !line.arguments.isEmpty()) {
-        err << L("Précise le dossier à importer avec %@ (un iPhone monté comme dossier, une carte d'appareil photo…).",
-                 QStringLiteral("--from"))
+    if (line.from.has_value() == line.device || !line.arguments.isEmpty()) {
+        err << L("Précise d'où copier : %@ pour l'iPhone branché par câble, ou %@ pour un dossier (un iPhone monté "
+                 "comme dossier, une carte d'appareil photo…).",
+                 QStringLiteral("--device"), QStringLiteral("--from"))
             << '\n';
         return BadUsage;
     }
@@ -156,15 +208,24 @@ int runPhotoImport(const CommandLine& line, QTextStream& out, QTextStream& err)
         choices.to = until.value_or(QDate());
     }
 
-    const QString folder = QFileInfo(*line.from).absoluteFilePath();
-    if (!QFileInfo(folder).isDir()) {
-        err << FileError(FileError::Operation::Read, SystemErrorKind::Missing, folder).message() << '\n';
-        return BackupUnreadable;
+    std::shared_ptr<CameraSource> source;
+    if (line.device) {
+        int exitCode = Found;
+        source = phoneOnCable(err, exitCode);
+        if (!source)
+            return exitCode;
+    } else {
+        const QString folder = QFileInfo(*line.from).absoluteFilePath();
+        if (!QFileInfo(folder).isDir()) {
+            err << FileError(FileError::Operation::Read, SystemErrorKind::Missing, folder).message() << '\n';
+            return BackupUnreadable;
+        }
+        SystemVolumes volumes;
+        const std::optional<Volume> volume = volumes.volumeOf(folder);
+        const QString label =
+            volume && FolderSource::isRemovableMountPoint(volume->root + u'/') ? volume->name : QString();
+        source = std::make_shared<FolderSource>(folder, FolderSource::nameForFolder(folder, {}, label));
     }
-    SystemVolumes volumes;
-    const std::optional<Volume> volume = volumes.volumeOf(folder);
-    const QString label = volume && FolderSource::isRemovableMountPoint(volume->root + u'/') ? volume->name : QString();
-    auto source = std::make_shared<FolderSource>(folder, FolderSource::nameForFolder(folder, {}, label));
 
     QList<CameraFile> files;
     try {

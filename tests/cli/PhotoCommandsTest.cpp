@@ -96,6 +96,19 @@ TEST(PhotoImportCommand, ACardIsImportedOnceWithTheWindowsHistoryAndItsChoices)
                   .exitCode,
               6);
 
+    // The phone on the cable: none here (no usbmuxd listens where the command looks); both sources at
+    // once is a mistake.
+    QMap<QString, QString> noMuxd = environment;
+    noMuxd.insert(QStringLiteral("USBMUXD_SOCKET_ADDRESS"),
+                  QStringLiteral("UNIX:") + home.filePath(QStringLiteral("no-usbmuxd")));
+    run = runCli({QStringLiteral("photo-import"), QStringLiteral("--device"), QStringLiteral("--to"), out}, noMuxd);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.err.startsWith(QStringLiteral("Aucun iPhone trouvé\n"))) << run.err.toStdString();
+    EXPECT_EQ(
+        runCli({QStringLiteral("photo-import"), QStringLiteral("--device"), QStringLiteral("--from"), card}, noMuxd)
+            .exitCode,
+        3);
+
     // A destination where a file stands: the run says so and stops with its own code.
     ASSERT_TRUE(writeFile(home.filePath(QStringLiteral("blocked")), "x", QDateTime::currentDateTimeUtc()));
     QFile::remove(home.filePath(QStringLiteral("data/Nuvrel/copied-history.json")));
