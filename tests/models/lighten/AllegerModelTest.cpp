@@ -295,8 +295,9 @@ TEST_F(AllegerModelTest, ClearingTheFolderPutsTheFilesInTheDesktopsTrash)
 #endif
     // The test's home has a trash of its own; the files go there with their records.
     SystemTrash system;
-    Services services{fakes.secrets,    fakes.workspace, system,           fakes.clipboard,   fakes.volumes,
-                      fakes.appearance, fakes.handoff,   fakes.ownerCheck, fakes.sessionLock, fakes.nearbyShare, fakes.phones};
+    Services services{fakes.secrets,     fakes.workspace,   system,        fakes.clipboard,
+                      fakes.volumes,     fakes.appearance,  fakes.handoff, fakes.ownerCheck,
+                      fakes.sessionLock, fakes.nearbyShare, fakes.phones};
     AllegerModel real(services);
     const QString output = QDir::home().filePath(QStringLiteral("Pictures/Nuvrel-Alleges"));
     real.setOutputFolder(output);
