@@ -719,7 +719,7 @@ TEST_F(MainWindowTest, BackupPageCopiesACardIntoMonthFoldersOnceAndForgetsOnlyWh
     }
     const QString destination = m_out.filePath(QStringLiteral("Sauvegarde photos"));
     PhotoBackupModel model(m_fakes.services(), m_out.filePath(QStringLiteral("history.json")));
-    PhotosLibraryModel library(m_fakes.services());
+    PhotosLibraryBackup library(m_fakes.services());
     PhotoBackupView view(model, library);
     QStringList asked;
     view.setFolderPicker([&](const QString& title) {

@@ -82,7 +82,7 @@ MainWindow::MainWindow(Services services, QWidget* parent)
     m_transfer = new TransferView(*m_transferModel, m_pages);
     m_registry.add(Page::Transfer, m_transfer, [this] { m_transfer->retranslate(); });
     m_photoBackupModel = std::make_unique<PhotoBackupModel>(services);
-    m_photosLibraryModel = std::make_unique<PhotosLibraryModel>(services);
+    m_photosLibraryModel = std::make_unique<PhotosLibraryBackup>(services);
     m_photoBackup = new PhotoBackupView(*m_photoBackupModel, *m_photosLibraryModel, m_pages);
     m_registry.add(Page::Backup, m_photoBackup, [this] { m_photoBackup->retranslate(); });
     m_home = new HomeView(m_registry.pages(), m_pages);

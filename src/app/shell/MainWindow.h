@@ -20,7 +20,7 @@ class DuplicatesModel;
 class DuplicatesView;
 class PhotoBackupModel;
 class PhotoBackupView;
-class PhotosLibraryModel;
+class PhotosLibraryBackup;
 class TransferModel;
 class TransferView;
 class VaultModel;
@@ -80,7 +80,7 @@ private:
     std::unique_ptr<VaultModel> m_vaultModel;
     std::unique_ptr<TransferModel> m_transferModel;
     std::unique_ptr<PhotoBackupModel> m_photoBackupModel;
-    std::unique_ptr<PhotosLibraryModel> m_photosLibraryModel;
+    std::unique_ptr<PhotosLibraryBackup> m_photosLibraryModel;
     QStackedWidget* m_root;
     WelcomeView* m_welcome;
     QWidget* m_shell;

@@ -72,7 +72,7 @@ QString PhotoBackupModel::hint() const
         return L("Garde l'iPhone déverrouillé, attends quelques secondes puis touche Actualiser. Si tes photos sont "
                  "seulement dans iCloud et pas sur l'iPhone, elles ne peuvent pas être copiées d'ici.");
     case State::Ready: return L("Choisis ce que tu veux sauvegarder.");
-    case State::Copying: return m_stopping ? L("Arrêt en cours… (fin du fichier en cours)") : m_progressText;
+    case State::Copying: return m_stoppedByUser ? L("Arrêt en cours… (fin du fichier en cours)") : m_progressText;
     case State::Error: return m_error ? m_error() : QString();
     }
     return {};
@@ -122,7 +122,7 @@ QString PhotoBackupModel::selectionSummary() const
 {
     if (m_files.isEmpty())
         return {};
-    const QList<CameraFile> selected = selectFiles(m_files, m_choices, QDateTime::currentDateTime());
+    const QList<CameraFile> selected = selectedFiles();
     qint64 bytes = 0;
     for (const CameraFile& file : selected)
         bytes += file.size;
@@ -192,7 +192,12 @@ void PhotoBackupModel::followPhone()
     }
 }
 
-void PhotoBackupModel::refresh()
+void PhotoBackupModel::stop()
+{
+    m_services.phones.stop();
+}
+
+void PhotoBackupModel::restart()
 {
     if (m_job->isRunning())
         return;
@@ -273,22 +278,16 @@ void PhotoBackupModel::setDestination(const QString& folder)
     Q_EMIT destinationChanged();
 }
 
-void PhotoBackupModel::copyAll()
+QList<CameraFile> PhotoBackupModel::selectedFiles() const
 {
-    begin(true);
-}
-
-void PhotoBackupModel::copySelection()
-{
-    begin(false);
+    return selectFiles(m_files, m_choices, QDateTime::currentDateTime());
 }
 
 void PhotoBackupModel::begin(bool everything)
 {
     if (m_state != State::Ready || !m_source || m_job->isRunning())
         return;
-    const QList<CameraFile> queue =
-        everything ? allFilesInOrder(m_files) : selectFiles(m_files, m_choices, QDateTime::currentDateTime());
+    const QList<CameraFile> queue = everything ? allFilesInOrder(m_files) : selectedFiles();
     if (queue.isEmpty()) {
         setNotice([] { return L("Rien ne correspond à ta sélection."); });
         return;
@@ -298,7 +297,7 @@ void PhotoBackupModel::begin(bool everything)
     m_refusedBySource = 0;
     m_failedCount = 0;
     m_lastError.clear();
-    m_stopping = false;
+    m_stoppedByUser = false;
     m_progress = 0;
     m_progressText = L("Copie en cours…");
     Q_EMIT resultChanged();
@@ -342,7 +341,7 @@ void PhotoBackupModel::begin(bool everything)
             m_failedCount = outcome.failed;
             m_lastError = outcome.lastError;
             m_refusedBySource = m_source && m_source->kind() == CameraSource::Kind::Phone ? outcome.refusedBySource : 0;
-            m_stopping = false;
+            m_stoppedByUser = false;
             m_progress = 1;
             Q_EMIT progressChanged();
             Q_EMIT resultChanged();
@@ -366,9 +365,9 @@ void PhotoBackupModel::begin(bool everything)
 
 void PhotoBackupModel::cancel()
 {
-    if (!m_job->isRunning() || m_stopping)
+    if (!m_job->isRunning() || m_stoppedByUser)
         return;
-    m_stopping = true;
+    m_stoppedByUser = true;
     m_job->cancel();
     Q_EMIT progressChanged();
     Q_EMIT stateChanged();

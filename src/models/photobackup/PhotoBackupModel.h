@@ -33,7 +33,7 @@ class PhotoBackupModel final : public QObject
     Q_PROPERTY(QDate toDate READ toDate WRITE setToDate NOTIFY choicesChanged)
     Q_PROPERTY(QString selectionSummary READ selectionSummary NOTIFY choicesChanged)
     Q_PROPERTY(bool canCopy READ canCopy NOTIFY stateChanged)
-    Q_PROPERTY(bool stopping READ stopping NOTIFY progressChanged)
+    Q_PROPERTY(bool stoppedByUser READ stoppedByUser NOTIFY progressChanged)
     Q_PROPERTY(QString progressText READ progressText NOTIFY progressChanged)
     Q_PROPERTY(double progress READ progress NOTIFY progressChanged)
     Q_PROPERTY(int failedCount READ failedCount NOTIFY progressChanged)
@@ -85,7 +85,8 @@ public:
     QString selectionSummary() const;
 
     bool canCopy() const { return m_state == State::Ready; }
-    bool stopping() const { return m_stopping; }
+    /// "Arrêter" was pressed: the run ends after the file in hand.
+    bool stoppedByUser() const { return m_stoppedByUser; }
     QString progressText() const { return m_progressText; }
     double progress() const { return m_progress; }
     int failedCount() const { return m_failedCount; }
@@ -101,17 +102,20 @@ public:
     /// Starts watching the phone on the cable.
     Q_INVOKABLE void start();
     /// "Actualiser": asks the phone again, or lists the folder again.
-    Q_INVOKABLE void refresh();
+    Q_INVOKABLE void restart();
+    /// Stops watching the phone.
+    Q_INVOKABLE void stop();
     /// Reads `folder` (a mounted phone, a camera's card…) instead of the phone on the cable.
     Q_INVOKABLE void useFolder(const QString& folder);
     /// Back to the phone on the cable.
     Q_INVOKABLE void usePhone();
     /// The folder the copies go to, remembered under "photoBackupFolder".
     Q_INVOKABLE void setDestination(const QString& folder);
-    /// "Copier tout l'iPhone"
-    Q_INVOKABLE void copyAll();
-    /// "Copier selon mes choix"
-    Q_INVOKABLE void copySelection();
+    /// The copy: of every file ("Copier tout l'iPhone"), or of those the choices select ("Copier selon mes
+    /// choix"). Only what the history does not hold is copied.
+    Q_INVOKABLE void begin(bool everything);
+    /// The files the choices select, oldest first.
+    QList<CameraFile> selectedFiles() const;
     /// "Arrêter": the file in hand is finished first.
     Q_INVOKABLE void cancel();
     /// "Tout recopier (oublier l'historique)", once the view has confirmed it.
@@ -135,7 +139,6 @@ private:
 
     void followPhone();
     void list(std::shared_ptr<CameraSource> source);
-    void begin(bool everything);
     void setState(State state);
     void setNotice(Text notice);
 
@@ -150,7 +153,7 @@ private:
     std::shared_ptr<CameraSource> m_source;
     QList<CameraFile> m_files;
     quint64 m_listing = 0; ///< the listing in flight; an older one's answer is dropped
-    bool m_stopping = false;
+    bool m_stoppedByUser = false;
     QString m_progressText;
     double m_progress = 0;
     int m_failedCount = 0;

@@ -3,7 +3,7 @@
 
 #include "models/photobackup/PhotoBackupModel.h"
 #include "l10n/LanguageStore.h"
-#include "models/photobackup/PhotosLibraryModel.h"
+#include "models/photobackup/PhotosLibraryBackup.h"
 #include "support/FakeServices.h"
 #include "support/PhotosLibraryFixture.h"
 #include "support/ScriptedCamera.h"
@@ -97,7 +97,7 @@ TEST_F(PhotoBackupModelTest, ThePhonesStatesReadAsThePageShowsThem)
     EXPECT_EQ(model.state(), State::Error);
     EXPECT_TRUE(model.hint().startsWith(QStringLiteral("« iPhone de Léa » a refusé de se fier")))
         << model.hint().toStdString();
-    model.refresh();
+    model.restart();
     EXPECT_EQ(m_fakes.phones.refreshed, 1);
 
     // Ready, but nothing on it: what the page says about iCloud.
@@ -132,7 +132,7 @@ TEST_F(PhotoBackupModelTest, APhoneIsCopiedOnceThenAgainOnlyWhenTheHistoryIsForg
     m_fakes.phones.set(PhoneWatcher::State::Ready, QStringLiteral("iPhone de Léa"));
     ASSERT_TRUE(settled(model));
 
-    model.copyAll();
+    model.begin(true);
     EXPECT_EQ(model.state(), State::Copying);
     ASSERT_TRUE(settled(model));
     EXPECT_EQ(model.state(), State::Ready);
@@ -141,18 +141,18 @@ TEST_F(PhotoBackupModelTest, APhoneIsCopiedOnceThenAgainOnlyWhenTheHistoryIsForg
               (QStringList{QStringLiteral("2025-01/IMG_1.HEIC"), QStringLiteral("2025-02/IMG_2.HEIC"),
                            QStringLiteral("2025-03/IMG_3.HEIC")}));
 
-    model.copySelection();
+    model.begin(false);
     ASSERT_TRUE(settled(model));
     EXPECT_EQ(model.result(), QStringLiteral("0 copiés, 3 déjà présents, 0 échecs."));
 
     model.setIncludePhotos(false); // only videos: there are none
-    model.copySelection();
+    model.begin(false);
     EXPECT_EQ(model.notice(), QStringLiteral("Rien ne correspond à ta sélection."));
     EXPECT_EQ(model.state(), State::Ready);
     model.setIncludePhotos(true);
 
     model.forgetHistory();
-    model.copyAll();
+    model.begin(true);
     ASSERT_TRUE(settled(model));
     EXPECT_EQ(model.result(), QStringLiteral("3 copiés, 0 déjà présents, 0 échecs."));
     EXPECT_EQ(filesBelow(destination()).size(), 6); // numbered beside the first copies
@@ -173,7 +173,7 @@ TEST_F(PhotoBackupModelTest, RefusedFilesAPulledCableAndAStopAreTold)
     m_fakes.phones.phoneCamera = camera;
     m_fakes.phones.set(PhoneWatcher::State::Ready, QStringLiteral("iPhone de Léa"));
     ASSERT_TRUE(settled(model));
-    model.copyAll();
+    model.begin(true);
     ASSERT_TRUE(settled(model));
     EXPECT_EQ(model.failedCount(), 1);
     EXPECT_TRUE(model.showRefusedHint());
@@ -192,7 +192,7 @@ TEST_F(PhotoBackupModelTest, RefusedFilesAPulledCableAndAStopAreTold)
     m_fakes.phones.set(PhoneWatcher::State::Ready, QStringLiteral("iPhone de Léa"));
     ASSERT_TRUE(settled(model));
     model.forgetHistory();
-    model.copyAll();
+    model.begin(true);
     ASSERT_TRUE(QTest::qWaitFor([&] { return model.state() == State::Error; }, 20'000));
     EXPECT_TRUE(model.hint().contains(QStringLiteral("n'est plus accessible"))) << model.hint().toStdString();
     EXPECT_TRUE(model.result().startsWith(QStringLiteral("1 copiés, 0 déjà présents, 1 échecs.")));
@@ -207,10 +207,10 @@ TEST_F(PhotoBackupModelTest, RefusedFilesAPulledCableAndAStopAreTold)
     m_fakes.phones.set(PhoneWatcher::State::Ready, QStringLiteral("iPhone de Léa"));
     ASSERT_TRUE(settled(model));
     model.forgetHistory();
-    model.copyAll();
+    model.begin(true);
     ASSERT_TRUE(QTest::qWaitFor([&] { return opened.load(); }, 20'000));
     model.cancel();
-    EXPECT_TRUE(model.stopping());
+    EXPECT_TRUE(model.stoppedByUser());
     EXPECT_EQ(model.hint(), QStringLiteral("Arrêt en cours… (fin du fichier en cours)"));
     ASSERT_TRUE(settled(model));
     EXPECT_EQ(model.state(), State::Ready);
@@ -239,7 +239,7 @@ TEST_F(PhotoBackupModelTest, AFolderIsASourceAndTheDestinationIsRemembered)
     model.setDestination(elsewhere);
     EXPECT_EQ(QSettings().value(QLatin1StringView(photoBackupFolderKey)).toString(), elsewhere);
     model.setIncludeVideos(false);
-    model.copySelection();
+    model.begin(false);
     ASSERT_TRUE(settled(model));
     EXPECT_EQ(filesBelow(elsewhere), QStringList{QStringLiteral("2024-08/IMG_1.JPG")});
     EXPECT_FALSE(model.showRefusedHint());
@@ -266,25 +266,25 @@ TEST_F(PhotoBackupModelTest, ALibraryIsBackedUpOnceAndAFolderThatIsNoneIsRefused
         library.file(QStringLiteral("originals/9/") + uuid + QStringLiteral(".heic"), "original");
         library.file(QStringLiteral("resources/renders/9/") + uuid + QStringLiteral("_1_201_a.jpeg"), "edited");
     }
-    PhotosLibraryModel model(m_fakes.services());
+    PhotosLibraryBackup model(m_fakes.services());
     model.setPackage(package);
-    model.start();
+    model.checkAndStart();
     EXPECT_TRUE(model.busy());
     ASSERT_TRUE(QTest::qWaitFor([&] { return !model.busy(); }, 20'000));
     if (model.status().contains(QStringLiteral("Go libres")))
         GTEST_SKIP() << "less than 15 GB free here";
-    EXPECT_EQ(model.state(), PhotosLibraryModel::State::Finished);
+    EXPECT_EQ(model.state(), PhotosLibraryBackup::State::Finished);
     EXPECT_TRUE(model.status().contains(QStringLiteral(" : 2 copiés, 0 déjà présents, 0 échecs.")))
         << model.status().toStdString();
     EXPECT_EQ(filesBelow(destination()),
               (QStringList{QStringLiteral("2025-07/IMG_7-modifiee.jpeg"), QStringLiteral("2025-07/IMG_7.HEIC")}));
-    model.start(); // "Recommencer"
+    model.checkAndStart(); // "Recommencer"
     ASSERT_TRUE(QTest::qWaitFor([&] { return !model.busy(); }, 20'000));
     EXPECT_TRUE(model.status().contains(QStringLiteral(" : 0 copiés, 2 déjà présents, 0 échecs.")));
 
     model.setPackage(m_root.filePath(QStringLiteral("Photos")));
-    model.start();
+    model.checkAndStart();
     ASSERT_TRUE(QTest::qWaitFor([&] { return !model.busy(); }, 20'000));
-    EXPECT_EQ(model.state(), PhotosLibraryModel::State::Failed);
+    EXPECT_EQ(model.state(), PhotosLibraryBackup::State::Failed);
     EXPECT_TRUE(model.status().contains(QStringLiteral("n'est pas une photothèque")));
 }

@@ -35,7 +35,7 @@ constexpr std::array periods{Period::All, Period::Last30, Period::Last90, Period
 
 } // namespace
 
-PhotoBackupView::PhotoBackupView(PhotoBackupModel& import, PhotosLibraryModel& library, QWidget* parent)
+PhotoBackupView::PhotoBackupView(PhotoBackupModel& import, PhotosLibraryBackup& library, QWidget* parent)
     : QWidget(parent)
     , m_import(import)
     , m_library(library)
@@ -188,7 +188,7 @@ PhotoBackupView::PhotoBackupView(PhotoBackupModel& import, PhotosLibraryModel& l
     outer->setContentsMargins(0, 0, 0, 0);
     outer->addWidget(scroll);
 
-    connect(m_refresh, &QPushButton::clicked, &m_import, &PhotoBackupModel::refresh);
+    connect(m_refresh, &QPushButton::clicked, &m_import, &PhotoBackupModel::restart);
     connect(m_chooseSource, &QPushButton::clicked, this, [this] {
         const QString folder = pick(L("Choisis le dossier de l'iPhone ou de la carte (celui qui contient DCIM)"));
         if (!folder.isEmpty())
@@ -207,8 +207,8 @@ PhotoBackupView::PhotoBackupView(PhotoBackupModel& import, PhotosLibraryModel& l
             [this](int index) { m_import.setPeriod(periods.at(size_t(index))); });
     connect(m_from, &QDateEdit::dateChanged, &m_import, &PhotoBackupModel::setFromDate);
     connect(m_to, &QDateEdit::dateChanged, &m_import, &PhotoBackupModel::setToDate);
-    connect(m_copyAll, &QPushButton::clicked, &m_import, &PhotoBackupModel::copyAll);
-    connect(m_copySelection, &QPushButton::clicked, &m_import, &PhotoBackupModel::copySelection);
+    connect(m_copyAll, &QPushButton::clicked, this, [this] { m_import.begin(true); });
+    connect(m_copySelection, &QPushButton::clicked, this, [this] { m_import.begin(false); });
     connect(m_stop, &QPushButton::clicked, &m_import, &PhotoBackupModel::cancel);
     connect(m_forget, &QPushButton::clicked, this, [this] {
         const QString question = L("Oublier ce qui a déjà été copié ?");
@@ -225,8 +225,8 @@ PhotoBackupView::PhotoBackupView(PhotoBackupModel& import, PhotosLibraryModel& l
         if (!folder.isEmpty())
             m_library.setPackage(folder);
     });
-    connect(m_libraryStart, &QPushButton::clicked, &m_library, &PhotosLibraryModel::start);
-    connect(m_libraryStop, &QPushButton::clicked, &m_library, &PhotosLibraryModel::cancel);
+    connect(m_libraryStart, &QPushButton::clicked, &m_library, &PhotosLibraryBackup::checkAndStart);
+    connect(m_libraryStop, &QPushButton::clicked, &m_library, &PhotosLibraryBackup::cancel);
     connect(m_fullOpen, &QPushButton::clicked, &m_import, &PhotoBackupModel::openBackupsFolder);
 
     for (auto signal :
@@ -234,7 +234,7 @@ PhotoBackupView::PhotoBackupView(PhotoBackupModel& import, PhotosLibraryModel& l
           &PhotoBackupModel::noticeChanged, &PhotoBackupModel::destinationChanged})
         connect(&m_import, signal, this, &PhotoBackupView::renderImport);
     connect(&m_import, &PhotoBackupModel::choicesChanged, this, &PhotoBackupView::renderChoices);
-    connect(&m_library, &PhotosLibraryModel::stateChanged, this, &PhotoBackupView::renderLibrary);
+    connect(&m_library, &PhotosLibraryBackup::stateChanged, this, &PhotoBackupView::renderLibrary);
     retranslate();
 }
 
@@ -321,7 +321,7 @@ void PhotoBackupView::renderImport()
     m_copyAll->setEnabled(m_import.canCopy());
     m_copySelection->setEnabled(m_import.canCopy());
     m_stop->setVisible(copying);
-    m_stop->setEnabled(!m_import.stopping());
+    m_stop->setEnabled(!m_import.stoppedByUser());
     m_forget->setEnabled(!copying);
     m_progress->setVisible(copying);
     m_progress->setValue(int(m_import.progress() * 1000));
@@ -358,7 +358,7 @@ void PhotoBackupView::renderChoices()
 
 void PhotoBackupView::renderLibrary()
 {
-    using State = PhotosLibraryModel::State;
+    using State = PhotosLibraryBackup::State;
     const State state = m_library.state();
     const bool busy = m_library.busy();
     m_libraryPath->setText(m_library.package().isEmpty() ? QString() : QDir::toNativeSeparators(m_library.package()));

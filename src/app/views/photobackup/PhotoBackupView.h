@@ -1,7 +1,7 @@
 #pragma once
 
 #include "models/photobackup/PhotoBackupModel.h"
-#include "models/photobackup/PhotosLibraryModel.h"
+#include "models/photobackup/PhotosLibraryBackup.h"
 
 #include <QWidget>
 
@@ -23,7 +23,7 @@ class PhotoBackupView final : public QWidget
 {
     Q_OBJECT
 public:
-    PhotoBackupView(PhotoBackupModel& import, PhotosLibraryModel& library, QWidget* parent = nullptr);
+    PhotoBackupView(PhotoBackupModel& import, PhotosLibraryBackup& library, QWidget* parent = nullptr);
 
     void retranslate();
 
@@ -63,7 +63,7 @@ private:
     QString pick(const QString& title);
 
     PhotoBackupModel& m_import;
-    PhotosLibraryModel& m_library;
+    PhotosLibraryBackup& m_library;
     bool m_started = false;
 
     QLabel* m_title;

@@ -1,4 +1,4 @@
-#include "models/photobackup/PhotosLibraryModel.h"
+#include "models/photobackup/PhotosLibraryBackup.h"
 
 #include "engines/photobackup/ImportRules.h"
 #include "engines/photobackup/PhotosLibrary.h"
@@ -32,25 +32,25 @@ QString destinationFolder()
 
 } // namespace
 
-PhotosLibraryModel::PhotosLibraryModel(Services services, QObject* parent)
+PhotosLibraryBackup::PhotosLibraryBackup(Services services, QObject* parent)
     : QObject(parent)
     , m_services(services)
     , m_job(new Job(this))
 {
-    connect(m_job, &Job::runningChanged, this, &PhotosLibraryModel::stateChanged);
+    connect(m_job, &Job::runningChanged, this, &PhotosLibraryBackup::stateChanged);
     connect(m_job, &Job::failed, this, [this] {
         setState(State::Failed, [] { return L("L'opération a été interrompue par une erreur interne."); });
     });
 }
 
-PhotosLibraryModel::~PhotosLibraryModel() = default;
+PhotosLibraryBackup::~PhotosLibraryBackup() = default;
 
-bool PhotosLibraryModel::busy() const
+bool PhotosLibraryBackup::busy() const
 {
     return m_job->isRunning();
 }
 
-void PhotosLibraryModel::setPackage(const QString& package)
+void PhotosLibraryBackup::setPackage(const QString& package)
 {
     if (m_job->isRunning())
         return;
@@ -59,13 +59,13 @@ void PhotosLibraryModel::setPackage(const QString& package)
     setState(State::Idle, {});
 }
 
-void PhotosLibraryModel::start()
+void PhotosLibraryBackup::checkAndStart()
 {
     if (m_job->isRunning() || m_package.isEmpty())
         return;
     m_progress = 0;
     setState(State::Checking, [] { return L("Vérification de ta photothèque…"); });
-    QPointer<PhotosLibraryModel> self(this);
+    QPointer<PhotosLibraryBackup> self(this);
     m_job->start(
         [package = m_package, destination = destinationFolder(), self](JobContext& context) {
             LibraryRun run;
@@ -134,12 +134,12 @@ void PhotosLibraryModel::start()
         });
 }
 
-void PhotosLibraryModel::cancel()
+void PhotosLibraryBackup::cancel()
 {
     m_job->cancel();
 }
 
-void PhotosLibraryModel::setState(State state, Text status)
+void PhotosLibraryBackup::setState(State state, Text status)
 {
     m_state = state;
     m_status = std::move(status);

@@ -14,7 +14,7 @@ class Job;
 
 /// The "Depuis une photothèque" half of the backup page: a Photos library package (one copied from a
 /// Mac, on a disk) backed up whole into the month folders of the same destination as the import.
-class PhotosLibraryModel final : public QObject
+class PhotosLibraryBackup final : public QObject
 {
     Q_OBJECT
     Q_PROPERTY(State state READ state NOTIFY stateChanged)
@@ -30,9 +30,9 @@ public:
 
     static constexpr qint64 progressIntervalMs = 200;
 
-    explicit PhotosLibraryModel(Services services, QObject* parent = nullptr);
-    ~PhotosLibraryModel() override;
-    Q_DISABLE_COPY_MOVE(PhotosLibraryModel)
+    explicit PhotosLibraryBackup(Services services, QObject* parent = nullptr);
+    ~PhotosLibraryBackup() override;
+    Q_DISABLE_COPY_MOVE(PhotosLibraryBackup)
 
     State state() const { return m_state; }
     QString package() const { return m_package; }
@@ -43,8 +43,9 @@ public:
     QDateTime finishedAt() const { return m_finishedAt; }
     bool busy() const;
 
-    /// "Tout copier", and "Recommencer" after a run: what was saved is skipped.
-    Q_INVOKABLE void start();
+    /// "Tout copier", and "Recommencer" after a run: checks the library, then copies what was not saved
+    /// yet.
+    Q_INVOKABLE void checkAndStart();
     /// Stops after the file in hand.
     Q_INVOKABLE void cancel();
 
