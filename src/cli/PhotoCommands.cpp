@@ -303,6 +303,7 @@ int runPhotosLibrary(const CommandLine& line, QTextStream& out, QTextStream& err
         const QString end = outcome.end == LibraryOutcome::End::Finished         ? QStringLiteral("finished")
                             : outcome.end == LibraryOutcome::End::Stopped        ? QStringLiteral("stopped")
                             : outcome.end == LibraryOutcome::End::NotEnoughSpace ? QStringLiteral("notEnoughSpace")
+                            : outcome.end == LibraryOutcome::End::SourceGone     ? QStringLiteral("sourceGone")
                                                                                  : QStringLiteral("destinationFailed");
         printJson(out, end, destination, outcome.copied, outcome.skipped, outcome.failLog, outcome.endMessage);
     } else {

@@ -3,11 +3,30 @@
 #include <QDir>
 #include <QFileInfo>
 
+#include <algorithm>
+
 namespace nuvrel {
 
 namespace {
 
 constexpr qsizetype maxFileNameBytes = 255;
+
+// `base` cut to at most `room` bytes of UTF-8, never inside a character.
+QString cutToBytes(const QString& base, qsizetype room)
+{
+    QString kept;
+    qsizetype bytes = 0;
+    for (const uint c : base.toUcs4()) {
+        const char32_t point = char32_t(c);
+        const QString one = QString::fromUcs4(&point, 1);
+        const qsizetype size = one.toUtf8().size();
+        if (bytes + size > room)
+            break;
+        kept += one;
+        bytes += size;
+    }
+    return kept;
+}
 
 // Cuts `name` to at most maxFileNameBytes of UTF-8, never inside a character, keeping a short extension.
 QString fitName(const QString& name)
@@ -18,24 +37,18 @@ QString fitName(const QString& name)
     QString extension = dot > 0 ? name.mid(dot) : QString();
     if (extension.toUtf8().size() > 16)
         extension.clear();
-    QString base = extension.isEmpty() ? name : name.left(dot);
-    const qsizetype room = maxFileNameBytes - extension.toUtf8().size();
-    const QList<uint> codePoints = base.toUcs4();
-    QString kept;
-    qsizetype bytes = 0;
-    for (const uint c : codePoints) {
-        const char32_t point = char32_t(c);
-        const QString one = QString::fromUcs4(&point, 1);
-        const qsizetype size = one.toUtf8().size();
-        if (bytes + size > room)
-            break;
-        kept += one;
-        bytes += size;
-    }
-    return kept + extension;
+    return nameWithTail(extension.isEmpty() ? name : name.left(dot), extension);
 }
 
 } // namespace
+
+QString nameWithTail(const QString& base, const QString& tail)
+{
+    const qsizetype room = maxFileNameBytes - tail.toUtf8().size();
+    if (base.toUtf8().size() <= room)
+        return base + tail;
+    return cutToBytes(base, std::max<qsizetype>(room, 1)) + tail;
+}
 
 QString numberedName(const QString& name, int n, FreeNameStyle style)
 {
@@ -45,7 +58,8 @@ QString numberedName(const QString& name, int n, FreeNameStyle style)
     const QString extension = hasExtension ? name.mid(dot) : QString();
     const QString number =
         style == FreeNameStyle::Parenthesised ? QStringLiteral(" (%1)").arg(n) : QStringLiteral("-%1").arg(n);
-    return base + number + extension;
+    // The number is kept whole, whatever the base loses: a cut number would name the file it avoids.
+    return nameWithTail(base, number + extension);
 }
 
 QString freeName(const QString& location, FreeNameStyle style)

@@ -10,6 +10,10 @@ namespace nuvrel {
 /// program's own outputs.
 enum class FreeNameStyle { Parenthesised, Hyphenated };
 
+/// `base` followed by `tail` (a number, a suffix, an extension), the base cut (never inside a character)
+/// so that the whole fits in the 255 bytes of UTF-8 a file name may hold; `tail` is kept whole.
+QString nameWithTail(const QString& base, const QString& tail);
+
 /// The `n`th candidate for `name` (n ≥ 2): the number goes before the extension; a leading dot starts
 /// the name (".profile" → ".profile (2)"), it is no extension.
 QString numberedName(const QString& name, int n, FreeNameStyle style);

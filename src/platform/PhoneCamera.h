@@ -51,6 +51,9 @@ public:
     virtual std::unique_ptr<CameraFileReader> open(const CameraFile& file, QString& error) = 0;
     /// False once the source is gone: the phone unplugged, the card or the folder removed.
     virtual bool isPresent() = 0;
+    /// After a read was given up on (it never returned): the next files are read over a fresh
+    /// connection, the stuck one left to its reader. Nothing to do for a folder.
+    virtual void reconnect() {}
 };
 
 /// The phone on a cable, as far as it lets us in. ImageCaptureCore on macOS; libimobiledevice through
@@ -79,8 +82,9 @@ public:
     virtual void stop() = 0;
     /// Talks to the phone again, as "Actualiser" asks: after it was unlocked, or trusted.
     virtual void refresh() = 0;
-    /// The ready phone's camera, or null when no phone is ready. The source lives on its own: it
-    /// stays usable (and reports isPresent() false) after the phone goes.
+    /// The ready phone's camera, or null when no phone is ready. It talks to the phone: call it off the
+    /// GUI thread (any thread may). The source lives on its own: it stays usable (and reports
+    /// isPresent() false) after the phone goes.
     virtual std::shared_ptr<CameraSource> camera() = 0;
     /// The name of the phone mounted at `folder` by the file manager, or empty when that folder is not
     /// a phone's.

@@ -18,6 +18,8 @@ struct CameraScript
     qint64 failAfterBytes = -1; ///< the read fails once this many bytes were given
     bool hang = false;          ///< the first read does not return until release()
     QByteArray extraBytes;      ///< given after the listed content: a file that grows
+    qint64 chunk = 0;           ///< bytes per read, when not as many as asked
+    int pauseMs = 0;            ///< before each read: a slow cable
 
     static CameraScript refused(QString text)
     {
@@ -35,6 +37,13 @@ struct CameraScript
     {
         CameraScript script;
         script.hang = true;
+        return script;
+    }
+    static CameraScript dripping(qint64 chunk, int pauseMs)
+    {
+        CameraScript script;
+        script.chunk = chunk;
+        script.pauseMs = pauseMs;
         return script;
     }
     static CameraScript growing(QByteArray extra)
@@ -68,11 +77,20 @@ public:
     /// Called as each file is opened, on the reader's thread.
     std::function<void(const CameraFile&)> onOpen;
     int opened() const { return m_opened; }
+    int reconnections() const { return m_reconnections; }
 
     Kind kind() const override { return m_kind; }
     QString deviceName() const override { return m_name; }
-    QList<CameraFile> mediaFiles(const std::atomic<bool>*) override { return m_files; }
+    QList<CameraFile> mediaFiles(const std::atomic<bool>*) override
+    {
+        if (listPauseMs > 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(listPauseMs));
+        return m_files;
+    }
+    /// Listing takes this long: a phone slow to answer.
+    int listPauseMs = 0;
     bool isPresent() override { return m_present; }
+    void reconnect() override { ++m_reconnections; }
 
     std::unique_ptr<CameraFileReader> open(const CameraFile& file, QString& error) override
     {
@@ -108,7 +126,11 @@ private:
                 m_error = QStringLiteral("cable pulled");
                 return -1;
             }
+            if (m_script.pauseMs > 0)
+                std::this_thread::sleep_for(std::chrono::milliseconds(m_script.pauseMs));
             qint64 room = std::min<qint64>(capacity, m_bytes.size() - m_at);
+            if (m_script.chunk > 0)
+                room = std::min(room, m_script.chunk);
             if (m_script.failAfterBytes >= 0)
                 room = std::min(room, m_script.failAfterBytes - m_at);
             std::memcpy(into, m_bytes.constData() + m_at, size_t(room));
@@ -133,6 +155,7 @@ private:
     std::atomic<bool> m_released{false};
     std::atomic<bool> m_present{true};
     std::atomic<int> m_opened{0};
+    std::atomic<int> m_reconnections{0};
 };
 
 } // namespace nuvrel::test

@@ -5,6 +5,7 @@
 #include "l10n/L.h"
 
 #include <QDir>
+#include <QScopeGuard>
 
 #include <condition_variable>
 #include <deque>
@@ -73,7 +74,11 @@ void pump(const std::shared_ptr<Pipe>& pipe, const std::shared_ptr<CameraSource>
 
 FileCopyResult failure(QString reason, bool bySource = false)
 {
-    return {FileCopyResult::Kind::Failed, std::move(reason), bySource, {}};
+    FileCopyResult result;
+    result.kind = FileCopyResult::Kind::Failed;
+    result.reason = std::move(reason);
+    result.bySource = bySource;
+    return result;
 }
 
 } // namespace
@@ -85,14 +90,26 @@ FileCopyResult FileCopy::run(const std::shared_ptr<CameraSource>& source, const 
         NewFile out(QDir(folder).filePath(name), FreeNameStyle::Hyphenated);
         auto pipe = std::make_shared<Pipe>();
         std::thread reader(pump, pipe, source, file);
+        // However this ends, the reader is told to stop and is never left joinable: a thread object
+        // destroyed joinable ends the program.
+        const auto release = qScopeGuard([&] {
+            {
+                const std::lock_guard lock(pipe->mutex);
+                pipe->abandoned = true;
+                pipe->changed.notify_all();
+            }
+            if (reader.joinable())
+                reader.detach();
+        });
         qint64 received = 0;
         FileCopyResult result;
         {
-            const Clock::time_point deadline = Clock::now() + watchdog;
+            // The watchdog measures silence: a long video that keeps arriving is never cut.
+            Clock::time_point deadline = Clock::now() + watchdog;
             std::unique_lock lock(pipe->mutex);
             for (;;) {
                 if (isSet(abort)) {
-                    result = {FileCopyResult::Kind::Aborted, {}, false, {}};
+                    result.kind = FileCopyResult::Kind::Aborted;
                     break;
                 }
                 if (!pipe->blocks.empty()) {
@@ -101,18 +118,13 @@ FileCopyResult FileCopy::run(const std::shared_ptr<CameraSource>& source, const 
                     pipe->changed.notify_all();
                     lock.unlock();
                     errno = 0;
-                    if (out.device().write(block) != block.size()) {
-                        const int error = errno ? errno : EIO;
-                        lock.lock();
-                        pipe->abandoned = true;
-                        pipe->changed.notify_all();
-                        lock.unlock();
-                        reader.detach();
-                        throw FileError::fromErrno(FileError::Operation::Write, error, QDir(folder).filePath(name));
-                    }
+                    if (out.device().write(block) != block.size())
+                        throw FileError::fromErrno(FileError::Operation::Write, errno ? errno : EIO,
+                                                   QDir(folder).filePath(name));
                     received += block.size();
                     if (bytesDone)
                         bytesDone(received);
+                    deadline = Clock::now() + watchdog;
                     lock.lock();
                     continue;
                 }
@@ -124,6 +136,7 @@ FileCopyResult FileCopy::run(const std::shared_ptr<CameraSource>& source, const 
                     break;
                 if (Clock::now() >= deadline) {
                     result = failure(L("délai dépassé"));
+                    result.timedOut = true;
                     break;
                 }
                 // Woken by the reader, or now and then to look at the deadline and the abort flag.
@@ -134,7 +147,12 @@ FileCopyResult FileCopy::run(const std::shared_ptr<CameraSource>& source, const 
         }
         // A reader that is done is joined; one that may hang is left behind with what it holds.
         const bool readerDone = result.kind == FileCopyResult::Kind::Copied || result.bySource;
-        readerDone ? reader.join() : reader.detach();
+        if (readerDone)
+            reader.join();
+        // A reader still inside a read that never returns may hold the source's connection: the next
+        // files get a fresh one.
+        if (result.timedOut)
+            source->reconnect();
         if (result.kind != FileCopyResult::Kind::Copied)
             return result;
         if (received == 0)
@@ -144,7 +162,10 @@ FileCopyResult FileCopy::run(const std::shared_ptr<CameraSource>& source, const 
         result.savedAs = out.commit(file.created.isValid() ? std::optional(file.created) : std::nullopt, numbered);
         return result;
     } catch (const LocalizedError& error) {
-        return {FileCopyResult::Kind::DestinationFailed, error.message(), false, {}};
+        FileCopyResult result;
+        result.kind = FileCopyResult::Kind::DestinationFailed;
+        result.reason = error.message();
+        return result;
     }
 }
 

@@ -21,6 +21,7 @@ struct FileCopyResult
     Kind kind = Kind::Copied;
     QString reason;
     bool bySource = false; ///< the source itself reported the failure
+    bool timedOut = false; ///< the source stayed silent past the watchdog
     QString savedAs;       ///< the file's path, once copied
 };
 
@@ -30,6 +31,7 @@ struct FileCopyResult
 /// left to finish or hang alone, holding the source alive.
 struct FileCopy
 {
+    /// How long the source may stay silent before the file fails.
     std::chrono::milliseconds watchdog{std::chrono::seconds(120)};
     const std::atomic<bool>* abort = nullptr;
     /// The reason of a file that arrives empty.

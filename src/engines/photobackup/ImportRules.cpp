@@ -1,5 +1,6 @@
 #include "engines/photobackup/ImportRules.h"
 
+#include "ground/FreeName.h"
 #include "l10n/L.h"
 
 #include <QFileInfo>
@@ -131,9 +132,10 @@ QString monthFolderName(const QDateTime& created, const QDateTime& now)
 QString runIndexedName(const QString& name, int position)
 {
     const qsizetype dot = name.lastIndexOf(u'.');
+    const QString number = u'-' + QString::number(position);
     if (dot <= 0)
-        return name + u'-' + QString::number(position);
-    return name.left(dot) + u'-' + QString::number(position) + name.mid(dot);
+        return nameWithTail(name, number);
+    return nameWithTail(name.left(dot), number + name.mid(dot));
 }
 
 } // namespace nuvrel

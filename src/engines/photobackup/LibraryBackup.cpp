@@ -94,8 +94,21 @@ LibraryOutcome LibraryBackup::run(const QString& package, const QList<LibraryAss
                 outcome.failLog.append(resource.displayName + QStringLiteral(" : ") + reason);
                 outcome.lastError = reason;
             };
+            // A file that is missing from a library still there is kept in iCloud only; when the
+            // library itself is gone (its disk unplugged), the run stops instead of failing the rest.
+            const auto libraryGone = [&] {
+                if (source->isPresent())
+                    return false;
+                outcome.end = LibraryOutcome::End::SourceGone;
+                outcome.endMessage = L("« %@ » n'est plus accessible : la copie s'est arrêtée. Rebranche-le, puis "
+                                       "réessaie : ce qui est déjà copié sera ignoré.",
+                                       QFileInfo(package).fileName());
+                return true;
+            };
             const std::optional<EntryStatus> status = entryStatus(resource.path);
             if (!status || status->type != EntryStatus::Type::File) {
+                if (libraryGone())
+                    break;
                 fail(L("l'original n'est pas dans la photothèque (il est peut-être seulement dans iCloud)"));
                 continue;
             }
@@ -124,6 +137,8 @@ LibraryOutcome LibraryBackup::run(const QString& package, const QList<LibraryAss
                 outcome.endMessage = result.reason;
                 break;
             } else {
+                if (libraryGone())
+                    break;
                 fail(result.reason);
             }
         }

@@ -24,6 +24,7 @@ struct LibraryOutcome
         Stopped,
         NotEnoughSpace,    ///< refused before a file was copied; endMessage says how much is free
         DestinationFailed, ///< the destination refused a write
+        SourceGone,        ///< the library's disk went away
     };
     End end = End::Finished;
     int copied = 0;

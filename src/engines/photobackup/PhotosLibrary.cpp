@@ -71,7 +71,7 @@ bool isUuid(const QString& text)
 QString withSuffix(const QString& name, const QString& suffix)
 {
     const qsizetype dot = name.lastIndexOf(u'.');
-    return (dot > 0 ? name.left(dot) : name) + u'.' + suffix;
+    return nameWithTail(dot > 0 ? name.left(dot) : name, u'.' + suffix);
 }
 
 // "IMG_0001.HEIC" → "IMG_0001-modifiee.HEIC": an edited version never takes the original's name.
@@ -79,8 +79,8 @@ QString editedName(const QString& name)
 {
     const qsizetype dot = name.lastIndexOf(u'.');
     if (dot <= 0)
-        return name + QStringLiteral("-modifiee");
-    return name.left(dot) + QStringLiteral("-modifiee.") + name.mid(dot + 1);
+        return nameWithTail(name, QStringLiteral("-modifiee"));
+    return nameWithTail(name.left(dot), QStringLiteral("-modifiee.") + name.mid(dot + 1));
 }
 
 QString firstExisting(const QStringList& candidates)

@@ -154,7 +154,8 @@ void PhotoBackupModel::start()
 void PhotoBackupModel::followPhone()
 {
     if (!m_folder.isEmpty() || m_job->isRunning())
-        return; // a folder is the source, or a run holds its source until its end
+        return;  // a folder is the source, or a run holds its source until its end
+    ++m_listing; // whatever was being listed is not what the page shows any more
     const PhoneWatcher& phones = m_services.phones;
     m_deviceName = phones.deviceName();
     switch (phones.state()) {
@@ -183,12 +184,7 @@ void PhotoBackupModel::followPhone()
         };
         setState(State::Error);
         break;
-    case PhoneWatcher::State::Ready:
-        if (std::shared_ptr<CameraSource> camera = m_services.phones.camera())
-            list(std::move(camera));
-        else
-            setState(State::Connecting);
-        break;
+    case PhoneWatcher::State::Ready: list([phones = &m_services.phones] { return phones->camera(); }); break;
     }
 }
 
@@ -216,7 +212,7 @@ void PhotoBackupModel::useFolder(const QString& folder)
     const std::optional<Volume> volume = m_services.volumes.volumeOf(m_folder);
     const QString label = volume && FolderSource::isRemovableMountPoint(volume->root + u'/') ? volume->name : QString();
     m_deviceName = FolderSource::nameForFolder(m_folder, m_services.phones.nameOfMountedPhone(m_folder), label);
-    list(std::make_shared<FolderSource>(m_folder, m_deviceName));
+    list([source = std::make_shared<FolderSource>(m_folder, m_deviceName)] { return source; });
 }
 
 void PhotoBackupModel::usePhone()
@@ -226,40 +222,53 @@ void PhotoBackupModel::usePhone()
     m_folder.clear();
     m_files.clear();
     m_source.reset();
+    ++m_listing;
     Q_EMIT choicesChanged();
     followPhone();
 }
 
-void PhotoBackupModel::list(std::shared_ptr<CameraSource> source)
+void PhotoBackupModel::list(std::function<std::shared_ptr<CameraSource>()> open)
 {
-    m_source = std::move(source);
+    m_source.reset();
     m_files.clear();
     setState(State::Connecting);
     Q_EMIT choicesChanged();
-    // A listing that hangs on a phone is not waited for: the next one replaces it, and its answer is
-    // dropped.
+    // Opening and listing talk to the phone: off the GUI thread. A listing that hangs is not waited
+    // for; any later change of source or state makes its answer stale, and it is dropped.
     const quint64 listing = ++m_listing;
-    std::shared_ptr<CameraSource> held = m_source;
     QPointer<PhotoBackupModel> self(this);
-    QThreadPool& pool = Job::pool();
-    pool.start([held, self, listing] {
+    Job::pool().start([open = std::move(open), self, listing] {
+        std::shared_ptr<CameraSource> source = open();
         QList<CameraFile> files;
         std::function<QString()> failure;
-        try {
-            files = held->mediaFiles(Job::quittingFlag());
-        } catch (const LocalizedError& error) {
-            failure = [message = error.message()] { return message; };
+        if (source) {
+            try {
+                files = source->mediaFiles(Job::quittingFlag());
+            } catch (const LocalizedError& error) {
+                failure = [message = error.message()] { return message; };
+            }
         }
         QMetaObject::invokeMethod(
             QCoreApplication::instance(),
-            [self, listing, files = std::move(files), failure] {
+            [self, listing, source = std::move(source), files = std::move(files), failure] {
                 if (!self || self->m_listing != listing || self->m_job->isRunning())
                     return;
+                if (!source) {
+                    // Ready, but its camera roll could not be opened; if it went, the watcher says so next.
+                    self->m_error = [name = shownName(self->m_deviceName)] {
+                        return L("« %@ » ne répond pas comme un iPhone. Débranche-le, rebranche-le, puis touche "
+                                 "Actualiser.",
+                                 name);
+                    };
+                    self->setState(State::Error);
+                    return;
+                }
                 if (failure) {
                     self->m_error = failure;
                     self->setState(State::Error);
                     return;
                 }
+                self->m_source = source;
                 self->m_files = files;
                 self->setState(files.isEmpty() ? State::NothingReadable : State::Ready);
                 Q_EMIT self->choicesChanged();
@@ -359,6 +368,8 @@ void PhotoBackupModel::begin(bool everything)
             if (outcome.end == ImportOutcome::End::SourceGone) {
                 m_files.clear();
                 Q_EMIT choicesChanged();
+            } else if (m_folder.isEmpty() && m_services.phones.state() != PhoneWatcher::State::Ready) {
+                followPhone(); // the phone changed while the run held it
             }
         });
 }

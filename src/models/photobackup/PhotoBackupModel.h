@@ -138,7 +138,7 @@ private:
     using Text = std::function<QString()>;
 
     void followPhone();
-    void list(std::shared_ptr<CameraSource> source);
+    void list(std::function<std::shared_ptr<CameraSource>()> open);
     void setState(State state);
     void setNotice(Text notice);
 

@@ -22,6 +22,7 @@ struct LibraryRun
 {
     std::variant<QString, LibraryOutcome> result;
     int assets = 0;
+    bool cancelled = false; ///< stopped while the library was read
 };
 
 QString destinationFolder()
@@ -77,6 +78,7 @@ void PhotosLibraryBackup::checkAndStart()
                 return run;
             }
             run.assets = int(assets.size());
+            run.cancelled = context.isCancelled();
             if (assets.isEmpty()) {
                 run.result = LibraryOutcome();
                 return run;
@@ -107,13 +109,18 @@ void PhotosLibraryBackup::checkAndStart()
                 setState(State::Failed, [message = *refusal] { return message; });
                 return;
             }
+            if (run.cancelled) {
+                setState(State::Idle, [] { return L("Arrêté."); });
+                return;
+            }
             if (run.assets == 0) {
                 setState(State::EmptyLibrary, [] { return L("Cette photothèque ne contient aucune photo ni vidéo."); });
                 return;
             }
             const LibraryOutcome outcome = std::get<LibraryOutcome>(run.result);
             if (outcome.end == LibraryOutcome::End::NotEnoughSpace ||
-                outcome.end == LibraryOutcome::End::DestinationFailed) {
+                outcome.end == LibraryOutcome::End::DestinationFailed ||
+                outcome.end == LibraryOutcome::End::SourceGone) {
                 setState(State::Failed, [message = outcome.endMessage] { return message; });
                 return;
             }

@@ -126,7 +126,7 @@ public:
         : m_udid(std::move(udid))
         , m_name(std::move(name))
         , m_device(std::move(device))
-        , m_afc(std::move(afc))
+        , m_connection{std::move(afc), std::make_shared<std::mutex>()}
     {}
 
     Kind kind() const override { return Kind::Phone; }
@@ -141,28 +141,52 @@ public:
 
     std::unique_ptr<CameraFileReader> open(const CameraFile& file, QString& error) override
     {
-        const std::lock_guard lock(*m_mutex);
+        const Connection connection = current();
+        const std::lock_guard lock(*connection.mutex);
         uint64_t handle = 0;
         const afc_error_t status =
-            afc_file_open(m_afc.get(), file.path.toUtf8().constData(), AFC_FOPEN_RDONLY, &handle);
+            afc_file_open(connection.afc.get(), file.path.toUtf8().constData(), AFC_FOPEN_RDONLY, &handle);
         if (status != AFC_E_SUCCESS) {
             error = L("l'iPhone a refusé de donner ce fichier (erreur %@)", int(status));
             return nullptr;
         }
-        return std::make_unique<AfcReader>(m_mutex, m_afc, handle);
+        return std::make_unique<AfcReader>(connection.mutex, connection.afc, handle);
     }
 
     bool isPresent() override { return openDevice(m_udid) != nullptr; }
 
+    void reconnect() override
+    {
+        afc_client_t afc = nullptr;
+        if (afc_client_start_service(m_device.get(), &afc, label) != AFC_E_SUCCESS)
+            return; // the next files fail on the old connection, and the run ends as the phone's silence
+        const std::lock_guard lock(m_swap);
+        m_connection = {std::shared_ptr<afc_client_private>(afc, AfcDeleter()), std::make_shared<std::mutex>()};
+    }
+
 private:
+    // One AFC connection and the lock its requests take turns with; a reader holds both while it lives.
+    struct Connection
+    {
+        std::shared_ptr<afc_client_private> afc;
+        std::shared_ptr<std::mutex> mutex;
+    };
+
+    Connection current() const
+    {
+        const std::lock_guard lock(m_swap);
+        return m_connection;
+    }
+
     void walk(const QByteArray& folder, int depth, QList<CameraFile>& files, const std::atomic<bool>* cancel)
     {
+        const Connection connection = current();
         if (depth > 8 || (cancel && cancel->load()))
             return;
         char** names = nullptr;
         {
-            const std::lock_guard lock(*m_mutex);
-            if (afc_read_directory(m_afc.get(), folder.constData(), &names) != AFC_E_SUCCESS)
+            const std::lock_guard lock(*connection.mutex);
+            if (afc_read_directory(connection.afc.get(), folder.constData(), &names) != AFC_E_SUCCESS)
                 return;
         }
         QList<QByteArray> entries;
@@ -177,8 +201,8 @@ private:
             const QByteArray path = folder + '/' + entry;
             char** info = nullptr;
             {
-                const std::lock_guard lock(*m_mutex);
-                if (afc_get_file_info(m_afc.get(), path.constData(), &info) != AFC_E_SUCCESS)
+                const std::lock_guard lock(*connection.mutex);
+                if (afc_get_file_info(connection.afc.get(), path.constData(), &info) != AFC_E_SUCCESS)
                     continue;
             }
             const QHash<QByteArray, QByteArray> map = infoMap(info);
@@ -205,8 +229,8 @@ private:
     QString m_udid;
     QString m_name;
     Device m_device;
-    std::shared_ptr<afc_client_private> m_afc;
-    std::shared_ptr<std::mutex> m_mutex = std::make_shared<std::mutex>();
+    mutable std::mutex m_swap;
+    Connection m_connection;
 };
 
 extern "C" void onDeviceEvent(const idevice_event_t* event, void*)
@@ -237,6 +261,10 @@ void deliverDeviceEvent(const QString& udid, bool removed)
 struct ImobilePhoneWatcher::Shared
 {
     std::atomic<int> run{0}; ///< bumped at each handshake: an older one's answer is dropped
+    // The ready phone, for camera(), which any thread may call.
+    std::mutex readyMutex;
+    QString readyUdid;
+    QString readyName;
 };
 
 ImobilePhoneWatcher::ImobilePhoneWatcher(QObject* parent)
@@ -378,6 +406,11 @@ void ImobilePhoneWatcher::setState(State state, const QString& name)
         return;
     m_state = state;
     m_name = name;
+    {
+        const std::lock_guard lock(m_shared->readyMutex);
+        m_shared->readyUdid = state == State::Ready ? m_udid : QString();
+        m_shared->readyName = name;
+    }
     Q_EMIT stateChanged();
 }
 

@@ -2,6 +2,7 @@
 #include "engines/photobackup/CopyHistory.h"
 #include "engines/photobackup/FolderSource.h"
 #include "engines/photobackup/ImportRules.h"
+#include "ground/FreeName.h"
 #include "l10n/LanguageStore.h"
 #include "support/FolderSnapshot.h"
 #include "support/MediaFixtures.h"
@@ -347,6 +348,7 @@ TEST(PhotoImport, FailuresAreLoggedAndNothingTruncatedTakesARealName)
                             "EMPTY.JPG : fichier reçu vide (vide)", "GROWS.MOV : le fichier a changé pendant la copie",
                             "SHRANK.JPG : le fichier a changé pendant la copie", "SILENT.JPG : délai dépassé"}));
     EXPECT_EQ(outcome.lastError, QStringLiteral("délai dépassé"));
+    EXPECT_EQ(camera->reconnections(), 1); // the next files do not queue behind the stuck read
     // Only what was copied is remembered: a later run tries the failed files again.
     CopyHistory reread(history.path());
     reread.load();
@@ -435,6 +437,46 @@ TEST(PhotoImport, ARunStopsAfterTheFileInHandWhenAskedOrWhenTheSourceIsGoneOrSil
         EXPECT_FALSE(outcome.endMessage.isEmpty());
         EXPECT_EQ(outcome.failed, 0);
     }
+}
+
+TEST(PhotoImport, ASlowButSteadyFileIsNeverCutAndLongNamesStayNames)
+{
+    QTemporaryDir out;
+    const QString destination = out.filePath(QStringLiteral("Photos"));
+    const QDateTime may = local(2024, 5, 2);
+    // 255 bytes of name, twice in one month: the second's number still fits, the extension kept.
+    const QString longName = QString(123, QChar(0xE9)) + QStringLiteral("IMGX.HEIC"); // 2 × 123 + 9 bytes
+    auto camera = std::make_shared<ScriptedCamera>();
+    camera->add(cameraFile(longName, 5, may), bytes('1', 5));
+    camera->add(cameraFile(longName, 6, may, QStringLiteral("101APPLE")), bytes('2', 6));
+    // Ten reads 100 ms apart: a second in all, three times the watchdog, never silent for long.
+    camera->add(cameraFile(QStringLiteral("SLOW.MOV"), 10'000, may), bytes('s', 10'000),
+                CameraScript::dripping(1000, 100));
+    CopyHistory history(out.filePath(QStringLiteral("history.json")));
+    PhotoImportOptions options;
+    options.now = now;
+    options.watchdog = 300ms;
+    const ImportOutcome outcome =
+        PhotoImport::run(camera, camera->mediaFiles(nullptr), destination, history, {}, nullptr, options);
+    EXPECT_EQ(outcome.end, ImportOutcome::End::Finished) << outcome.endMessage.toStdString();
+    EXPECT_EQ(outcome.copied, 3);
+    EXPECT_EQ(readAll(destination + QStringLiteral("/2024-05/SLOW.MOV")), bytes('s', 10'000));
+    const QStringList saved = QDir(destination + QStringLiteral("/2024-05")).entryList(QDir::Files);
+    ASSERT_EQ(saved.size(), 3);
+    for (const QString& name : saved) {
+        EXPECT_LE(name.toUtf8().size(), 255) << name.toStdString();
+        EXPECT_TRUE(name.endsWith(QStringLiteral(".HEIC")) || name == u"SLOW.MOV") << name.toStdString();
+    }
+    EXPECT_TRUE(saved.contains(longName));
+    EXPECT_TRUE(saved.contains(QString(123, QChar(0xE9)) + QStringLiteral("IM-2.HEIC")))
+        << saved.join(u' ').toStdString();
+
+    // The same names numbered by the ground's rules: never longer than a name may be.
+    EXPECT_LE(numberedName(QString(255, u'x'), 12, FreeNameStyle::Parenthesised).toUtf8().size(), 255);
+    EXPECT_TRUE(numberedName(QString(250, u'x') + QStringLiteral(".jpeg"), 3, FreeNameStyle::Hyphenated)
+                    .endsWith(QStringLiteral("-3.jpeg")));
+    EXPECT_TRUE(
+        runIndexedName(QString(254, u'y') + QStringLiteral(".MOV"), 9999).endsWith(QStringLiteral("-9999.MOV")));
 }
 
 TEST(FolderSource, TheSameCardIsKnownAgainAndAVanishedFolderIsNoticed)

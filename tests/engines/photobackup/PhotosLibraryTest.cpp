@@ -233,6 +233,34 @@ TEST(LibraryBackup, EveryResourceOnceInMonthFoldersAndICloudOnlyOriginalsFailPla
     EXPECT_EQ(readAll(destination + QStringLiteral("/2024-03/IMG_0001.HEIC")), QByteArray("original photo"));
 }
 
+TEST(LibraryBackup, ALibraryWhoseDiskGoesStopsTheRunInsteadOfFailingEveryFile)
+{
+    QTemporaryDir folder;
+    const QString package = folder.filePath(QStringLiteral("Photos Library.photoslibrary"));
+    {
+        LibraryBuilder library(package, "ZASSET", 17120);
+        fill(library);
+    }
+    const QList<LibraryAsset> assets = PhotosLibrary::readAssets(package);
+    LibraryBackupOptions options;
+    options.now = now;
+    options.availableBytes = LibraryBackup::minimumFreeBytes;
+    const QString destination = folder.filePath(QStringLiteral("Sauvegarde"));
+    bool pulled = false;
+    const LibraryOutcome outcome = LibraryBackup::run(
+        package, assets, destination,
+        [&](const LibraryProgress& progress) {
+            // Unplugged after two files: the library is not there any more.
+            if (progress.done == 3 && !pulled)
+                pulled = QDir().rename(package, folder.filePath(QStringLiteral("elsewhere")));
+        },
+        nullptr, options);
+    ASSERT_TRUE(pulled);
+    EXPECT_EQ(outcome.end, LibraryOutcome::End::SourceGone);
+    EXPECT_TRUE(outcome.endMessage.contains(QStringLiteral("Photos Library.photoslibrary")));
+    EXPECT_EQ(outcome.failed, 2); // the two originals missing before it, and not one more
+}
+
 TEST(LibraryBackup, FifteenDecimalGigabytesAreNeededToStart)
 {
     EXPECT_EQ(LibraryBackup::spaceProblem(15'000'000'000), std::nullopt);

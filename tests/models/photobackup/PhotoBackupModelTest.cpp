@@ -122,6 +122,17 @@ TEST_F(PhotoBackupModelTest, ThePhonesStatesReadAsThePageShowsThem)
     m_fakes.phones.set(PhoneWatcher::State::NoDevice);
     EXPECT_EQ(model.state(), State::NoDevice);
     EXPECT_TRUE(model.selectionSummary().isEmpty());
+
+    // Unplugged while it was being listed: the late listing does not bring back a phone that is gone.
+    auto slow = phone(2);
+    slow->listPauseMs = 300;
+    m_fakes.phones.phoneCamera = slow;
+    m_fakes.phones.set(PhoneWatcher::State::Ready, QStringLiteral("iPhone de Léa"));
+    EXPECT_EQ(model.state(), State::Connecting);
+    m_fakes.phones.set(PhoneWatcher::State::NoDevice);
+    QTest::qWait(600);
+    EXPECT_EQ(model.state(), State::NoDevice);
+    EXPECT_FALSE(model.canCopy());
 }
 
 TEST_F(PhotoBackupModelTest, APhoneIsCopiedOnceThenAgainOnlyWhenTheHistoryIsForgotten)
