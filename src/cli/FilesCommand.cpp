@@ -105,17 +105,132 @@ Opened open(const CommandLine& line, QTextStream& err)
     }
 }
 
-QList<BackupEntry> selected(const IPhoneBackupReader& reader, const CommandLine& line)
+EntryFilter filterOf(const CommandLine& line)
 {
-    QList<BackupEntry> entries = reader.loadEntries();
-    entries.removeIf([&line](const BackupEntry& entry) {
-        if (line.photos && !BackupCatalogue::isPhoto(entry))
-            return true;
-        if (line.domain && entry.domain != *line.domain)
-            return true;
-        return line.pathPrefix && !entry.path.startsWith(*line.pathPrefix);
+    EntryFilter filter;
+    filter.domain = line.domain;
+    filter.pathPrefix = line.pathPrefix;
+    filter.photos = line.photos;
+    return filter;
+}
+
+// "2024-03-05T14:07:09Z", as Qt::ISODate writes a UTC date, by arithmetic on the seconds: a calendar
+// object per line would cost more than the rest of the line.
+void appendIsoDate(QByteArray& out, const QDateTime& date)
+{
+    const qint64 seconds = date.toSecsSinceEpoch();
+    qint64 days = seconds / 86400;
+    qint64 rest = seconds % 86400;
+    if (rest < 0) {
+        rest += 86400;
+        --days;
+    }
+    // Days since 1970 to a civil date (Howard Hinnant's algorithm).
+    const qint64 z = days + 719468;
+    const qint64 era = (z >= 0 ? z : z - 146096) / 146097;
+    const qint64 dayOfEra = z - era * 146097;
+    const qint64 yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
+    const qint64 dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
+    const qint64 mp = (5 * dayOfYear + 2) / 153;
+    const qint64 day = dayOfYear - (153 * mp + 2) / 5 + 1;
+    const qint64 month = mp < 10 ? mp + 3 : mp - 9;
+    const qint64 year = yearOfEra + era * 400 + (month <= 2 ? 1 : 0);
+    if (year < 1 || year > 9999) {
+        out.append(date.toUTC().toString(Qt::ISODate).toUtf8());
+        return;
+    }
+    const auto two = [&out](qint64 value) { out.append(char('0' + value / 10)).append(char('0' + value % 10)); };
+    two(year / 100);
+    two(year % 100);
+    out.append('-');
+    two(month);
+    out.append('-');
+    two(day);
+    out.append('T');
+    two(rest / 3600);
+    out.append(':');
+    two(rest / 60 % 60);
+    out.append(':');
+    two(rest % 60);
+    out.append('Z');
+}
+
+// The listing as a JSON array, one file per line, written as it is read: a whole document in memory
+// would cost several times the index.
+bool printJson(const IPhoneBackupReader& reader, const EntryFilter& filter, QTextStream& out)
+{
+    Utf8Output output(out);
+    QByteArray& line = output.buffer();
+    bool any = false;
+    reader.forEachRow(filter, [&](const EntryRow& row) {
+        const MBFileInfo meta = row.meta();
+        line.append(any ? ",\n  {\"fileID\": " : "[\n  {\"fileID\": ");
+        any = true;
+        output.appendJson(row.fileID);
+        line.append(", \"domain\": ");
+        output.appendJson(row.domain);
+        line.append(", \"path\": ");
+        output.appendJson(row.path);
+        line.append(", \"size\": ").append(QByteArray::number(meta.size)).append(", \"modified\": ");
+        if (meta.mtime) {
+            line.append('"');
+            appendIsoDate(line, *meta.mtime);
+            line.append('"');
+        } else {
+            line.append("null");
+        }
+        line.append(", \"protectionClass\": ").append(QByteArray::number(meta.protectionClass)).append('}');
+        output.lineDone();
     });
-    return entries;
+    line.append(any ? "\n]\n" : "[]\n");
+    return any;
+}
+
+// The listing as aligned columns, written as it is read. The path comes last, so that no column waits
+// for the longest path of the backup; the domain column is as wide as the longest domain the index
+// names, which its index on domains gives at once.
+bool printTable(const IPhoneBackupReader& reader, const EntryFilter& filter, QTextStream& out)
+{
+    const QLocale locale = Localizer::locale();
+    const QString domainTitle = L("Domaine");
+    const QString sizeTitle = L("Taille");
+    qsizetype domainWidth = displayWidth(domainTitle);
+    const QStringList domains = filter.domain   ? QStringList{*filter.domain}
+                                : filter.photos ? QStringList{BackupCatalogue::cameraRollDomain}
+                                                : reader.knownDomains();
+    for (const QString& domain : domains)
+        domainWidth = std::max(domainWidth, displayWidth(escapedControls(domain)));
+    // The widest sizes: four digits before the unit changes ("1023.99 KiB", "1 023,99 Kio").
+    qsizetype sizeWidth = displayWidth(sizeTitle);
+    for (const qint64 widest : {qint64(1024) * 1024 - 1, (qint64(1) << 40) - 1})
+        sizeWidth = std::max(sizeWidth, displayWidth(locale.formattedDataSize(widest)));
+    const auto padded = [](const QString& text, qsizetype width, bool right) -> QByteArray {
+        const QByteArray spaces(std::max<qsizetype>(0, width - displayWidth(text)), ' ');
+        return right ? spaces + text.toUtf8() : text.toUtf8() + spaces;
+    };
+
+    Utf8Output output(out);
+    QByteArray& line = output.buffer();
+    bool any = false;
+    QByteArray domainBytes;
+    QByteArray domainCell;
+    reader.forEachRow(filter, [&](const EntryRow& row) {
+        if (!any) {
+            line.append(padded(domainTitle, domainWidth, false) + "  " + padded(sizeTitle, sizeWidth, true) + "  " +
+                        L("Chemin").toUtf8() + '\n');
+            any = true;
+        }
+        if (row.domain != domainBytes) { // rows come in runs of one domain
+            domainBytes = row.domain.toByteArray();
+            domainCell = padded(escapedControls(QString::fromUtf8(row.domain)), domainWidth, false);
+        }
+        line.append(domainCell).append("  ");
+        line.append(padded(locale.formattedDataSize(row.meta().size), sizeWidth, true)).append("  ");
+        output.appendEscaped(row.path);
+        line.append('\n');
+        output.lineDone();
+    });
+    return any;
 }
 
 // One line redrawn in place on a terminal; nothing at all when the output goes to a file.
@@ -161,42 +276,18 @@ int runFiles(const CommandLine& line, QTextStream& out, QTextStream& err)
     Opened opened = open(line, err);
     if (!opened.reader)
         return opened.exitCode;
-    QList<BackupEntry> entries;
+    bool any = false;
     try {
-        entries = selected(*opened.reader, line);
+        any = line.json ? printJson(*opened.reader, filterOf(line), out)
+                        : printTable(*opened.reader, filterOf(line), out);
     } catch (const BackupReadError& error) {
         err << escapedControls(error.message()) << '\n';
         return exitCodeFor(error);
     }
     opened.reader->cleanup();
-
-    if (line.json) {
-        QJsonArray files;
-        for (const BackupEntry& entry : entries) {
-            const MBFileInfo meta = entry.meta();
-            files.append(QJsonObject{
-                {QStringLiteral("fileID"), entry.fileID},
-                {QStringLiteral("domain"), entry.domain},
-                {QStringLiteral("path"), entry.path},
-                {QStringLiteral("size"), meta.size},
-                {QStringLiteral("modified"), meta.mtime ? QJsonValue(meta.mtime->toString(Qt::ISODate)) : QJsonValue()},
-                {QStringLiteral("protectionClass"), meta.protectionClass},
-            });
-        }
-        out << QString::fromUtf8(QJsonDocument(files).toJson(QJsonDocument::Indented));
-        return entries.isEmpty() ? NothingFound : Found;
-    }
-    if (entries.isEmpty()) {
+    if (!any && !line.json)
         err << L("Aucun fichier ne correspond.") << '\n';
-        return NothingFound;
-    }
-    TextTable table;
-    table.addRow({L("Domaine"), L("Chemin"), L("Taille")});
-    const QLocale locale = Localizer::locale();
-    for (const BackupEntry& entry : entries)
-        table.addRow({entry.domain, entry.path, locale.formattedDataSize(entry.meta().size)});
-    table.print(out);
-    return Found;
+    return any ? Found : NothingFound;
 }
 
 int runExtract(const CommandLine& line, QTextStream& out, QTextStream& err)
@@ -211,7 +302,7 @@ int runExtract(const CommandLine& line, QTextStream& out, QTextStream& err)
     IPhoneBackupReader& reader = *opened.reader;
     QList<BackupEntry> entries;
     try {
-        entries = selected(reader, line);
+        entries = reader.loadEntries(filterOf(line));
     } catch (const BackupReadError& error) {
         err << escapedControls(error.message()) << '\n';
         return exitCodeFor(error);

@@ -14,6 +14,8 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QProcess>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -237,4 +239,61 @@ TEST_F(FilesCommandTest, AHostileIndexWritesNothingOutsideTheDestinationAndNames
     EXPECT_FALSE(listing.out.contains(QChar(0x07)));
     EXPECT_TRUE(listing.out.contains(QStringLiteral("clash\\e[2J"))) << qPrintable(listing.out);
     EXPECT_TRUE(listing.out.contains(QStringLiteral("ctl\\x07bell\\nline.txt"))) << qPrintable(listing.out);
+}
+
+// The JSON listing is written piece by piece, escaped by hand: jq, an independent reader, must accept it
+// whatever the index holds (control characters, quotes, bytes that are no UTF-8) and find every file.
+TEST_F(FilesCommandTest, TheStreamedJsonListingIsValidJsonWhateverTheNames)
+{
+    const QString jq = QStandardPaths::findExecutable(QStringLiteral("jq"));
+    const QString sqlite = QStandardPaths::findExecutable(QStringLiteral("sqlite3"));
+    if (jq.isEmpty() || sqlite.isEmpty())
+        GTEST_SKIP() << "jq and sqlite3 are installed by tools/install-deps.sh";
+    SampleBackup hostile;
+    hostile.id = QStringLiteral("hostile");
+    hostile.files = hostileIndexFiles();
+    hostile.files.append({QStringLiteral("HomeDomain"), QStringLiteral("quote\"back\\slash\ttab\u007f.txt"), "q"});
+    const QString folder = hostile.write(m_root.path());
+    // Invalid UTF-8 around a quote, as a damaged index could hold: an unfinished sequence, a stray byte.
+    QProcess patch;
+    patch.start(sqlite, {folder + QStringLiteral("/Manifest.db"),
+                         QStringLiteral("UPDATE Files SET relativePath = CAST(X'4C6962FF2F22C3' AS TEXT) "
+                                        "WHERE relativePath = 'Case.txt'")});
+    ASSERT_TRUE(patch.waitForFinished(30'000) && patch.exitCode() == 0);
+
+    const auto jsonOf = [&](const QStringList& arguments) {
+        QProcess cli;
+        cli.start(QStringLiteral(NUVREL_CLI), with(arguments));
+        cli.waitForFinished(60'000);
+        return cli.readAllStandardOutput();
+    };
+    const auto jqSays = [&jq](const QByteArray& input, const QString& filter) {
+        QProcess process;
+        process.start(jq, {QStringLiteral("-c"), filter});
+        process.write(input);
+        process.closeWriteChannel();
+        process.waitForFinished(30'000);
+        EXPECT_EQ(process.exitCode(), 0) << process.readAllStandardError().constData();
+        return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
+    };
+
+    const QByteArray all = jsonOf({QStringLiteral("files"), QStringLiteral("hostile"), QStringLiteral("--json")});
+    EXPECT_EQ(jqSays(all, QStringLiteral("length")), QString::number(hostile.files.size())) << all.constData();
+    EXPECT_EQ(jqSays(all, QStringLiteral("map(select(.fileID | test(\"^[0-9a-f]{40}$\"))) | length")),
+              QString::number(hostile.files.size()));
+    EXPECT_EQ(jqSays(all, QStringLiteral("map(.path) | index(\"ctl\\u0007bell\\nline.txt\") != null")),
+              QStringLiteral("true"));
+    EXPECT_EQ(jqSays(all, QStringLiteral("map(.path) | index(\"quote\\\"back\\\\slash\\ttab\\u007f.txt\") != null")),
+              QStringLiteral("true"));
+    // The bytes that were no UTF-8 come out as U+FFFD; the quote among them stays a quote.
+    EXPECT_EQ(jqSays(all, QStringLiteral("map(.path) | index(\"Lib\\ufffd/\\\"\\ufffd\") != null")),
+              QStringLiteral("true"));
+    EXPECT_EQ(jqSays(all, QStringLiteral("map(select((.size | type) == \"number\" and (.modified | type) == "
+                                         "\"string\")) | length")),
+              QString::number(hostile.files.size()));
+
+    // Nothing kept is still a JSON document: an empty array.
+    const QByteArray none = jsonOf({QStringLiteral("files"), QStringLiteral("hostile"), QStringLiteral("--domain"),
+                                    QStringLiteral("Nowhere"), QStringLiteral("--json")});
+    EXPECT_EQ(jqSays(none, QStringLiteral("length")), QStringLiteral("0"));
 }

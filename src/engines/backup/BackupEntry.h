@@ -15,8 +15,9 @@ struct BackupEntry
     QString fileID;                       ///< 40 lowercase hexadecimal digits naming the stored copy
     QString domain;                       ///< "CameraRollDomain", "HomeDomain", "AppDomain-…"
     QString path;                         ///< relative to the domain's root, "/"-separated
-    std::optional<QByteArray> blob;       ///< the index row's keyed archive, decoded on demand
-    std::optional<MBFileInfoBox> preMeta; ///< the facts the oldest index layout gives directly
+    std::optional<QByteArray> blob;       ///< an index row's keyed archive, decoded on demand
+    std::optional<MBFileInfoBox> preMeta; ///< the facts when known already: read at listing, or given by
+                                          ///< the oldest index layout
 
     /// The file's facts: preMeta, else the parsed blob, else the default record. Computed on each call.
     MBFileInfo meta() const;

@@ -8,8 +8,10 @@
 #include <QFile>
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -17,6 +19,32 @@ namespace nuvrel {
 
 class ImmutableDatabase;
 class WorkFolder;
+
+/// Which files a listing keeps; each member that is set narrows it. Comparisons are case-sensitive,
+/// as the phone's paths are: "media/dcim/" is not "Media/DCIM/".
+struct EntryFilter
+{
+    std::optional<QString> domain;     ///< exactly this domain
+    std::optional<QString> pathPrefix; ///< paths that start with this text
+    bool photos = false;               ///< camera-roll photos and videos only (BackupCatalogue::isPhoto)
+
+    bool keeps(const BackupEntry& entry) const;
+};
+
+/// One file of the index as it is read, without a copy: the views are valid only during the call
+/// that passes the row. A listing of hundreds of thousands of files streams these rather than
+/// building a BackupEntry for each.
+struct EntryRow
+{
+    QByteArrayView fileID; ///< UTF-8, as the index stores it
+    QByteArrayView domain;
+    QByteArrayView path;
+    QByteArrayView blob;               ///< the keyed archive; empty when the row has none
+    const MBFileInfo* known = nullptr; ///< the oldest layout's facts, given instead of a blob
+
+    /// The file's facts, as BackupEntry::meta() reads them.
+    MBFileInfo meta() const;
+};
 
 /// Opens one backup folder, lists its files and copies (or decrypts) any of them out.
 /// Nothing in the backup folder is ever written: the index is opened read-only and immutable, and an
@@ -34,8 +62,19 @@ public:
     const PhoneBackup& backup() const { return m_backup; }
     bool isEncrypted() const { return m_keybag.has_value(); }
 
-    /// Every file of the backup, in index order. Folders and links are not listed.
-    QList<BackupEntry> loadEntries() const;
+    /// Every file of the backup that `filter` keeps, in the order of forEachRow(), each with its facts
+    /// already read (preMeta). Folders and links are not listed.
+    QList<BackupEntry> loadEntries(const EntryFilter& filter = {}) const;
+
+    /// Passes each file that `filter` keeps to `visit`, holding none of them: memory stays flat whatever
+    /// the backup's size. The filters run inside the index query, through the index's own indexes, so
+    /// that rows they leave out are never read. Files come in index order, except with a path prefix:
+    /// then in the order of their paths. Throws BackupReadError when the index cannot be queried.
+    void forEachRow(const EntryFilter& filter, const std::function<void(const EntryRow&)>& visit) const;
+
+    /// Every domain the index names (for files, folders or links), each once, in no particular order:
+    /// read from the index on domains alone, in a few milliseconds.
+    QStringList knownDomains() const;
 
     /// Where the stored copy of a file lies (two-level layout first, then flat); nothing when absent or
     /// when the identifier is not 40 lowercase hexadecimal digits.

@@ -7,7 +7,8 @@ struct sqlite3;
 namespace nuvrel {
 
 /// A database file we must never touch (a backup's index), opened read-only and immutable: SQLite
-/// then takes no lock and writes nothing beside it, no journal, no -wal, no -shm.
+/// then takes no lock and writes nothing beside it, no journal, no -wal, no -shm. Use it from one
+/// thread at a time.
 class ImmutableDatabase final
 {
 public:

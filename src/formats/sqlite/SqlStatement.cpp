@@ -39,6 +39,13 @@ void SqlStatement::bind(int parameter, qint64 value)
         throw SqlError::unreadable();
 }
 
+void SqlStatement::bind(int parameter, QByteArrayView utf8)
+{
+    if (sqlite3_bind_text64(m_statement, parameter, utf8.data() ? utf8.data() : "",
+                            static_cast<sqlite3_uint64>(utf8.size()), SQLITE_TRANSIENT, SQLITE_UTF8) != SQLITE_OK)
+        throw SqlError::unreadable();
+}
+
 bool SqlStatement::next()
 {
     switch (sqlite3_step(m_statement)) {
@@ -86,6 +93,14 @@ std::optional<QString> SqlStatement::text(int column) const
         return std::nullopt;
     const auto* bytes = reinterpret_cast<const char*>(sqlite3_column_text(m_statement, column));
     return QString::fromUtf8(bytes, sqlite3_column_bytes(m_statement, column));
+}
+
+QByteArrayView SqlStatement::blobBytes(int column) const
+{
+    // The pointer first, then the size: the order SQLite asks for.
+    const void* bytes = sqlite3_column_blob(m_statement, column);
+    const int size = sqlite3_column_bytes(m_statement, column);
+    return bytes && size > 0 ? QByteArrayView(static_cast<const char*>(bytes), size) : QByteArrayView();
 }
 
 QByteArray SqlStatement::blob(int column) const

@@ -28,6 +28,8 @@ public:
     ~SqlStatement();
 
     void bind(int parameter, qint64 value);
+    /// Binds UTF-8 text (copied: the view need not outlive the call).
+    void bind(int parameter, QByteArrayView utf8);
     /// Steps to the next row: true on a row, false at the end.
     bool next();
     void reset();
@@ -39,6 +41,8 @@ public:
     /// The column as text, or nothing when it is NULL.
     std::optional<QString> text(int column) const;
     QByteArray blob(int column) const;
+    /// The column's bytes without a copy: valid until the next step; empty for NULL or an empty blob.
+    QByteArrayView blobBytes(int column) const;
     /// The column's UTF-8 bytes, without a copy: valid until the next step.
     QByteArrayView textBytes(int column) const;
 

@@ -152,6 +152,87 @@ INSTANTIATE_TEST_SUITE_P(PlainAndEncrypted, ReaderLayouts,
                                  .toStdString();
                          });
 
+class FilteredListing : public ReaderTest, public testing::WithParamInterface<SampleBackup::Layout>
+{};
+
+// Filters run inside the index query, where a careless pattern would match what it must not: GLOB's own
+// wildcards in a prefix, LIKE's case folding, a domain that merely starts like another.
+TEST_P(FilteredListing, FiltersKeepExactlyTheirFilesInEitherLayout)
+{
+    const auto file = [](const char* domain, const QString& path) {
+        return SampleFile{QString::fromUtf8(domain), path, path.toUtf8()};
+    };
+    SampleBackup sample;
+    sample.layout = GetParam();
+    sample.files = {
+        file("CameraRollDomain", QStringLiteral("Media/DCIM/100APPLE/IMG_0001.JPG")),
+        file("CameraRollDomain", QStringLiteral("Media/DCIM/100APPLE/IMG_0001.AAE")),
+        file("CameraRollDomain", QStringLiteral("media/dcim/100apple/img_0002.jpg")),
+        file("CameraRollDomain", QStringLiteral("Media/PhotoData/Thumbs/IMG_0003.JPG")),
+        file("HomeDomain", QStringLiteral("Library/[draft]*?.txt")),
+        file("HomeDomain", QStringLiteral("Library/d.txt")),
+        file("HomeDomain", QStringLiteral("Library/a?b")),
+        file("HomeDomain", QStringLiteral("Library/axb")),
+        file("HomeDomain", QStringLiteral("Library/Été/reçu.pdf")),
+        file("HomeDomainX", QStringLiteral("Library/x.txt")),
+        file("AppDomain-x", QStringLiteral("Library/%_like.txt")),
+    };
+    const PhoneBackup backup = write(sample);
+    const IPhoneBackupReader reader(backup, {});
+
+    const auto paths = [&reader](const EntryFilter& filter) {
+        QStringList listed;
+        for (const BackupEntry& entry : reader.loadEntries(filter))
+            listed.append(entry.domain + u':' + entry.path);
+        // The streamed rows are the same files, with the same facts.
+        QStringList streamed;
+        reader.forEachRow(filter, [&streamed](const EntryRow& row) {
+            EXPECT_EQ(row.meta().size, row.path.size());
+            streamed.append(QString::fromUtf8(row.domain) + u':' + QString::fromUtf8(row.path));
+        });
+        EXPECT_EQ(streamed, listed);
+        return listed;
+    };
+    const auto prefix = [](const char* text) {
+        EntryFilter filter;
+        filter.pathPrefix = QString::fromUtf8(text);
+        return filter;
+    };
+
+    EntryFilter home;
+    home.domain = QStringLiteral("HomeDomain");
+    EXPECT_EQ(paths(home).size(), 5);
+    EXPECT_EQ(paths(prefix("Library/[draft]*")), QStringList{QStringLiteral("HomeDomain:Library/[draft]*?.txt")});
+    EXPECT_EQ(paths(prefix("Library/a?")), QStringList{QStringLiteral("HomeDomain:Library/a?b")});
+    EXPECT_EQ(paths(prefix("Library/%")), QStringList{QStringLiteral("AppDomain-x:Library/%_like.txt")});
+    EXPECT_EQ(paths(prefix("Library/Été/")), QStringList{QStringLiteral("HomeDomain:Library/Été/reçu.pdf")});
+    EXPECT_EQ(paths(prefix("media/dcim/")),
+              QStringList{QStringLiteral("CameraRollDomain:media/dcim/100apple/img_0002.jpg")});
+    EXPECT_EQ(paths(prefix("Media/DCIM/")).size(), 2);
+    EXPECT_EQ(paths(prefix("")).size(), sample.files.size());
+
+    EntryFilter photos;
+    photos.photos = true;
+    EXPECT_EQ(paths(photos), QStringList{QStringLiteral("CameraRollDomain:Media/DCIM/100APPLE/IMG_0001.JPG")});
+    photos.domain = QStringLiteral("HomeDomain"); // every filter narrows
+    EXPECT_TRUE(paths(photos).isEmpty());
+
+    EntryFilter nothing;
+    nothing.domain = QString();
+    EXPECT_TRUE(paths(nothing).isEmpty());
+
+    QStringList domains = reader.knownDomains();
+    domains.sort();
+    EXPECT_EQ(domains, (QStringList{QStringLiteral("AppDomain-x"), QStringLiteral("CameraRollDomain"),
+                                    QStringLiteral("HomeDomain"), QStringLiteral("HomeDomainX")}));
+}
+
+INSTANTIATE_TEST_SUITE_P(Layouts, FilteredListing,
+                         testing::Values(SampleBackup::Layout::Current, SampleBackup::Layout::Oldest),
+                         [](const auto& variant) {
+                             return variant.param == SampleBackup::Layout::Current ? "Current" : "Oldest";
+                         });
+
 TEST_F(ReaderTest, APasswordOpensInEitherUnicodeForm)
 {
     // The sample's password is composed ("É"); typed on another system it may come decomposed.
@@ -410,8 +491,7 @@ TEST_F(ReaderTest, RowsWithoutTextColumnsAreSkipped)
     const QList<BackupEntry> entries = reader.loadEntries();
     ASSERT_EQ(entries.size(), sampleFiles().size() + 1);
     EXPECT_EQ(entries.back().path, QStringLiteral("x"));
-    EXPECT_FALSE(entries.back().blob.has_value()); // a null record: the default facts
-    EXPECT_EQ(entries.back().meta(), MBFileInfo());
+    EXPECT_EQ(entries.back().meta(), MBFileInfo()); // a null record: the default facts
 }
 
 TEST_F(ReaderTest, TemporaryFolderIsPrivateAndTheDecryptedIndexGoesAway)
