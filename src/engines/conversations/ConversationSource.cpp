@@ -1,5 +1,6 @@
 #include "engines/conversations/ConversationSource.h"
 
+#include "engines/conversations/ChatDatabase.h"
 #include "engines/conversations/ConversationError.h"
 #include "engines/conversations/MessagesReader.h"
 #include "engines/conversations/PastedText.h"
@@ -20,25 +21,38 @@ namespace nuvrel {
 namespace {
 
 // A database read by one of the readers, which share their shape: a listing and one conversation.
+// Its private copy is made once and serves every call, so that saving all its conversations copies
+// the database once, not once per conversation.
 template <typename Reader, ConvSource Kind>
 class Database final : public ConversationSource
 {
 public:
     explicit Database(QString file)
-        : m_file(std::move(file))
+        : m_database(std::move(file))
     {}
     std::optional<ConvSource> kind() const override { return Kind; }
-    QList<MessagesChatInfo> listChats() const override { return Reader::listChats(m_file); }
+    QList<MessagesChatInfo> listChats() const override
+    {
+        return m_database.with([](sqlite3* db) { return Reader::listChats(db); });
+    }
     ChatTranscript transcript(const MessagesChatInfo& chat) const override
     {
-        ChatTranscript transcript = Reader::messages(chat.id, chat.title, m_file);
+        ChatTranscript transcript =
+            m_database.with([&chat](sqlite3* db) { return Reader::messages(db, chat.id, chat.title); });
         if (transcript.messages.isEmpty())
             throw ConversationError::empty();
         return transcript;
     }
+    qint64 messageCount() const override
+    {
+        if constexpr (Kind == ConvSource::Messages)
+            return m_database.with([](sqlite3* db) { return MessagesReader::messageCount(db); });
+        else
+            return -1;
+    }
 
 private:
-    QString m_file;
+    KeptChatDatabase m_database;
 };
 
 using MessagesDatabase = Database<MessagesReader, ConvSource::Messages>;

@@ -25,6 +25,9 @@ public:
     virtual QList<MessagesChatInfo> listChats() const = 0;
     /// One conversation whole, named by its line of listChats(); Empty when it has no message.
     virtual ChatTranscript transcript(const MessagesChatInfo& chat) const = 0;
+    /// The messages a Messages database holds, grouped into conversations or not: what explains an
+    /// empty listing. -1 for every other source.
+    virtual qint64 messageCount() const { return -1; }
 
     static std::unique_ptr<ConversationSource> messagesDatabase(QString file);
     static std::unique_ptr<ConversationSource> whatsAppDatabase(QString file);

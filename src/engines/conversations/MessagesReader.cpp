@@ -136,17 +136,20 @@ std::optional<QString> MessagesReader::decodeAttributedBody(QByteArrayView data)
 
 QList<MessagesChatInfo> MessagesReader::listChats(const QString& file)
 {
-    return withChatDatabase(databaseOrDefault(file), [](sqlite3* db) {
-        bool prepared = false;
-        QList<MessagesChatInfo> chats = modernChats(db, &prepared);
-        if (!chats.isEmpty())
-            return chats;
-        chats = legacyChats(db);
-        // No statement of any generation prepared: this is no Messages database at all.
-        if (chats.isEmpty() && !prepared && !SqlStatement::tryPrepare(db, "SELECT COUNT(*) FROM message"))
-            throw ConversationError::unreadable();
+    return withChatDatabase(databaseOrDefault(file), [](sqlite3* db) { return listChats(db); });
+}
+
+QList<MessagesChatInfo> MessagesReader::listChats(sqlite3* db)
+{
+    bool prepared = false;
+    QList<MessagesChatInfo> chats = modernChats(db, &prepared);
+    if (!chats.isEmpty())
         return chats;
-    });
+    chats = legacyChats(db);
+    // No statement of any generation prepared: this is no Messages database at all.
+    if (chats.isEmpty() && !prepared && !SqlStatement::tryPrepare(db, "SELECT COUNT(*) FROM message"))
+        throw ConversationError::unreadable();
+    return chats;
 }
 
 QList<MessagesChatInfo> MessagesReader::legacyChats(sqlite3* db)
@@ -186,58 +189,62 @@ QList<MessagesChatInfo> MessagesReader::legacyChats(sqlite3* db)
 
 qint64 MessagesReader::messageCount(const QString& file)
 {
-    return withChatDatabase(databaseOrDefault(file), [](sqlite3* db) {
-        SqlStatement statement = SqlStatement::prepare(db, "SELECT COUNT(*) FROM message");
-        if (!statement.next())
-            throw ConversationError::unreadable();
-        return statement.int64(0);
-    });
+    return withChatDatabase(databaseOrDefault(file), [](sqlite3* db) { return messageCount(db); });
+}
+
+qint64 MessagesReader::messageCount(sqlite3* db)
+{
+    SqlStatement statement = SqlStatement::prepare(db, "SELECT COUNT(*) FROM message");
+    if (!statement.next())
+        throw ConversationError::unreadable();
+    return statement.int64(0);
 }
 
 ChatTranscript MessagesReader::messages(qint64 chatID, const QString& title, const QString& file)
 {
-    return withChatDatabase(databaseOrDefault(file), [&](sqlite3* db) {
-        if (chatID >= groupKeyOffset)
-            return legacyMessages(db, chatID, title);
-        SqlStatement statement = SqlStatement::prepare(
-            db, "SELECT m.ROWID, m.date, m.is_from_me, m.text, m.attributedBody, m.cache_has_attachments, h.id, "
-                "m.associated_message_type\n"
-                "FROM message m\n"
-                "JOIN chat_message_join cmj ON cmj.message_id = m.ROWID\n"
-                "LEFT JOIN handle h ON h.ROWID = m.handle_id\n"
-                "WHERE cmj.chat_id = ?\n"
-                "ORDER BY m.date ASC");
-        statement.bind(1, chatID);
-        std::optional<SqlStatement> attachments;
-        const QString owner = ownerName();
-        const QString attachmentLabel = L("[pièce jointe : ");
-        ChatTranscript transcript{transcriptTitle(title), {}};
-        while (statement.next()) {
-            if (isReaction(statement.int64(7)))
-                continue;
-            QString text = statement.text(3).value_or(QString());
-            if (text.isEmpty() && !statement.isNull(4))
-                text = decodeAttributedBody(statement.blob(4)).value_or(QString());
-            text = cleaned(std::move(text));
-            if (statement.int64(5) == 1) {
-                if (!attachments)
-                    attachments.emplace(SqlStatement::prepare(
-                        db, "SELECT a.transfer_name FROM message_attachment_join maj JOIN attachment a ON a.ROWID = "
-                            "maj.attachment_id WHERE maj.message_id = ?"));
-                for (const QString& name : attachmentNames(*attachments, statement.int64(0)))
-                    text += (text.isEmpty() ? QString() : QStringLiteral("\n")) + attachmentLabel + name + u']';
-            }
-            // An empty bubble says nothing: such rows (a lost attachment, a system event) are left out.
-            if (text.isEmpty())
-                continue;
-            const bool fromMe = statement.int64(2) == 1;
-            transcript.messages.append({appleDate(statement.int64(1)),
-                                        fromMe ? owner : statement.text(6).value_or(title),
-                                        std::move(text),
-                                        {}});
+    return withChatDatabase(databaseOrDefault(file), [&](sqlite3* db) { return messages(db, chatID, title); });
+}
+
+ChatTranscript MessagesReader::messages(sqlite3* db, qint64 chatID, const QString& title)
+{
+    if (chatID >= groupKeyOffset)
+        return legacyMessages(db, chatID, title);
+    SqlStatement statement = SqlStatement::prepare(
+        db, "SELECT m.ROWID, m.date, m.is_from_me, m.text, m.attributedBody, m.cache_has_attachments, h.id, "
+            "m.associated_message_type\n"
+            "FROM message m\n"
+            "JOIN chat_message_join cmj ON cmj.message_id = m.ROWID\n"
+            "LEFT JOIN handle h ON h.ROWID = m.handle_id\n"
+            "WHERE cmj.chat_id = ?\n"
+            "ORDER BY m.date ASC");
+    statement.bind(1, chatID);
+    std::optional<SqlStatement> attachments;
+    const QString owner = ownerName();
+    const QString attachmentLabel = L("[pièce jointe : ");
+    ChatTranscript transcript{transcriptTitle(title), {}};
+    while (statement.next()) {
+        if (isReaction(statement.int64(7)))
+            continue;
+        QString text = statement.text(3).value_or(QString());
+        if (text.isEmpty() && !statement.isNull(4))
+            text = decodeAttributedBody(statement.blob(4)).value_or(QString());
+        text = cleaned(std::move(text));
+        if (statement.int64(5) == 1) {
+            if (!attachments)
+                attachments.emplace(SqlStatement::prepare(
+                    db, "SELECT a.transfer_name FROM message_attachment_join maj JOIN attachment a ON a.ROWID = "
+                        "maj.attachment_id WHERE maj.message_id = ?"));
+            for (const QString& name : attachmentNames(*attachments, statement.int64(0)))
+                text += (text.isEmpty() ? QString() : QStringLiteral("\n")) + attachmentLabel + name + u']';
         }
-        return transcript;
-    });
+        // An empty bubble says nothing: such rows (a lost attachment, a system event) are left out.
+        if (text.isEmpty())
+            continue;
+        const bool fromMe = statement.int64(2) == 1;
+        transcript.messages.append(
+            {appleDate(statement.int64(1)), fromMe ? owner : statement.text(6).value_or(title), std::move(text), {}});
+    }
+    return transcript;
 }
 
 ChatTranscript MessagesReader::legacyMessages(sqlite3* db, qint64 chatID, const QString& title)

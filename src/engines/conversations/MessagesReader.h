@@ -35,6 +35,11 @@ public:
     /// One conversation, oldest message first; `title` names it and stands for senders without handle.
     static ChatTranscript messages(qint64 chatID, const QString& title, const QString& file = {});
 
+    /// The same three, on a database already open (a copy kept for a batch); SqlError escapes.
+    static QList<MessagesChatInfo> listChats(sqlite3* db);
+    static qint64 messageCount(sqlite3* db);
+    static ChatTranscript messages(sqlite3* db, qint64 chatID, const QString& title);
+
     /// A stored date: nanoseconds or seconds since 2001, or, in the oldest databases, Unix seconds.
     static QDateTime appleDate(qint64 value);
     static QDateTime appleDate(qint64 value, const QDateTime& now);

@@ -49,51 +49,55 @@ QString WhatsAppReader::label(qint64 messageType, const QString& text, const QSt
 
 QList<MessagesChatInfo> WhatsAppReader::listChats(const QString& file)
 {
-    return withChatDatabase(databaseOrDefault(file), [](sqlite3* db) {
-        SqlStatement statement = SqlStatement::prepare(
-            db, "SELECT s.Z_PK, s.ZPARTNERNAME, s.ZCONTACTJID, COUNT(m.Z_PK), MAX(m.ZMESSAGEDATE)\n"
-                "FROM ZWACHATSESSION s\n"
-                "JOIN ZWAMESSAGE m ON m.ZCHATSESSION = s.Z_PK\n"
-                "WHERE IFNULL(s.ZREMOVED, 0) = 0 AND IFNULL(s.ZSESSIONTYPE, 0) != 3\n"
-                "GROUP BY s.Z_PK\n"
-                "ORDER BY MAX(m.ZMESSAGEDATE) DESC");
-        QList<MessagesChatInfo> chats;
-        while (statement.next()) {
-            const std::optional<QString> name = statement.text(1);
-            chats.append({statement.int64(0),
-                          name && !name->isEmpty() ? *name : statement.text(2).value_or(L("Conversation")),
-                          statement.int64(3), whatsAppDate(statement.real(4))});
-        }
-        return chats;
-    });
+    return withChatDatabase(databaseOrDefault(file), [](sqlite3* db) { return listChats(db); });
+}
+
+QList<MessagesChatInfo> WhatsAppReader::listChats(sqlite3* db)
+{
+    SqlStatement statement =
+        SqlStatement::prepare(db, "SELECT s.Z_PK, s.ZPARTNERNAME, s.ZCONTACTJID, COUNT(m.Z_PK), MAX(m.ZMESSAGEDATE)\n"
+                                  "FROM ZWACHATSESSION s\n"
+                                  "JOIN ZWAMESSAGE m ON m.ZCHATSESSION = s.Z_PK\n"
+                                  "WHERE IFNULL(s.ZREMOVED, 0) = 0 AND IFNULL(s.ZSESSIONTYPE, 0) != 3\n"
+                                  "GROUP BY s.Z_PK\n"
+                                  "ORDER BY MAX(m.ZMESSAGEDATE) DESC");
+    QList<MessagesChatInfo> chats;
+    while (statement.next()) {
+        const std::optional<QString> name = statement.text(1);
+        chats.append({statement.int64(0),
+                      name && !name->isEmpty() ? *name : statement.text(2).value_or(L("Conversation")),
+                      statement.int64(3), whatsAppDate(statement.real(4))});
+    }
+    return chats;
 }
 
 ChatTranscript WhatsAppReader::messages(qint64 chatID, const QString& title, const QString& file)
 {
-    return withChatDatabase(databaseOrDefault(file), [&](sqlite3* db) {
-        SqlStatement statement = SqlStatement::prepare(
-            db, "SELECT m.ZMESSAGEDATE, m.ZISFROMME, m.ZTEXT, m.ZMESSAGETYPE, m.ZPUSHNAME, mi.ZTITLE, m.ZFROMJID\n"
-                "FROM ZWAMESSAGE m\n"
-                "LEFT JOIN ZWAMEDIAITEM mi ON mi.Z_PK = m.ZMEDIAITEM\n"
-                "WHERE m.ZCHATSESSION = ?\n"
-                "ORDER BY m.ZMESSAGEDATE ASC, m.Z_PK ASC");
-        statement.bind(1, chatID);
-        const QString owner = ownerName();
-        ChatTranscript transcript{L("WhatsApp : ") + title, {}};
-        while (statement.next()) {
-            const QString text = trimmedText(statement.text(2).value_or(QString()));
-            const QString note = label(statement.int64(3), text, statement.text(5).value_or(QString()));
-            QString body = note.isEmpty() ? text : text.isEmpty() ? note : text + u'\n' + note;
-            if (body.isEmpty())
-                continue;
-            const std::optional<QString> pushName = statement.text(4);
-            const QString sender = statement.int64(1) == 1            ? owner
-                                   : pushName && !pushName->isEmpty() ? *pushName
-                                                                      : title;
-            transcript.messages.append({whatsAppDate(statement.real(0)), sender, std::move(body), {}});
-        }
-        return transcript;
-    });
+    return withChatDatabase(databaseOrDefault(file), [&](sqlite3* db) { return messages(db, chatID, title); });
+}
+
+ChatTranscript WhatsAppReader::messages(sqlite3* db, qint64 chatID, const QString& title)
+{
+    SqlStatement statement = SqlStatement::prepare(
+        db, "SELECT m.ZMESSAGEDATE, m.ZISFROMME, m.ZTEXT, m.ZMESSAGETYPE, m.ZPUSHNAME, mi.ZTITLE, m.ZFROMJID\n"
+            "FROM ZWAMESSAGE m\n"
+            "LEFT JOIN ZWAMEDIAITEM mi ON mi.Z_PK = m.ZMEDIAITEM\n"
+            "WHERE m.ZCHATSESSION = ?\n"
+            "ORDER BY m.ZMESSAGEDATE ASC, m.Z_PK ASC");
+    statement.bind(1, chatID);
+    const QString owner = ownerName();
+    ChatTranscript transcript{L("WhatsApp : ") + title, {}};
+    while (statement.next()) {
+        const QString text = trimmedText(statement.text(2).value_or(QString()));
+        const QString note = label(statement.int64(3), text, statement.text(5).value_or(QString()));
+        QString body = note.isEmpty() ? text : text.isEmpty() ? note : text + u'\n' + note;
+        if (body.isEmpty())
+            continue;
+        const std::optional<QString> pushName = statement.text(4);
+        const QString sender = statement.int64(1) == 1 ? owner : pushName && !pushName->isEmpty() ? *pushName : title;
+        transcript.messages.append({whatsAppDate(statement.real(0)), sender, std::move(body), {}});
+    }
+    return transcript;
 }
 
 } // namespace nuvrel

@@ -6,7 +6,6 @@
 #include "engines/conversations/ConversationError.h"
 #include "engines/conversations/ConversationPdf.h"
 #include "engines/conversations/ConversationSource.h"
-#include "engines/conversations/MessagesReader.h"
 #include "l10n/L.h"
 #include "models/explorer/ExplorerModel.h"
 #include "platform/Workspace.h"
@@ -23,7 +22,7 @@ namespace nuvrel {
 
 namespace {
 
-std::unique_ptr<ConversationSource> openSource(int source, const QString& database)
+std::shared_ptr<const ConversationSource> openSource(int source, const QString& database)
 {
     return source == ExplorerModel::WhatsAppSource ? ConversationSource::whatsAppDatabase(database)
                                                    : ConversationSource::messagesDatabase(database);
@@ -71,34 +70,36 @@ void ExplorerModel::loadChats()
     }
     struct Outcome
     {
-        QString database;
+        std::shared_ptr<const ConversationSource> reading;
         QList<MessagesChatInfo> chats;
         Text message; ///< shown instead of a list
         Text error;
     };
     std::shared_ptr<const IPhoneBackupReader> reader = m_reader;
-    const QString known = m_chatDatabases.value(source);
+    std::shared_ptr<const ConversationSource> known = m_chatSources.value(source);
     const bool started = startJob(
         [reader, catalogue, store, source, known](JobContext&) -> Outcome {
             Outcome outcome;
             try {
-                QString database = known;
-                if (database.isEmpty() || !QFileInfo::exists(database)) {
+                // Taken out of the backup once per session; its private copy is made once too.
+                outcome.reading = known;
+                QString database;
+                if (!outcome.reading) {
                     const QString folder =
                         QDir(reader->tempDir())
                             .filePath(source == WhatsAppSource ? QStringLiteral("conversations/whatsapp")
                                                                : QStringLiteral("conversations/messages"));
                     database = extractChatStore(*reader, catalogue, store, folder).value_or(QString());
+                    outcome.reading = openSource(source, database);
                 }
-                outcome.database = database;
                 if (source == WhatsAppSource) {
-                    outcome.chats = openSource(source, database)->listChats();
+                    outcome.chats = outcome.reading->listChats();
                     if (outcome.chats.isEmpty())
                         outcome.message = [] { return L("Aucune conversation trouvée dans cette base."); };
                 } else {
-                    outcome.chats = openSource(source, database)->listChats();
+                    outcome.chats = outcome.reading->listChats();
                     if (outcome.chats.isEmpty()) {
-                        const qint64 messages = MessagesReader::messageCount(database);
+                        const qint64 messages = outcome.reading->messageCount();
                         if (messages > 0)
                             outcome.message = [messages] {
                                 return LN("La base contient %@ message(s) mais Nuvrel n'a pas réussi à les regrouper "
@@ -123,8 +124,8 @@ void ExplorerModel::loadChats()
             return outcome;
         },
         [this, source](const Outcome& outcome) {
-            if (!outcome.database.isEmpty())
-                m_chatDatabases.insert(source, outcome.database);
+            if (outcome.reading)
+                m_chatSources.insert(source, outcome.reading);
             if (source != m_convSource) { // the user switched meanwhile: that source's turn is queued
                 m_chatsLoading = false;
                 Q_EMIT chatsChanged();
@@ -152,11 +153,11 @@ void ExplorerModel::loadChats()
 
 void ExplorerModel::createChatPDF(qint64 chatID)
 {
-    const QString database = m_chatDatabases.value(m_convSource);
+    const std::shared_ptr<const ConversationSource> reading = m_chatSources.value(m_convSource);
     const QList<MessagesChatInfo>& chats = m_chats->chats();
     const auto chat = std::find_if(chats.cbegin(), chats.cend(),
                                    [chatID](const MessagesChatInfo& info) { return info.id == chatID; });
-    if (database.isEmpty() || chat == chats.cend() || workRunning())
+    if (!reading || chat == chats.cend() || workRunning())
         return;
     const int source = m_convSource;
     const QString label = sourceLabel(source);
@@ -168,9 +169,9 @@ void ExplorerModel::createChatPDF(qint64 chatID)
         Text error;
     };
     const bool started = startJob(
-        [database, source, label, info](JobContext&) -> Outcome {
+        [reading, label, info](JobContext&) -> Outcome {
             try {
-                const ChatTranscript transcript = openSource(source, database)->transcript(info);
+                const ChatTranscript transcript = reading->transcript(info);
                 const QString destination =
                     QDir(ConversationFiles::folder()).filePath(ConversationFiles::fileName(info.title));
                 return {ConversationPDF::build(destination, transcript, label), {}};
@@ -211,15 +212,14 @@ void ExplorerModel::createChatPDF(qint64 chatID)
 
 void ExplorerModel::createAllChatPDFs()
 {
-    const QString database = m_chatDatabases.value(m_convSource);
+    const std::shared_ptr<const ConversationSource> reading = m_chatSources.value(m_convSource);
     const QList<MessagesChatInfo> chats = m_chats->visible();
-    if (database.isEmpty() || chats.isEmpty() || workRunning())
+    if (!reading || chats.isEmpty() || workRunning())
         return;
-    const int source = m_convSource;
-    const QString label = sourceLabel(source);
+    const QString label = sourceLabel(m_convSource);
 
     const bool started = startJob(
-        [database, source, label, chats](JobContext& context) -> ConversationFiles::SavedBatch {
+        [reading, label, chats](JobContext& context) -> ConversationFiles::SavedBatch {
             ConversationFiles::SavedBatch batch;
             batch.folder = ConversationFiles::folder();
             if (!QDir().mkpath(batch.folder)) {
@@ -234,7 +234,7 @@ void ExplorerModel::createAllChatPDFs()
                 context.progress(i, chats.size());
                 const MessagesChatInfo& info = chats[i];
                 batch.record([&] {
-                    const ChatTranscript transcript = openSource(source, database)->transcript(info);
+                    const ChatTranscript transcript = reading->transcript(info);
                     ConversationPDF::build(QDir(batch.folder).filePath(ConversationFiles::fileName(info.title)),
                                            transcript, label);
                 });

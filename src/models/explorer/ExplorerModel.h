@@ -21,6 +21,8 @@
 
 namespace nuvrel {
 
+class ConversationSource;
+
 class IPhoneBackupReader;
 
 /// The explorer of one backup, the one place where the backup and the conversations meet. Its parts,
@@ -174,7 +176,8 @@ private:
     bool m_chatsLoading = false;
     bool m_chatsPending = false; ///< asked for while another job ran
     Text m_chatsMessage;
-    QHash<int, QString> m_chatDatabases; ///< source → extracted database file
+    /// Source → its database taken out of the backup, read through one private copy for the session.
+    QHash<int, std::shared_ptr<const ConversationSource>> m_chatSources;
 };
 
 template <typename Body, typename Done>

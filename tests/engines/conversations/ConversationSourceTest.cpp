@@ -13,6 +13,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 using namespace nuvrel;
 using namespace nuvrel::test;
 
@@ -78,6 +81,58 @@ TEST(ConversationSource, EverySourceListsAndReadsThroughOneInterface)
     write(folder.filePath(QStringLiteral("noise.txt")), QByteArray(4096, '\x01'));
     EXPECT_THROW(ConversationSource::whatsAppExport(folder.filePath(QStringLiteral("noise.txt")))->listChats(),
                  ConversationError);
+}
+
+// A database source copies its database once: every conversation of a batch is read from that one
+// private copy, which goes with the source. Reading on after the original is gone shows it.
+TEST(ConversationSource, ADatabaseIsCopiedOnceForAllItsConversations)
+{
+    QTemporaryDir folder;
+    for (const bool whatsApp : {false, true}) {
+        SCOPED_TRACE(whatsApp ? "WhatsApp" : "Messages");
+        const QString file =
+            folder.filePath(whatsApp ? QStringLiteral("ChatStorage.sqlite") : QStringLiteral("chat.db"));
+        if (whatsApp)
+            writeSampleWhatsAppDatabase(file);
+        else
+            writeLargeMessagesDatabase(file, 400, 40, 100);
+        const std::unique_ptr<ConversationSource> source = ConversationSource::forFile(file);
+        const QList<MessagesChatInfo> chats = source->listChats();
+        ASSERT_FALSE(chats.isEmpty());
+        ASSERT_TRUE(QFile::remove(file));
+        qint64 read = 0;
+        for (const MessagesChatInfo& chat : chats)
+            read += source->transcript(chat).messages.size();
+        EXPECT_GT(read, 0);
+        if (!whatsApp) {
+            EXPECT_EQ(source->messageCount(), 400);
+        }
+        // A new source has no copy yet, and the original is gone: it says so.
+        EXPECT_THROW(ConversationSource::forFile(file)->listChats(), ConversationError);
+    }
+    // Other sources have no message table to count.
+    EXPECT_EQ(ConversationSource::pastedText(QStringLiteral("[12/03/2024 10:04] Ana : Bonjour"))->messageCount(), -1);
+}
+
+// Two threads reading one source at once take turns on its copy.
+TEST(ConversationSource, OneCopyServesSeveralThreads)
+{
+    QTemporaryDir folder;
+    const QString file = folder.filePath(QStringLiteral("chat.db"));
+    writeLargeMessagesDatabase(file, 2'000, 20, 500);
+    const std::shared_ptr<const ConversationSource> source = ConversationSource::messagesDatabase(file);
+    const QList<MessagesChatInfo> chats = source->listChats();
+    std::atomic<qint64> read = 0;
+    std::vector<std::thread> threads;
+    threads.reserve(4);
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&] {
+            for (const MessagesChatInfo& chat : chats)
+                read += source->transcript(chat).messages.size();
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(read, 4 * 2'000);
 }
 
 TEST(ConversationPdf, VerificationComparesWithTheRecordedFingerprint)
