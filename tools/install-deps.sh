@@ -18,10 +18,10 @@ debian_packages=(
   libexiv2-dev exiv2 qt6-pdf-dev libpoppler-qt6-dev qt6-image-formats-plugins libvips-tools ghostscript
   jdupes rmlint python3-cryptography age
   libqrencode-dev zbar-tools nginx wrk chromium
-  libimobiledevice-dev libusbmuxd-dev rsync
+  libimobiledevice-dev libusbmuxd-dev rsync time
 )
 brew_packages=(cmake ninja pkg-config ccache qt libplist openssl@3 sqlite icu4c qtkeychain poppler ffmpeg libheif googletest google-benchmark llvm
-  rapidjson libzip jq exiv2 vips ghostscript jdupes rmlint age qrencode zbar nginx wrk libimobiledevice rsync)
+  rapidjson libzip jq exiv2 vips ghostscript jdupes rmlint age qrencode zbar nginx wrk libimobiledevice rsync gnu-time)
 
 case "$(uname -s)" in
 Linux)

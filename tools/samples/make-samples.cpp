@@ -1,8 +1,8 @@
 // Writes sample backup folders, shaped like the ones the phone's sync service writes, for the demo
 // and for trying Nuvrel on a machine without an iPhone:   nuvrel-make-samples <folder>
 // With --fuzz-seeds, writes seed inputs for the fuzzers instead (one folder per fuzzer); with
-// --bench-data, the data of the benchmarks: a 300,000-file index, a 1 GiB encrypted file and a
-// 1,000,000-message chat.db.
+// --bench-data, the benchmarks' encrypted 1 GiB file (the real-shaped backup index and
+// conversations come from bench/generators).
 
 #include "support/BackupFixture.h"
 #include "support/ChatFixtures.h"
@@ -45,27 +45,12 @@ int main(int argc, char* argv[])
         return 1;
     }
     if (benchData) {
-        // 300,000 files across realistic domains; only the index is written.
-        SampleBackup large;
-        large.id = QStringLiteral("large-index");
-        large.writeStoredCopies = false;
-        const QStringList domains{QStringLiteral("CameraRollDomain"), QStringLiteral("HomeDomain"),
-                                  QStringLiteral("MediaDomain"), QStringLiteral("AppDomain-net.whatsapp.WhatsApp"),
-                                  QStringLiteral("AppDomainGroup-group.com.apple.notes")};
-        for (int i = 0; i < 300'000; ++i)
-            large.files.append({domains[i % domains.size()],
-                                QStringLiteral("Library/Caches/%1/item-%2.dat").arg(i % 97).arg(i), QByteArray(),
-                                1'600'000'000 + i});
-        large.write(root);
-
         SampleBackup big;
         big.id = QStringLiteral("big-file");
         big.password = QStringLiteral("bench");
         big.files = {{QStringLiteral("CameraRollDomain"), QStringLiteral("Media/DCIM/100APPLE/IMG_0001.MOV"),
                       pseudoRandomBytes(qint64(1) << 30, 42)}};
         big.write(root);
-
-        writeLargeMessagesDatabase(QDir(root).filePath(QStringLiteral("chat.db")), 1'000'000, 2'000, 200'000);
         return 0;
     }
     if (seeds) {
