@@ -41,11 +41,12 @@ inline ChildRun runChild(const QString& program, const QList<QString>& arguments
 #else
     const QByteArray gnuTime = "/usr/bin/time";
 #endif
-    std::vector<QByteArray> storage{gnuTime, "-f", "%M", "-o", peak.fileName().toLocal8Bit()};
-    storage.push_back(program.toLocal8Bit());
+    std::vector<QByteArray> storage{gnuTime, "-f", "%M", "-o", peak.fileName().toLocal8Bit(), program.toLocal8Bit()};
+    storage.reserve(storage.size() + static_cast<size_t>(arguments.size()));
     for (const QString& argument : arguments)
         storage.push_back(argument.toLocal8Bit());
     std::vector<char*> argv;
+    argv.reserve(storage.size() + 1);
     for (QByteArray& argument : storage)
         argv.push_back(argument.data());
     argv.push_back(nullptr);

@@ -293,6 +293,9 @@ void inParallel(qsizetype count, int parts, const std::function<void(qsizetype, 
 Heights measure(const QList<Block>& blocks, int threads)
 {
     Heights heights(blocks.size());
+    // Each thread fills its own elements, through a pointer taken before they start: a list's own
+    // accessors check whether it is shared on every call.
+    QList<qreal>* const measured = heights.data();
     inParallel(blocks.size(), threads, [&](qsizetype first, qsizetype end) {
         QBuffer nowhere;
         nowhere.open(QIODevice::WriteOnly);
@@ -301,11 +304,11 @@ Heights measure(const QList<Block>& blocks, int threads)
         for (qsizetype i = first; i < end; ++i) {
             const Block& block = blocks[i];
             if (!block.image.isNull()) {
-                heights[i] = {block.imageSize.height()};
+                measured[i] = {block.imageSize.height()};
                 continue;
             }
             typesetter.forEachLine(block, [&](const QTextLine& line) {
-                heights[i].append(line.height());
+                measured[i].append(line.height());
                 return true;
             });
         }
@@ -458,10 +461,11 @@ void drawDocument(QIODevice& output, const QString& title, const QList<Block>& b
         return;
     }
     QList<QByteArray> parts(starts.size());
+    QByteArray* const drawn = parts.data(); // one element per thread, as in measure()
     std::atomic<bool> failed = false;
     inParallel(starts.size(), static_cast<int>(starts.size()), [&](qsizetype first, qsizetype end) {
         for (qsizetype part = first; part < end; ++part) {
-            QBuffer buffer(&parts[part]);
+            QBuffer buffer(&drawn[part]);
             buffer.open(QIODevice::WriteOnly);
             if (!drawPart(buffer, part))
                 failed = true;
