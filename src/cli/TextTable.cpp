@@ -19,48 +19,73 @@ bool stderrIsTerminal()
     return ::isatty(STDERR_FILENO) == 1;
 }
 
-QString escapedControls(const QString& text, bool keepLineBreaks)
+namespace {
+
+// The one definition of both escapings, on UTF-8 bytes: the streamed listings write bytes, and the
+// QString forms below go through them.
+void appendEscapedBytes(QByteArray& out, QByteArrayView utf8, bool keepLineBreaks)
 {
-    QString shown;
-    shown.reserve(text.size());
-    for (const QChar c : text) {
-        const char16_t u = c.unicode();
-        if (u >= 0x20 && u != 0x7F && (u < 0x80 || u > 0x9F)) {
-            shown += c;
+    static constexpr char hex[] = "0123456789abcdef";
+    qsizetype plain = 0;
+    for (qsizetype i = 0; i < utf8.size(); ++i) {
+        const auto c = static_cast<unsigned char>(utf8[i]);
+        // C1 controls (U+0080 to U+009F) are 0xC2 0x80 to 0xC2 0x9F.
+        const bool c1 = c == 0xC2 && i + 1 < utf8.size() && (static_cast<unsigned char>(utf8[i + 1]) & 0xE0) == 0x80;
+        if ((c >= 0x20 && c != 0x7F && !c1) || (c == '\n' && keepLineBreaks))
             continue;
+        out.append(utf8.sliced(plain, i - plain));
+        switch (c) {
+        case '\n': out.append("\\n"); break;
+        case '\r': out.append("\\r"); break;
+        case '\t': out.append("\\t"); break;
+        case 0x1B: out.append("\\e"); break;
+        default: {
+            const auto code = c1 ? static_cast<unsigned char>(utf8[++i]) : c;
+            out.append("\\x").append(hex[code >> 4]).append(hex[code & 0xF]);
         }
-        switch (u) {
-        case u'\n': shown += keepLineBreaks ? QStringLiteral("\n") : QStringLiteral("\\n"); break;
-        case u'\r': shown += QStringLiteral("\\r"); break;
-        case u'\t': shown += QStringLiteral("\\t"); break;
-        case 0x1B: shown += QStringLiteral("\\e"); break;
-        default: shown += QStringLiteral("\\x%1").arg(int(u), 2, 16, QLatin1Char('0'));
+        }
+        plain = i + 1;
+    }
+    out.append(utf8.sliced(plain));
+}
+
+void appendJsonBytes(QByteArray& out, QByteArrayView utf8)
+{
+    static constexpr char hex[] = "0123456789abcdef";
+    out.append('"');
+    qsizetype plain = 0;
+    for (qsizetype i = 0; i < utf8.size(); ++i) {
+        const auto c = static_cast<unsigned char>(utf8[i]);
+        if (c >= 0x20 && c != '"' && c != '\\' && c != 0x7F)
+            continue;
+        out.append(utf8.sliced(plain, i - plain));
+        plain = i + 1;
+        switch (c) {
+        case '"': out.append("\\\""); break;
+        case '\\': out.append("\\\\"); break;
+        case '\n': out.append("\\n"); break;
+        case '\r': out.append("\\r"); break;
+        case '\t': out.append("\\t"); break;
+        default: out.append("\\u00").append(hex[c >> 4]).append(hex[c & 0xF]);
         }
     }
-    return shown;
+    out.append(utf8.sliced(plain)).append('"');
+}
+
+} // namespace
+
+QString escapedControls(const QString& text, bool keepLineBreaks)
+{
+    QByteArray shown;
+    appendEscapedBytes(shown, text.toUtf8(), keepLineBreaks);
+    return QString::fromUtf8(shown);
 }
 
 QString jsonQuoted(QStringView text)
 {
-    QString quoted;
-    quoted.reserve(text.size() + 2);
-    quoted += u'"';
-    for (const QChar c : text) {
-        switch (c.unicode()) {
-        case u'"': quoted += QStringLiteral("\\\""); break;
-        case u'\\': quoted += QStringLiteral("\\\\"); break;
-        case u'\n': quoted += QStringLiteral("\\n"); break;
-        case u'\r': quoted += QStringLiteral("\\r"); break;
-        case u'\t': quoted += QStringLiteral("\\t"); break;
-        default:
-            if (c.unicode() < 0x20 || c.unicode() == 0x7F)
-                quoted += QStringLiteral("\\u%1").arg(int(c.unicode()), 4, 16, QLatin1Char('0'));
-            else
-                quoted += c;
-        }
-    }
-    quoted += u'"';
-    return quoted;
+    QByteArray quoted;
+    appendJsonBytes(quoted, text.toUtf8());
+    return QString::fromUtf8(quoted);
 }
 
 void Utf8Output::flush()
@@ -78,51 +103,12 @@ void Utf8Output::flush()
 
 void Utf8Output::appendEscaped(QByteArrayView utf8)
 {
-    static constexpr char hex[] = "0123456789abcdef";
-    qsizetype plain = 0;
-    for (qsizetype i = 0; i < utf8.size(); ++i) {
-        const auto c = static_cast<unsigned char>(utf8[i]);
-        // C1 controls (U+0080 to U+009F) are 0xC2 0x80 to 0xC2 0x9F.
-        const bool c1 = c == 0xC2 && i + 1 < utf8.size() && (static_cast<unsigned char>(utf8[i + 1]) & 0xE0) == 0x80;
-        if (c >= 0x20 && c != 0x7F && !c1)
-            continue;
-        m_buffer.append(utf8.sliced(plain, i - plain));
-        switch (c) {
-        case '\n': m_buffer.append("\\n"); break;
-        case '\r': m_buffer.append("\\r"); break;
-        case '\t': m_buffer.append("\\t"); break;
-        case 0x1B: m_buffer.append("\\e"); break;
-        default: {
-            const auto code = c1 ? static_cast<unsigned char>(utf8[++i]) : c;
-            m_buffer.append("\\x").append(hex[code >> 4]).append(hex[code & 0xF]);
-        }
-        }
-        plain = i + 1;
-    }
-    m_buffer.append(utf8.sliced(plain));
+    appendEscapedBytes(m_buffer, utf8, false);
 }
 
 void Utf8Output::appendJson(QByteArrayView utf8)
 {
-    static constexpr char hex[] = "0123456789abcdef";
-    m_buffer.append('"');
-    qsizetype plain = 0;
-    for (qsizetype i = 0; i < utf8.size(); ++i) {
-        const auto c = static_cast<unsigned char>(utf8[i]);
-        if (c >= 0x20 && c != '"' && c != '\\' && c != 0x7F)
-            continue;
-        m_buffer.append(utf8.sliced(plain, i - plain));
-        plain = i + 1;
-        switch (c) {
-        case '"': m_buffer.append("\\\""); break;
-        case '\\': m_buffer.append("\\\\"); break;
-        case '\n': m_buffer.append("\\n"); break;
-        case '\r': m_buffer.append("\\r"); break;
-        case '\t': m_buffer.append("\\t"); break;
-        default: m_buffer.append("\\u00").append(hex[c >> 4]).append(hex[c & 0xF]);
-        }
-    }
-    m_buffer.append(utf8.sliced(plain)).append('"');
+    appendJsonBytes(m_buffer, utf8);
 }
 
 void TextTable::addRow(QStringList cells)

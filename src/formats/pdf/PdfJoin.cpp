@@ -44,10 +44,9 @@ qsizetype keyAt(const QByteArray& text, QByteArrayView key)
     return -1;
 }
 
-// The integer that follows `key` in a dictionary's text ("/Length 347").
-std::optional<int> integerAfter(const QByteArray& text, QByteArrayView key)
+// The number that `pattern` finds right after `key` in a dictionary's text.
+std::optional<int> numberAfter(const QByteArray& text, QByteArrayView key, const QRegularExpression& pattern)
 {
-    static const QRegularExpression pattern(QStringLiteral("^\\s*(\\d+)"));
     const qsizetype at = keyAt(text, key);
     if (at < 0)
         return std::nullopt;
@@ -55,15 +54,18 @@ std::optional<int> integerAfter(const QByteArray& text, QByteArrayView key)
     return match.hasMatch() ? number(match.captured(1).toLatin1()) : std::nullopt;
 }
 
-// The object that `key` refers to in a dictionary's text ("/Root 2 0 R").
+// The integer that follows `key` ("/Length 347").
+std::optional<int> integerAfter(const QByteArray& text, QByteArrayView key)
+{
+    static const QRegularExpression pattern(QStringLiteral("^\\s*(\\d+)"));
+    return numberAfter(text, key, pattern);
+}
+
+// The object that `key` refers to ("/Root 2 0 R").
 std::optional<int> reference(const QByteArray& text, QByteArrayView key)
 {
     static const QRegularExpression pattern(QStringLiteral("^\\s*(\\d+) 0 R"));
-    const qsizetype at = keyAt(text, key);
-    if (at < 0)
-        return std::nullopt;
-    const QRegularExpressionMatch match = pattern.match(QString::fromLatin1(text.mid(at + key.size(), 24)));
-    return match.hasMatch() ? number(match.captured(1).toLatin1()) : std::nullopt;
+    return numberAfter(text, key, pattern);
 }
 
 std::optional<Document> parse(const QByteArray& pdf)
